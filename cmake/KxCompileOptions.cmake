@@ -1,0 +1,27 @@
+# One interface target carries the warnings, definitions and hardening that every target of this project has.
+add_library(kx_options INTERFACE)
+target_include_directories(kx_options INTERFACE "${PROJECT_SOURCE_DIR}/include")
+target_compile_definitions(kx_options INTERFACE
+    UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX WINVER=0x0A00 _WIN32_WINNT=0x0A00)
+
+if(MSVC)
+    target_compile_options(kx_options INTERFACE /W4 /WX /permissive- /utf-8 /EHsc /guard:cf /Zc:__cplusplus
+        /wd4251 # private members of exported classes: host and library share one C++ run-time library
+    )
+    target_link_options(kx_options INTERFACE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /guard:cf)
+else()
+    target_compile_options(kx_options INTERFACE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
+        -Woverloaded-virtual -Wnull-dereference -Wformat=2 -Wundef -Werror
+        -fstack-protector-strong -fcf-protection -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+    target_compile_definitions(kx_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+    target_link_options(kx_options INTERFACE
+        -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va -Wl,--exclude-all-symbols)
+endif()
+
+# Counters for gcov, put on the product and the suite libraries by the coverage preset.
+add_library(kx_coverage INTERFACE)
+if(KX_COVERAGE)
+    target_compile_options(kx_coverage INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(kx_coverage INTERFACE --coverage)
+endif()

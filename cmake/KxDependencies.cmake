@@ -1,0 +1,14 @@
+# Libraries that the project calls. A Windows package manager brings them from vcpkg.json, scripts/bootstrap.sh
+# builds them for the cross presets; both end in the same imported targets.
+find_package(log4cplus CONFIG REQUIRED)
+find_package(tinyxml2 CONFIG REQUIRED)
+find_package(CLI11 CONFIG REQUIRED)
+find_package(nlohmann_json CONFIG REQUIRED)
+find_package(libjpeg-turbo CONFIG REQUIRED)
+find_package(LibWebM REQUIRED)
+if(KX_BUILD_TESTS)
+    find_package(GTest CONFIG REQUIRED)
+endif()
+if(KX_BUILD_BENCHMARKS)
+    find_package(benchmark CONFIG REQUIRED)
+endif()

@@ -1,0 +1,11 @@
+/**
+ * @file
+ * Export macro of the suite's utility library, Util.dll.
+ */
+#pragma once
+
+#if defined(KXUTIL_BUILD)
+#define KXUTIL_API __declspec(dllexport)
+#else
+#define KXUTIL_API __declspec(dllimport)
+#endif

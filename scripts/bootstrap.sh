@@ -1,0 +1,153 @@
+#!/usr/bin/env bash
+# Installs what the machine lacks and builds the target libraries once, into build/deps.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage() {
+    cat <<'HELP'
+usage: scripts/bootstrap.sh [--help]
+
+Prepares a Debian machine for building and testing:
+  1. installs the host packages that are missing (cross compiler, Wine, virtual display, ffmpeg);
+  2. fetches the distribution's source packages of the libraries the project calls and builds them
+     for 64-bit Windows into build/deps/x86_64-w64-mingw32;
+  3. makes the template Wine prefix that test runs are copied from, in build/deps/wineprefix.
+
+What is there is skipped: a second run does nothing and needs no network.
+HELP
+}
+case "${1:-}" in
+    "") ;;
+    -h | --help) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+esac
+
+readonly DEPS="$PWD/build/deps"
+readonly PREFIX="$DEPS/x86_64-w64-mingw32"
+readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
+readonly HOST_PACKAGES=(
+    ca-certificates cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
+    procps wine64 x11-utils xauth xvfb
+)
+
+say() { printf '== %s\n' "$*"; }
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+install_host_packages() {
+    local missing=() package
+    for package in "${HOST_PACKAGES[@]}"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' || missing+=("$package")
+    done
+    [ "${#missing[@]}" -eq 0 ] && return
+    say "installing ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Source entries are a copy of the machine's own list entries in a private apt state, so that the
+# machine's configuration stays as it is.
+apt_for_sources() {
+    local state="$DEPS/apt"
+    if [ ! -d "$state" ]; then
+        mkdir -p "$state.new"/{parts,lists/partial,cache/archives/partial}
+        local list
+        for list in /etc/apt/sources.list.d/*.sources; do
+            [ -f "$list" ] && sed 's/^Types:.*/Types: deb-src/' "$list" >"$state.new/parts/$(basename "$list")"
+        done
+        for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+            [ -f "$list" ] && sed -n 's/^deb /deb-src /p' "$list" >"$state.new/parts/$(basename "$list" .list).list"
+        done
+        mv "$state.new" "$state"
+    fi
+    local options=(-o Dir::Etc::SourceList=/dev/null -o Dir::Etc::SourceParts="$state/parts"
+        -o Dir::State::Lists="$state/lists" -o Dir::Cache="$state/cache" -o APT::Sandbox::User=root)
+    [ -f "$state/updated" ] || { apt-get "${options[@]}" update -qq && touch "$state/updated"; }
+    apt-get "${options[@]}" "$@"
+}
+
+# fetch NAME VERSION: leaves the source tree of a Debian source package in build/deps/src/NAME-VERSION.
+fetch() {
+    local name="$1" version="$2" tree="$DEPS/src/$1-$2"
+    [ -d "$tree" ] && return
+    say "fetching the source of $name"
+    mkdir -p "$DEPS/src/$name.new"
+    (cd "$DEPS/src/$name.new" && apt_for_sources source -qq "$name" >/dev/null 2>&1) || {
+        echo "cannot fetch the source package $name" >&2
+        exit 1
+    }
+    local found
+    found=$(find "$DEPS/src/$name.new" -mindepth 1 -maxdepth 1 -type d | head -n 1)
+    case "$(basename "$found")" in
+        *-"$version"*) mv "$found" "$tree" ;;
+        *) echo "the distribution has $(basename "$found"), this project was built with $name $version" >&2; exit 1 ;;
+    esac
+    rm -rf "$DEPS/src/$name.new"
+}
+
+# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once.
+build() {
+    local name="$1" version="$2"
+    shift 2
+    local stamp="$DEPS/stamps/$name-$version"
+    [ -f "$stamp" ] && return
+    fetch "$name" "$version"
+    say "building $name $version for the target"
+    local tree="$DEPS/obj/$name-$version" log="$DEPS/obj/$name-$version.log"
+    rm -rf "$tree"
+    mkdir -p "$tree"
+    if ! {
+        cmake -S "$DEPS/src/$name-$version" -B "$tree" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
+            -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$PREFIX" -DCMAKE_PREFIX_PATH="$PREFIX" \
+            -DCMAKE_POLICY_DEFAULT_CMP0077=NEW "$@" &&
+            cmake --build "$tree" && cmake --install "$tree" &&
+            { ! declare -F "install_more_of_$name" >/dev/null || "install_more_of_$name" "$tree" "$DEPS/src/$name-$version"; }
+    } >"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        echo "building $name failed; the whole log is $log" >&2
+        exit 1
+    fi
+    rm -rf "$tree"
+    mkdir -p "$DEPS/stamps"
+    touch "$stamp"
+}
+
+# libwebm's own install step leaves out the muxer that this project calls.
+install_more_of_libwebm() {
+    local tree="$1" source="$2" folder
+    cp "$tree/libwebm.a" "$PREFIX/lib/"
+    for folder in common mkvmuxer; do
+        mkdir -p "$PREFIX/include/libwebm/$folder"
+        cp "$source/$folder/"*.h "$PREFIX/include/libwebm/$folder/"
+    done
+}
+
+make_template_prefix() {
+    local template="$DEPS/wineprefix"
+    [ -f "$template/.ready" ] && return
+    say "making the template Wine prefix"
+    rm -rf "$template"
+    local run=(env WINEPREFIX="$template" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY=)
+    "${run[@]}" "$(scripts/wine-run.sh --wine)" wineboot -i >/dev/null 2>&1
+    "${run[@]}" "$(scripts/wine-run.sh --wine)" winecfg -v win10 >/dev/null 2>&1
+    "${run[@]}" "$(scripts/wine-run.sh --wineserver)" -w
+    touch "$template/.ready"
+}
+
+install_host_packages
+build log4cplus 2.0.8 -DUNICODE=ON -DBUILD_SHARED_LIBS=ON -DLOG4CPLUS_BUILD_TESTING=OFF \
+    -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF
+build tinyxml2 9.0.0+dfsg -DBUILD_SHARED_LIBS=OFF -Dtinyxml2_BUILD_TESTING=OFF -DBUILD_TESTING=OFF
+build googletest 1.12.1 -DBUILD_SHARED_LIBS=OFF
+build benchmark 1.7.1 -DBUILD_SHARED_LIBS=OFF -DBENCHMARK_ENABLE_TESTING=OFF -DBENCHMARK_ENABLE_WERROR=OFF \
+    -DGIT_VERSION=0.0.0
+build libjpeg-turbo 2.1.5 -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
+build libwebm 1.0.0.29 -DBUILD_SHARED_LIBS=OFF -DENABLE_WEBMTS=OFF -DENABLE_WEBM_PARSER=OFF -DENABLE_SAMPLE_PROGRAMS=OFF -DENABLE_TESTS=OFF
+build cli11 2.1.2+ds -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF
+build nlohmann-json3 3.11.2 -DJSON_BuildTests=OFF
+build cpp-httplib 0.11.4+ds -DHTTPLIB_COMPILE=OFF -DHTTPLIB_REQUIRE_OPENSSL=OFF -DHTTPLIB_USE_OPENSSL_IF_AVAILABLE=OFF \
+    -DHTTPLIB_USE_ZLIB_IF_AVAILABLE=OFF -DHTTPLIB_USE_BROTLI_IF_AVAILABLE=OFF
+make_template_prefix
+say "the machine is ready"

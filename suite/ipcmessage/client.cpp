@@ -1,0 +1,1 @@
+#include "sdk/ipcmessage/ipcmessage.h"

@@ -1,0 +1,1 @@
+#include "sdk/util/logtool.h"

@@ -1,0 +1,1 @@
+#include "sdk/util/text.h"
