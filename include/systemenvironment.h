@@ -30,8 +30,6 @@ public:
      */
     static bool CompareFileIntergrity(const std::string& fileName);
 
-    // Product features
-
     /**
      * @name Product features
      * Whether the product has a feature, as the utility library's feature service says. Each is false when the service
@@ -74,7 +72,10 @@ public:
     static bool IsSupportNpsPop();
     /** @} */
 
-    // Product identity
+    /**
+     * @name Product identity
+     * @{
+     */
 
     /**
      * The product's name, from the machine-type service, in UTF-8.
@@ -131,7 +132,12 @@ public:
     /** Whether the native processor architecture is another than Itanium. */
     static bool IsNotIa64System();
 
-    // Windows and product version
+    /** @} */
+
+    /**
+     * @name Windows and product version
+     * @{
+     */
 
     /**
      * The name of the Windows product, narrow, such as "Windows 10 Pro".
@@ -181,7 +187,12 @@ public:
      */
     static std::string OSVersion();
 
-    // Firmware and device identity
+    /** @} */
+
+    /**
+     * @name Firmware and device identity
+     * @{
+     */
 
     /**
      * The firmware's version up to its second ".", narrow: "1.23.45" gives "1.23". It comes from HKEY_LOCAL_MACHINE,
@@ -212,12 +223,18 @@ public:
 
     /**
      * The version of the OEM image, narrow and cleaned by TrimOemVersion. The text of "c:\recovery\OEM\version.txt"
-     * (UTF-16 with a byte-order mark, else narrow) is first copied to the registry; a file that is missing or empty
-     * leaves the registry alone. The answer is then what GetVersionFromRegistry yields and reports.
+     * (UTF-16 with a byte-order mark, as GetUnicodeString reads it, else narrow) is first copied to the registry; a
+     * file that is missing or yields no text leaves the registry alone.
+     * @return what GetVersionFromRegistry then yields. Both functions report under their own names.
      */
     static std::string GetOEMVersion();
 
-    // Registry, text and locale helpers
+    /** @} */
+
+    /**
+     * @name Registry, text and locale helpers
+     * @{
+     */
 
     /**
      * Reads a value of the suite's per-user settings as it is stored: HKEY_USERS, the user's SID,
@@ -272,7 +289,12 @@ public:
      */
     static std::string GetStringNameById(int id);
 
-    // Display scaling
+    /** @} */
+
+    /**
+     * @name Display scaling
+     * @{
+     */
 
     /**
      * Sets the scaling of the display on the first active path; other displays stay as they are.
@@ -321,6 +343,8 @@ public:
 
     /** RestoreSystemDpi4Common with the product's offset: -2 for product index 4, -1 for every other. */
     static bool RestoreSystemDpi();
+
+    /** @} */
 };
 
 /**
