@@ -14,7 +14,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <mutex>
