@@ -28,7 +28,7 @@ namespace {
 
 constexpr wchar_t kLoggerName[] = L"KxSuite";
 constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
-constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d %H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
+constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
 constexpr long kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
@@ -71,6 +71,14 @@ void Configure(log4cplus::Logger& logger) {
     AddRollingFile(logger, file.replace_extension(L".log"));
 }
 
+// A file whose level for the root cannot be read leaves it without one, and asking a logger below would throw.
+void EnsureRootLevel() {
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    if (root.getLogLevel() == log4cplus::NOT_SET_LOG_LEVEL) {
+        root.setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    }
+}
+
 // Never destroyed: other libraries may still log while the process ends.
 log4cplus::Logger* MakeLogger() {
     StayLoaded();
@@ -81,6 +89,7 @@ log4cplus::Logger* MakeLogger() {
     } catch (const std::exception&) {
         OutputDebugStringW(L"the suite's log could not be configured(GetLogger)\n");
     }
+    EnsureRootLevel();
     return logger.release();
 }
 
