@@ -140,7 +140,7 @@ std::wstring Format(const wchar_t* format, va_list arguments) {
         return format;
     }
     std::vector<wchar_t> buffer(kMaxCharacters + 1);
-    _vsnwprintf(buffer.data(), kMaxCharacters, format, arguments);
+    _vsnwprintf_s(buffer.data(), buffer.size(), _TRUNCATE, format, arguments);
     return buffer.data();
 }
 
