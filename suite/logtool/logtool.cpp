@@ -44,8 +44,8 @@ std::filesystem::path HostExecutable() {
     }
 }
 
-// The appender's locale has its code in this library, and unloading log4cplus would wait for its threads under the
-// loader lock: from the first use on, both stay until the process ends.
+// The appender's locale has its code in this library, and log4cplus may outlive it where the host uses log4cplus as
+// well: from the first use on, this library stays until the process ends.
 void StayLoaded() {
     HMODULE self = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, kLoggerName, &self);
