@@ -87,11 +87,13 @@ fetch() {
     rm -rf "$DEPS/src/$name.new"
 }
 
-# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once.
+# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once for each version
+# and set of arguments.
 build() {
     local name="$1" version="$2"
     shift 2
-    local stamp="$DEPS/stamps/$name-$version"
+    local stamp
+    stamp="$DEPS/stamps/$name-$version-$(printf '%s\n' "$@" | cksum | cut -d ' ' -f 1)"
     [ -f "$stamp" ] && return
     fetch "$name" "$version"
     say "building $name $version for the target"
@@ -138,7 +140,8 @@ make_template_prefix() {
 
 install_host_packages
 build log4cplus 2.0.8 -DUNICODE=ON -DBUILD_SHARED_LIBS=ON -DLOG4CPLUS_BUILD_TESTING=OFF \
-    -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF
+    -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF \
+    -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF # its threads outlive main, and the library then waits for them for ever
 build tinyxml2 9.0.0+dfsg -DBUILD_SHARED_LIBS=OFF -Dtinyxml2_BUILD_TESTING=OFF -DBUILD_TESTING=OFF
 build googletest 1.12.1 -DBUILD_SHARED_LIBS=OFF
 build benchmark 1.7.1 -DBUILD_SHARED_LIBS=OFF -DBENCHMARK_ENABLE_TESTING=OFF -DBENCHMARK_ENABLE_WERROR=OFF \
