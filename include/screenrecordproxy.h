@@ -24,35 +24,35 @@ namespace KxScreenRecord {
  * meaning and answers bad values with a negative result (docs/worker-protocol.md).
  */
 struct ScreenRecordParam {
-    std::int32_t left = 0;            ///< left edge of the captured rectangle, in screen pixels
-    std::int32_t top = 0;             ///< top edge of the captured rectangle, in screen pixels
-    std::uint32_t width = 0;          ///< width in pixels; 0 together with height 0 is the whole screen or monitor
-    std::uint32_t height = 0;         ///< height in pixels; 0 together with width 0 is the whole screen or monitor
-    std::uint32_t framesPerSecond = 0;///< 1 to 60; 0 is the worker's default, 30
-    std::uint32_t jpegQuality = 0;    ///< 1 to 100; 0 is the worker's default, 80
-    std::uint32_t drawCursor = 0;     ///< 1 draws the mouse pointer into the picture, 0 leaves it out
-    std::uint32_t monitor = 0;        ///< 0 is the whole virtual screen, 1 the first monitor, 2 the second...
-    std::uint32_t reserved[3] = {};   ///< 0
+    std::int32_t left = 0;             ///< left edge of the captured rectangle, in screen pixels
+    std::int32_t top = 0;              ///< top edge of the captured rectangle, in screen pixels
+    std::uint32_t width = 0;           ///< width in pixels; 0 together with height 0 is the whole screen or monitor
+    std::uint32_t height = 0;          ///< height in pixels; 0 together with width 0 is the whole screen or monitor
+    std::uint32_t framesPerSecond = 0; ///< 1 to 60; 0 is the worker's default, 30
+    std::uint32_t jpegQuality = 0;     ///< 1 to 100; 0 is the worker's default, 80
+    std::uint32_t drawCursor = 0;      ///< 1 draws the mouse pointer into the picture, 0 leaves it out
+    std::uint32_t monitor = 0;         ///< 0 is the whole virtual screen, 1 the first monitor, 2 the second...
+    std::uint32_t reserved[3] = {};    ///< 0
 };
 static_assert(sizeof(ScreenRecordParam) == 44);
 
 /** How to serve the live picture. Passed to the worker as it is, like ScreenRecordParam. */
 struct LiveServerParam {
-    std::uint32_t port = 0;           ///< TCP port to listen on, up to 65535; 0 lets the system choose
-    std::uint32_t maxClients = 0;     ///< viewers served at the same time, up to 64; 0 is the worker's default, 8
+    std::uint32_t port = 0;       ///< TCP port to listen on, up to 65535; 0 lets the system choose
+    std::uint32_t maxClients = 0; ///< viewers served at the same time, up to 64; 0 is the worker's default, 8
     std::uint32_t listenOnAllInterfaces = 0; ///< 0 binds to loopback only, 1 to every interface
-    std::uint32_t reserved[7] = {};   ///< 0
+    std::uint32_t reserved[7] = {};          ///< 0
 };
 static_assert(sizeof(LiveServerParam) == 40);
 
 /** What the worker is doing, as GetCurRecordMode() reports it. */
 enum class RecordMode : std::int32_t {
-    NoWorker = 0,             ///< no worker runs
-    WorkerStarted = 1,        ///< a worker is being started or runs, nothing is prepared
-    Prepared = 2,             ///< prepared for ordinary recording
-    PreparedTimemachine = 100,///< prepared with a replay buffer
-    LocalRecord = 1000,       ///< recording to a file
-    LiveServer = 1001,        ///< the live server runs
+    NoWorker = 0,              ///< no worker runs
+    WorkerStarted = 1,         ///< a worker is being started or runs, nothing is prepared
+    Prepared = 2,              ///< prepared for ordinary recording
+    PreparedTimemachine = 100, ///< prepared with a replay buffer
+    LocalRecord = 1000,        ///< recording to a file
+    LiveServer = 1001,         ///< the live server runs
 };
 
 /** Where the worker is in its life; every command is accepted from one status only. */

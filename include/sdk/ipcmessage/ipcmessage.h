@@ -21,7 +21,7 @@
 #define KXIPCMESSAGE_API __declspec(dllimport)
 #endif
 
-inline constexpr std::uint32_t kIPCUnset = 0xFFFFFFFF; ///< value of an id that was not given
+inline constexpr std::uint32_t kIPCUnset = 0xFFFFFFFF;    ///< value of an id that was not given
 inline constexpr std::uint32_t kIPCMaxPayload = 1u << 20; ///< bytes of payload in one message, at most
 
 /**

@@ -1,0 +1,31 @@
+/**
+ * @file
+ * Copies that check the destination's size and report an overflow as a code. The C run-time's own checked copies
+ * end the process through the invalid-parameter handler instead.
+ */
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+namespace boundedcopy {
+
+/**
+ * Copies @p size bytes.
+ * @param capacity bytes that the destination holds
+ * @return 0; EINVAL for a null pointer, ERANGE when the bytes do not fit. On failure the destination is zeroed.
+ */
+inline int CopyBytes(void* destination, std::size_t capacity, const void* source, std::size_t size) noexcept {
+    if (destination == nullptr) {
+        return EINVAL;
+    }
+    if (source == nullptr || size > capacity) {
+        std::memset(destination, 0, capacity);
+        return source == nullptr ? EINVAL : ERANGE;
+    }
+    std::memcpy(destination, source, size);
+    return 0;
+}
+
+} // namespace boundedcopy

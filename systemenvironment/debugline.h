@@ -1,0 +1,28 @@
+/**
+ * @file
+ * The debug channel: one line on the debugger output for each failure of a SystemEnvironment query.
+ */
+#pragma once
+
+#include "systemenvironment/messagetext.h"
+
+#include <windows.h>
+
+#include <ostream>
+#include <sstream>
+
+/**
+ * Writes @p values, "(", @p function, ")" and a line feed to the debugger output.
+ * A line that cannot be built for want of memory is dropped.
+ * @param function the emitting function's name, e.g. "SystemEnvironment::CompareFileIntergrity"
+ */
+template <class... Values>
+void WriteDebugLine(std::string_view function, const Values&... values) noexcept {
+    try {
+        std::wostringstream line;
+        messagetext::AppendMessage(line, function, values...);
+        line << std::endl;
+        OutputDebugStringW(line.str().c_str());
+    } catch (...) { // diagnostics never fail the query that they report on
+    }
+}
