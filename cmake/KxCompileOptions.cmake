@@ -16,7 +16,7 @@ else()
         -fstack-protector-strong -fcf-protection -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
     target_compile_definitions(kx_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
     target_link_options(kx_options INTERFACE
-        -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va -Wl,--exclude-all-symbols)
+        -fstack-protector-strong -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va -Wl,--exclude-all-symbols)
 endif()
 
 # Counters for gcov, put on the product and the suite libraries by the coverage preset.
