@@ -4,6 +4,7 @@
  */
 #pragma once
 
+/** Marks what the library exports. */
 #if defined(KXSCREENRECORD_BUILD)
 #define KXSCREENRECORD_API __declspec(dllexport)
 #else

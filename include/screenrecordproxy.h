@@ -170,13 +170,13 @@ private:
     void OnError();
     bool SendVCRMessage(unsigned int timeoutMs, TagIPCMessageItem& request);
 
-    std::atomic<RecordMode> m_recordMode;
-    std::atomic<RunStatus> m_runStatus;
-    CRITICAL_SECTION m_lock;
-    IPCMessageClient* m_ipcClient;
-    void* m_readyEvent;
-    std::atomic<void*> m_workerProcess;
-    void* m_monitorThread;
+    std::atomic<RecordMode> m_recordMode = RecordMode::NoWorker;
+    std::atomic<RunStatus> m_runStatus = RunStatus::Idle;
+    CRITICAL_SECTION m_lock = {}; // guards the three handles below
+    IPCMessageClient* m_ipcClient = nullptr;
+    void* m_readyEvent = nullptr;
+    std::atomic<void*> m_workerProcess = nullptr; // Stop reads it without the lock
+    void* m_monitorThread = nullptr;
 };
 
 } // namespace KxScreenRecord

@@ -130,14 +130,7 @@ void ScreenRecordProxy::ReleaseProxy(ScreenRecordProxy* proxy) {
     }
 }
 
-ScreenRecordProxy::ScreenRecordProxy()
-    : m_recordMode(RecordMode::NoWorker),
-      m_runStatus(RunStatus::Idle),
-      m_lock{},
-      m_ipcClient(nullptr),
-      m_readyEvent(nullptr),
-      m_workerProcess(nullptr),
-      m_monitorThread(nullptr) {
+ScreenRecordProxy::ScreenRecordProxy() {
     static constexpr LogFunction kHere("__cdecl KxScreenRecord::ScreenRecordProxy::ScreenRecordProxy(void)");
     m_ipcClient = NewClient(this, &ScreenRecordProxy::OnRecordProcessIPCReady);
     if (m_ipcClient == nullptr) {
@@ -518,7 +511,7 @@ bool ScreenRecordProxy::StartLiveServer(const LiveServerParam& param, unsigned i
         return false;
     }
     LiveServerParam payload = param;
-    TagIPCMessageItem request = MakeRequest(kStartLiveServerMessage, &payload, sizeof(payload));
+    const TagIPCMessageItem request = MakeRequest(kStartLiveServerMessage, &payload, sizeof(payload));
     IPCReplyItem reply;
     if (!m_ipcClient->SendIPCMessage(request, reply, timeoutMs)) {
         LogError(kHere, "Send IPC msg(StartLiveServer) failed!");

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds and passes every test.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage() {
+    cat <<'HELP'
+usage: scripts/test.sh [--preset PRESET] [CTEST ARGUMENT...]
+
+Prepares the machine, builds PRESET (default mingw-release) and runs its tests under Wine, each program in a
+fresh prefix. Further arguments go to ctest, for example: scripts/test.sh -R integrity
+HELP
+}
+preset=mingw-release
+case "${1:-}" in
+    -h | --help) usage; exit 0 ;;
+    --preset) preset="$2"; shift 2 ;;
+esac
+
+scripts/build.sh "$preset"
+echo "== testing $preset"
+ctest --preset "$preset" --parallel 2 "$@"
