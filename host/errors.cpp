@@ -12,15 +12,20 @@ struct Sentence {
     const wchar_t* text;
 };
 
+constexpr unsigned long kWorkerFileCutShort = 4; ///< docs/worker-protocol.md
+constexpr wchar_t kFileCutShort[] =
+    L"the disk is full, or the file could not be written any further: it was closed early and holds what was recorded "
+    L"until then. Make room and record again.";
+
 constexpr Sentence kSentences[] = {
     {Stage::Host, kExitNoProxy,
      L"the recorder could not be set up for lack of memory; close other programs and try again."},
     {Stage::Host, kExitPrepareRefused,
-     L"the worker refused the region, rate, quality or monitor; the reason is in its log, KXVCR.exe's file in the "
-     L"folder log beside kxrecord.exe."},
+     L"the worker refused the region, rate, quality or monitor; its log, KXVCR.log beside "
+     L"kxrecord.exe, says which and why."},
     {Stage::Host, kExitStartRefused,
      L"the worker could not write the file: see that its folder exists, that you may write there and that no other "
-     L"program has the file open; the reason is in the worker's log in the folder log beside kxrecord.exe."},
+     L"program has the file open; its log, KXVCR.log beside kxrecord.exe, says more."},
     {Stage::Host, ERROR_FILENAME_EXCED_RANGE,
      L"the file's full path is longer than 260 characters; give a shorter name or folder."},
     {Stage::Start, ERROR_BUSY, L"a recording is running already in this process; wait until it has ended."},
@@ -34,7 +39,10 @@ constexpr Sentence kSentences[] = {
     {Stage::Finish, WAIT_TIMEOUT,
      L"the worker did not finish the file in time and was ended; what was recorded until then is in the file. Give a "
      L"longer --timeout."},
-    {Stage::Recording, kExitSuccess, L"the worker ended by itself while it recorded; see its log."},
+    {Stage::Recording, kWorkerFileCutShort, kFileCutShort},
+    {Stage::Finish, kWorkerFileCutShort, kFileCutShort},
+    {Stage::Recording, kExitSuccess,
+     L"the worker ended by itself while it recorded; its log, KXVCR.log beside kxrecord.exe, says why."},
 };
 
 struct LocalBlockFree {
@@ -48,7 +56,7 @@ std::wstring SystemText(unsigned long code) {
     FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     const std::unique_ptr<wchar_t, LocalBlockFree> owner(text);
     std::wstring result = text == nullptr ? L"" : text;
-    while (!result.empty() && (result.back() == L'\n' || result.back() == L'\r' || result.back() == L' '))
+    while (!result.empty() && (result.back() == L'\n' || result.back() == L'\r' || result.back() == L'.'))
         result.pop_back();
     return result;
 }
@@ -69,6 +77,13 @@ const wchar_t* Introduction(Stage stage) {
     return L"the recording failed";
 }
 
+// A worker that could not be started leaves the system's code, one that ended at once a code of its own: which of the
+// two a number is cannot be told from it.
+std::wstring SystemHint(Stage stage, unsigned long code) {
+    const std::wstring text = stage == Stage::Start ? SystemText(code) : std::wstring();
+    return text.empty() ? text : L" (as a code of the system: " + text + L")";
+}
+
 } // namespace
 
 std::wstring Explain(Stage stage, unsigned long code) {
@@ -76,7 +91,6 @@ std::wstring Explain(Stage stage, unsigned long code) {
         if (sentence.stage == stage && sentence.code == code)
             return sentence.text;
     }
-    const std::wstring system = SystemText(code);
-    return Introduction(stage) + (L": code " + std::to_wstring(code)) + (system.empty() ? L"" : L", " + system) +
-           L"; the worker's log in the folder log beside kxrecord.exe says more.";
+    return Introduction(stage) + (L": code " + std::to_wstring(code)) + SystemHint(stage, code) +
+           L"; its log, KXVCR.log beside kxrecord.exe, says more.";
 }

@@ -88,7 +88,9 @@ unsigned long Record(const RecordOptions& options) {
     const bool workerGone = !IsRecording(*proxy);
     const unsigned long ended = EndWorker(*proxy, options.timeoutMs);
     progress.Finish(recorded);
-    if (workerGone)
-        return Fail(Stage::Recording, ended) == 0 ? kExitWorkerGone : ended;
+    if (workerGone) {
+        Fail(Stage::Recording, ended);
+        return ended == 0 ? kExitWorkerGone : ended;
+    }
     return ended == 0 ? kExitSuccess : Fail(Stage::Finish, ended);
 }

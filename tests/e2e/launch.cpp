@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kUsage = 2;
+constexpr int kUsage = 64; ///< a code that no other program of the tests ends with
 
 struct HandleCloser {
     using pointer = HANDLE;

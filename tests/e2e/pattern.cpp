@@ -5,7 +5,8 @@
 //   rows 600 to 719   sixteen blocks of 80 pixels: the step's number in Gray code, white is 1, highest bit left
 //
 // One bit changes from a number to the next, so a picture caught between two steps still shows one of them.
-// The first line on standard output says that the picture is there. Runs until it is ended.
+// The first line on standard output says that the picture is there. Runs until the pipe on its standard input is
+// closed; without such a pipe, until it is ended.
 #include <windows.h>
 
 #include <cstdio>
@@ -36,6 +37,11 @@ constexpr int kBlockWidth = kWidth / kCounterBits;
 struct BrushDeleter {
     using pointer = HBRUSH;
     void operator()(HBRUSH brush) const noexcept { DeleteObject(brush); }
+};
+
+struct HandleCloser {
+    using pointer = HANDLE;
+    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
 };
 
 unsigned int g_step = 0;
@@ -95,6 +101,17 @@ LRESULT CALLBACK OnMessage(HWND window, UINT message, WPARAM first, LPARAM secon
     }
 }
 
+// Ends the program when whoever holds the pipe's other end is gone.
+DWORD WINAPI WatchInput(void* window) {
+    char byte = 0;
+    DWORD count = 0;
+    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), &byte, 1, &count, nullptr) && count > 0)
+        continue;
+    if (GetLastError() != ERROR_INVALID_HANDLE)
+        PostMessageW(static_cast<HWND>(window), WM_CLOSE, 0, 0);
+    return 0;
+}
+
 } // namespace
 
 int main() {
@@ -107,6 +124,9 @@ int main() {
     const HWND window = CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, L"pattern", WS_POPUP | WS_VISIBLE, 0,
                                         0, kWidth, kHeight, nullptr, nullptr, windowClass.hInstance, nullptr);
     if (window == nullptr || UpdateWindow(window) == FALSE || SetTimer(window, 1, kStepMs, nullptr) == 0)
+        return 1;
+    const std::unique_ptr<HANDLE, HandleCloser> watcher(CreateThread(nullptr, 0, WatchInput, window, 0, nullptr));
+    if (!watcher)
         return 1;
     std::puts("ready");
     std::fflush(stdout);
