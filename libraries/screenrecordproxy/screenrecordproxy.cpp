@@ -132,12 +132,12 @@ void ScreenRecordProxy::ReleaseProxy(ScreenRecordProxy* proxy) {
 
 ScreenRecordProxy::ScreenRecordProxy() {
     static constexpr LogFunction kHere("__cdecl KxScreenRecord::ScreenRecordProxy::ScreenRecordProxy(void)");
+    InitializeCriticalSection(&m_lock); // first: the client may call back as soon as it exists
     m_ipcClient = NewClient(this, &ScreenRecordProxy::OnRecordProcessIPCReady);
     if (m_ipcClient == nullptr) {
         LogError(kHere, "Alloc IPC client failed! No memory?");
         ExitProcess(kExitCodeNoMemory);
     }
-    InitializeCriticalSection(&m_lock);
 }
 
 ScreenRecordProxy::~ScreenRecordProxy() {

@@ -1,0 +1,83 @@
+#include "support/childprocess.h"
+
+#include "support/hostfolder.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+
+namespace kxtest {
+
+namespace {
+
+constexpr DWORD kChildLimitMs = 30000;
+constexpr char kOption[] = "--child-scenario=";
+constexpr DWORD kUnknownScenario = 98;
+constexpr UINT kOverdueChild = 97;
+
+std::map<std::string, void (*)()>& Scenarios() {
+    static std::map<std::string, void (*)()> s_scenarios;
+    return s_scenarios;
+}
+
+} // namespace
+
+ChildScenario::ChildScenario(const char* name, void (*run)()) {
+    Scenarios()[name] = run;
+}
+
+void RunChildScenarioIfAsked(int argc, char** argv) {
+    const std::string option(kOption);
+    if (argc != 2 || std::string(argv[1]).compare(0, option.size(), option) != 0) {
+        return;
+    }
+    const auto scenario = Scenarios().find(argv[1] + option.size());
+    if (scenario == Scenarios().end()) {
+        std::exit(kUnknownScenario);
+    }
+    scenario->second();
+    std::fflush(stdout);
+    std::exit(0);
+}
+
+ChildResult RunChild(const std::string& scenario) {
+    const TempFolder folder;
+    const std::filesystem::path outputPath = folder.Path() / "output.txt";
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    const HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    std::wstring commandLine = L"\"" + OwnProgram().wstring() + L"\" " + std::wstring(kOption, std::end(kOption) - 1) +
+                               std::wstring(scenario.begin(), scenario.end());
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    startup.hStdOutput = output;
+    startup.hStdError = output;
+    PROCESS_INFORMATION process{};
+    const BOOL started =
+        CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    CloseHandle(output);
+    if (started == FALSE) {
+        throw std::runtime_error("cannot start the child");
+    }
+    CloseHandle(process.hThread);
+    const bool ended = WaitForSingleObject(process.hProcess, kChildLimitMs) == WAIT_OBJECT_0;
+    if (!ended) {
+        TerminateProcess(process.hProcess, kOverdueChild);
+        WaitForSingleObject(process.hProcess, kChildLimitMs);
+    }
+    ChildResult result;
+    GetExitCodeProcess(process.hProcess, &result.exitCode);
+    CloseHandle(process.hProcess);
+    result.output = ReadFileBytes(outputPath);
+    if (!ended) {
+        throw std::runtime_error("the child did not end: " + scenario + "\n" + result.output);
+    }
+    return result;
+}
+
+} // namespace kxtest

@@ -1,0 +1,67 @@
+#include "support/hostfolder.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace kxtest {
+
+namespace {
+constexpr DWORD kPathCapacity = 32768;
+} // namespace
+
+std::filesystem::path OwnProgram() {
+    std::wstring path(kPathCapacity, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), kPathCapacity));
+    return path;
+}
+
+std::filesystem::path OwnFolder() {
+    return OwnProgram().parent_path();
+}
+
+void WriteFileBytes(const std::filesystem::path& path, std::string_view bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+std::string ReadFileBytes(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path.string());
+    }
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
+
+TempFolder::TempFolder() {
+    static std::atomic<int> s_number{0};
+    m_path = std::filesystem::temp_directory_path() /
+             ("kxtest-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(s_number.fetch_add(1)));
+    std::filesystem::create_directories(m_path);
+}
+
+TempFolder::~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+CurrentFolder::CurrentFolder(const std::filesystem::path& folder) : m_former(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+}
+
+CurrentFolder::~CurrentFolder() {
+    std::error_code ignored;
+    std::filesystem::current_path(m_former, ignored);
+}
+
+} // namespace kxtest

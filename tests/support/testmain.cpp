@@ -1,0 +1,78 @@
+/**
+ * @file
+ * Main function of every test program. A watchdog ends the process when a test hangs.
+ */
+#include "support/childprocess.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::seconds kTestLimit(60);
+constexpr UINT kOverdueExitCode = 99;
+
+// Ends the process when one test takes longer than the limit.
+class Watchdog : public testing::EmptyTestEventListener {
+public:
+    Watchdog() : m_thread([this] { Watch(); }) {}
+    ~Watchdog() override {
+        {
+            const std::lock_guard guard(m_mutex);
+            m_ending = true;
+        }
+        m_changed.notify_all();
+        m_thread.join();
+    }
+
+    void OnTestStart(const testing::TestInfo& test) override {
+        Restart(std::string(test.test_suite_name()) + "." + test.name());
+    }
+    void OnTestEnd(const testing::TestInfo&) override { Restart("between tests"); }
+
+private:
+    void Restart(std::string name) {
+        {
+            const std::lock_guard guard(m_mutex);
+            m_name = std::move(name);
+            m_deadline = std::chrono::steady_clock::now() + kTestLimit;
+        }
+        m_changed.notify_all();
+    }
+
+    void Watch() {
+        std::unique_lock guard(m_mutex);
+        while (!m_ending) {
+            if (std::chrono::steady_clock::now() >= m_deadline) {
+                std::fprintf(stderr, "watchdog: %s took longer than %lld s\n", m_name.c_str(),
+                             static_cast<long long>(kTestLimit.count()));
+                std::fflush(stderr);
+                TerminateProcess(GetCurrentProcess(), kOverdueExitCode);
+            }
+            m_changed.wait_until(guard, m_deadline);
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::string m_name = "start";
+    std::chrono::steady_clock::time_point m_deadline = std::chrono::steady_clock::now() + kTestLimit;
+    bool m_ending = false;
+    std::thread m_thread;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    kxtest::RunChildScenarioIfAsked(argc, argv);
+    testing::InitGoogleTest(&argc, argv);
+    testing::UnitTest::GetInstance()->listeners().Append(new Watchdog);
+    return RUN_ALL_TESTS();
+}
