@@ -109,6 +109,7 @@ unsigned long Run(int count, wchar_t** texts) {
     CLI::App app(kDescription, "kxrecord");
     app.set_version_flag("--version", "kxrecord " KXRECORD_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false); // "/videos/a.mkv" is a path, as everywhere in Windows
     const CLI::App* const record = AddRecord(app, arguments);
     AddManifest(app, arguments);
     try {

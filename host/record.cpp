@@ -86,7 +86,8 @@ unsigned long Record(const RecordOptions& options) {
     WaitWhileRecording(*proxy, stop, options, progress);
     const milliseconds recorded = progress.Elapsed();
     const bool workerGone = !IsRecording(*proxy);
-    const unsigned long ended = EndWorker(*proxy, options.timeoutMs);
+    const unsigned long ended =
+        workerGone ? proxy->WaitLiveProcessEnd(options.timeoutMs) : EndWorker(*proxy, options.timeoutMs);
     progress.Finish(recorded);
     if (workerGone) {
         Fail(Stage::Recording, ended);

@@ -71,7 +71,7 @@ class Commands(RecordCase):
                                 (("record", "a.mkv", "--quality", "101"), "--quality"),
                                 (("record", "a.mkv", "--seconds", "-1"), "--seconds"),
                                 (("record", "a.mkv", "--seconds", "x"), "--seconds"),
-                                (("manifest",), "FILE"), (("paint",), "paint")):
+                                (("manifest",), "FILE"), (("paint",), "subcommand")):
             with self.subTest(arguments=arguments):
                 result = self.stage.run(*arguments)
                 self.expect_code(result, BAD_ARGUMENTS)

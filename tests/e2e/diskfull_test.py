@@ -8,7 +8,7 @@ import sys
 from recordcase import RecordCase, main
 from video import Video, expect_pattern
 
-DISK_SIZE = "2m"
+DISK_SIZE = "1m"
 IN_NAME_SPACE = "KX_IN_NAME_SPACE"
 
 
@@ -18,7 +18,7 @@ class DiskFull(RecordCase):
         disk.mkdir()
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={DISK_SIZE}", "tmpfs", disk], check=True)
         path = disk / "screen.mkv"
-        result = self.stage.run("record", path, "--seconds", 40, "--quality", 95)
+        result = self.stage.run("record", path, "--seconds", 8, "--quality", 95)
         self.assertNotEqual(result.code, 0)
         self.assertTrue(result.complaint.startswith("kxrecord: "), result.complaint)
         self.assertIn("disk", result.complaint)

@@ -75,6 +75,7 @@ class Run:
 
 class Stage:
     def __init__(self, programs_from, work):
+        work = work.resolve()
         shutil.rmtree(work, ignore_errors=True)
         self.folder = work / "bin"
         self.files = work / "files"
