@@ -28,7 +28,7 @@ namespace {
 
 constexpr wchar_t kLoggerName[] = L"KxSuite";
 constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
-constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d %H:%M:%S.%q} %-5p [%P:%t] %m [%F:%L %M]%n";
+constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d %H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
 constexpr long kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
