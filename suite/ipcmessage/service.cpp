@@ -24,7 +24,7 @@ public:
           m_request(request) {}
 
     bool Reply(const void* payload, std::uint32_t payloadSize) override {
-        if (m_request.kind != FrameKind::kRequest || m_isReplied.exchange(true)) {
+        if (payloadSize > kIPCMaxPayload || m_request.kind != FrameKind::kRequest || m_isReplied.exchange(true)) {
             return false;
         }
         const TagIPCMessageItem reply{
