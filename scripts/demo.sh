@@ -34,7 +34,10 @@ clean_up() {
         WINEPREFIX="$KX_WINEPREFIX" "$server" -w || true
         rm -rf "$KX_WINEPREFIX"
     fi
-    if [ -n "$xvfb_pid" ]; then kill "$xvfb_pid" 2>/dev/null || true; fi
+    if [ -n "$xvfb_pid" ]; then
+        kill "$xvfb_pid" 2>/dev/null || true
+        wait "$xvfb_pid" 2>/dev/null || true
+    fi
 }
 
 start_display() {
