@@ -87,11 +87,13 @@ fetch() {
     rm -rf "$DEPS/src/$name.new"
 }
 
-# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once.
+# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once for each version
+# and set of arguments.
 build() {
     local name="$1" version="$2"
     shift 2
-    local stamp="$DEPS/stamps/$name-$version"
+    local stamp
+    stamp="$DEPS/stamps/$name-$version-$(printf '%s\n' "$@" | cksum | cut -d ' ' -f 1)"
     [ -f "$stamp" ] && return
     fetch "$name" "$version"
     say "building $name $version for the target"
