@@ -8,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
+#include <chrono>
 #include <exception>
 #include <sstream>
 #include <string>
@@ -16,11 +16,20 @@
 
 namespace {
 
-constexpr char kDescription[] = "Records the screen to a Matroska file.\n"
-                                "Exit codes: 0 success, 2 bad arguments, 170 busy, 191 the worker failed verification, "
-                                "206 path too long, 242 recording parameters refused, 243 file refused, 244 the worker "
-                                "ended by itself, 245 and 246 manifest not written, 258 time-out; others are the "
-                                "worker's or the system's code.";
+constexpr char kDescription[] = "Records the screen to a Matroska file, with the worker KXVCR.exe beside this program.";
+constexpr char kExitCodes[] = "Exit codes:\n"
+                              "    0  success\n"
+                              "    2  bad arguments\n"
+                              "  170  a recording runs already in this process\n"
+                              "  191  the worker is missing or failed verification\n"
+                              "  206  the file's path is too long\n"
+                              "  242  the worker refused the region, rate, quality or monitor\n"
+                              "  243  the worker could not create the file\n"
+                              "  244  the worker ended by itself, with code 0\n"
+                              "  245  the manifest cannot be read or written\n"
+                              "  246  a file for the manifest is missing or cannot be read\n"
+                              "  258  the worker did not get ready, or did not finish, in time\n"
+                              "Other codes are the worker's (4: the disk was full) or the system's.";
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
 constexpr unsigned int kLongestTimeoutMs = 3600000;
 
@@ -37,23 +46,29 @@ CLI::App* AddRecord(CLI::App& app, Arguments& arguments) {
     CLI::App* const record = app.add_subcommand("record", "Record the screen until --seconds are over or Ctrl-C");
     auto& picture = arguments.record.picture;
     record->add_option("FILE", arguments.file, "Matroska file to write, e.g. screen.mkv; an existing one is replaced")
+        ->type_name("")
         ->required();
-    record->add_option("--seconds", arguments.seconds, "Length of the recording; without it, until Ctrl-C")
-        ->check(CLI::Range(0.1, kLongestSeconds));
+    record->add_option("--seconds", arguments.seconds, "Length in seconds, fractions allowed; without it, until Ctrl-C")
+        ->type_name("S")
+        ->check(CLI::Range(0.1, kLongestSeconds).description(""));
     record->add_option("--fps", picture.framesPerSecond, "Frames per second, 1 to 60 (default 30)")
-        ->check(CLI::Range(1, 60));
+        ->type_name("N")
+        ->check(CLI::Range(1, 60).description(""));
     record->add_option("--region", arguments.region, "Rectangle of the screen, in pixels; without it, all of it")
         ->type_name("X,Y,W,H")
         ->delimiter(',')
         ->expected(4);
     record->add_option("--quality", picture.jpegQuality, "JPEG quality, 1 to 100 (default 80)")
-        ->check(CLI::Range(1, 100));
-    record->add_option("--monitor", picture.monitor, "1 is the first monitor; 0, the default, is the whole screen");
+        ->type_name("Q")
+        ->check(CLI::Range(1, 100).description(""));
+    record->add_option("--monitor", picture.monitor, "1 is the first monitor; 0, the default, is the whole screen")
+        ->type_name("N");
     record->add_flag("--cursor", arguments.cursor, "Draw the mouse pointer into the picture");
     record
         ->add_option("--timeout", arguments.record.timeoutMs,
                      "Milliseconds that the worker may take to start, to answer, and to finish the file")
-        ->check(CLI::Range(1u, kLongestTimeoutMs))
+        ->type_name("MS")
+        ->check(CLI::Range(1u, kLongestTimeoutMs).description(""))
         ->capture_default_str();
     return record;
 }
@@ -64,6 +79,7 @@ CLI::App* AddManifest(CLI::App& app, Arguments& arguments) {
     manifest
         ->add_option("FILE", arguments.manifestFiles,
                      "File to enter, relative to kxrecord.exe's folder, e.g. KXVCR.exe")
+        ->type_name("")
         ->required();
     return manifest;
 }
@@ -108,6 +124,7 @@ unsigned long Run(int count, wchar_t** texts) {
     Arguments arguments;
     CLI::App app(kDescription, "kxrecord");
     app.set_version_flag("--version", "kxrecord " KXRECORD_VERSION);
+    app.footer(kExitCodes);
     app.require_subcommand(1);
     app.allow_windows_style_options(false); // "/videos/a.mkv" is a path, as everywhere in Windows
     const CLI::App* const record = AddRecord(app, arguments);

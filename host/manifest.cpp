@@ -20,7 +20,7 @@ namespace {
 
 constexpr wchar_t kConfigFolder[] = L"\\config";
 constexpr wchar_t kManifestName[] = L"\\CheckFileIntergrity.xml";
-constexpr char kRootName[] = "CheckFileIntergrity";
+constexpr char kRootName[] = "Files";
 constexpr char kEntryName[] = "FileAttributes";
 constexpr char kPathAttribute[] = "Path";
 constexpr char kDigestAttribute[] = "Sha256";

@@ -1,7 +1,6 @@
 """What the user is told, and what is left on the disk, when something goes wrong."""
 
 import shutil
-import unittest
 
 from recordcase import RecordCase, main
 from stage import HOST, WORKER, wait_until

@@ -4,11 +4,10 @@ import os
 import pty
 import signal
 import subprocess
-import unittest
 
 from recordcase import RecordCase, main
-from stage import HOST, RUN_LIMIT_S, WINE_RUN, wait_until
-from video import SCREEN_WIDTH, Video, expect_edge, expect_pattern
+from stage import HOST, RUN_LIMIT_S, WINE_RUN
+from video import Video, expect_edge, expect_pattern
 
 FRAME_TOLERANCE = 0.15  # share of the frames asked for: the machine may be busy with other builds
 DURATION_TOLERANCE_S = 0.6
