@@ -107,7 +107,7 @@ ExitCode Run() {
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     try {
-        // Ends the log's threads while they still run: left to the unloading of the library, that waits for ever.
+        // A log library with a thread pool waits for ever when it is unloaded; this ends the pool while it still runs.
         const log4cplus::Initializer logging;
         return static_cast<int>(Run());
     } catch (const std::exception&) {
