@@ -21,6 +21,7 @@
 #include <locale>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -62,7 +63,7 @@ void AddRollingFile(log4cplus::Logger& logger, const std::filesystem::path& file
 void Configure(log4cplus::Logger& logger) {
     const std::filesystem::path host = HostExecutable();
     const std::filesystem::path config = host.parent_path() / kConfigFile;
-    if (GetFileAttributesW(config.c_str()) != INVALID_FILE_ATTRIBUTES) {
+    if (std::error_code ignored; std::filesystem::is_regular_file(config, ignored)) {
         log4cplus::PropertyConfigurator::doConfigure(config.wstring());
         return;
     }

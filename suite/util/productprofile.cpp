@@ -1,0 +1,113 @@
+// Reads the product profile; ProductProfile.sample.xml documents the file.
+#include "productprofile.h"
+
+#include <windows.h>
+
+#include <charconv>
+
+namespace kxutil {
+
+namespace {
+
+constexpr char kProfileFile[] = "\\config\\ProductProfile.xml";
+
+// The folder of this library in the process's ANSI code page, without a backslash at its end; empty on failure.
+std::string OwnFolder() {
+    static constexpr char kSomethingOfThisModule = 0;
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            &kSomethingOfThisModule, &module)) {
+        return {};
+    }
+    std::string path(MAX_PATH, '\0');
+    for (;;) {
+        const DWORD length = GetModuleFileNameA(module, path.data(), static_cast<DWORD>(path.size()));
+        if (length < path.size()) {
+            path.resize(length);
+            break;
+        }
+        path.resize(2 * path.size());
+    }
+    const size_t separator = path.rfind('\\');
+    return separator == std::string::npos ? std::string() : path.substr(0, separator);
+}
+
+std::optional<std::string> Text(const KxXmlElement& element, const std::string& attribute) {
+    const KxXmlAttribute found = element.FirstAttribute(attribute);
+    return found.IsAttributeNull() ? std::nullopt : std::optional(found.Value());
+}
+
+std::optional<int> Number(const KxXmlElement& element, const std::string& attribute) {
+    const auto text = Text(element, attribute);
+    if (!text) {
+        return std::nullopt;
+    }
+    int number = 0;
+    const char* const end = text->data() + text->size();
+    const auto [stopped, error] = std::from_chars(text->data(), end, number);
+    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
+}
+
+std::optional<bool> Flag(const KxXmlElement& element, const std::string& attribute) {
+    const auto text = Text(element, attribute);
+    if (text == "true") {
+        return true;
+    }
+    return text == "false" ? std::optional(false) : std::nullopt;
+}
+
+// The first element "name" in "parent" whose attribute has that value.
+KxXmlElement Find(const KxXmlElement& parent, const std::string& name, const std::string& attribute,
+                  const std::string& value) {
+    KxXmlElement element = parent.FirstNode(name);
+    while (!element.IsElementNull() && Text(element, attribute) != value) {
+        element = element.NextSiblingElement(name);
+    }
+    return element;
+}
+
+} // namespace
+
+ProductProfile ProductProfile::Load() {
+    ProductProfile profile;
+    const std::string folder = OwnFolder();
+    KxXMLDocument document;
+    if (!folder.empty() && document.LoadFile(folder + kProfileFile) == 0) {
+        profile.m_root = document.RootElement();
+    }
+    return profile;
+}
+
+std::optional<std::string> ProductProfile::ProductName() const {
+    const auto name = Text(m_root.FirstNode("Product"), "name");
+    return name && !name->empty() ? name : std::nullopt;
+}
+
+std::optional<int> ProductProfile::ProductIndex() const {
+    return Number(m_root.FirstNode("Product"), "index");
+}
+
+std::optional<bool> ProductProfile::Feature(const std::string& name) const {
+    return Flag(Find(m_root.FirstNode("Features"), "Feature", "name", name), "present");
+}
+
+std::optional<ProductAdapt::PromoteParamInfo> ProductProfile::PromoteParams(const std::string& key) const {
+    const KxXmlElement entry = Find(m_root.FirstNode("PromoteParams"), "PromoteParam", "key", key);
+    auto productName = Text(entry, "productName");
+    if (!productName) {
+        return std::nullopt;
+    }
+    return ProductAdapt::PromoteParamInfo{Number(entry, "id").value_or(0), std::move(*productName),
+                                          Text(entry, "channel").value_or(std::string()),
+                                          Number(entry, "flags").value_or(0)};
+}
+
+bool ProductProfile::ListsPlugin(const std::string& name) const {
+    return !Find(m_root.FirstNode("Plugins"), "Plugin", "name", name).IsElementNull();
+}
+
+bool ProductProfile::UsesAgreementService() const {
+    return Flag(m_root.FirstNode("AgreementService"), "inUse").value_or(false);
+}
+
+} // namespace kxutil
