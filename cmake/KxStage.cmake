@@ -21,16 +21,11 @@ function(kx_stage_runtime folder)
 endfunction()
 
 # kx_stage_targets(NAME FOLDER TARGET...): a target NAME that copies built DLLs and programs into FOLDER
-# whenever they change.
+# when they differ from what is there.
 function(kx_stage_targets name folder)
-    set(copies)
+    set(commands)
     foreach(target IN LISTS ARGN)
-        set(copy "${folder}/$<TARGET_FILE_NAME:${target}>")
-        add_custom_command(OUTPUT "${copy}"
-            COMMAND ${CMAKE_COMMAND} -E copy "$<TARGET_FILE:${target}>" "${copy}"
-            DEPENDS ${target} "$<TARGET_FILE:${target}>"
-            VERBATIM)
-        list(APPEND copies "${copy}")
+        list(APPEND commands COMMAND ${CMAKE_COMMAND} -E copy_if_different "$<TARGET_FILE:${target}>" "${folder}/")
     endforeach()
-    add_custom_target(${name} ALL DEPENDS ${copies})
+    add_custom_target(${name} ALL ${commands} DEPENDS ${ARGN} VERBATIM)
 endfunction()

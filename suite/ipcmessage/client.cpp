@@ -1,1 +1,245 @@
-#include "sdk/ipcmessage/ipcmessage.h"
+// The host's end of a channel. The library's thread listens on the channel's pipe, lets the host's own child in, and
+// serves that connection until it ends in one of these ways, after which it listens again:
+//   - the worker closes its end or dies;
+//   - the worker sends bytes that are not a frame, or a frame that only a host sends;
+//   - a write did not get through in time (the thread that wrote breaks the session);
+//   - the client is destroyed, which also ends the thread: mark, cancel, wait, free.
+#include "channel.h"
+#include "session.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <thread>
+
+using namespace ipcmessage;
+
+class IPCMessageClient::Impl {
+public:
+    explicit Impl(int moduleId);
+    ~Impl();
+
+    void RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback);
+    void UnRegisterMessageCallbackAll();
+    std::shared_ptr<Session> CurrentSession();
+    bool IsLibraryThread() const noexcept { return m_libraryThreadId == GetCurrentThreadId(); }
+
+private:
+    using CallbackMap = std::map<std::uint32_t, std::shared_ptr<const IPCMessageCallback>>;
+
+    void Run() noexcept;
+    bool AwaitWorker(HANDLE connected);
+    void ServeWorker();
+    void ReceiveAll(Session& session);
+    bool Publish(std::shared_ptr<Session> session);
+    void Dispatch(const Message& message);
+
+    FileHandle m_pipe;
+    KernelHandle m_stopEvent;
+    std::atomic<DWORD> m_libraryThreadId = 0;
+
+    SlimLock m_sessionLock; // guards the next two
+    std::shared_ptr<Session> m_session;
+    bool m_isStopping = false;
+
+    SlimLock m_callbackLock; // guards the rest
+    CallbackMap m_callbacks;
+    bool m_isCallbackRunning = false;
+    std::uint64_t m_callbackRuns = 0;
+    CONDITION_VARIABLE m_callbackEnded = CONDITION_VARIABLE_INIT;
+
+    std::thread m_thread;
+};
+
+IPCMessageClient::Impl::Impl(int moduleId) {
+    try {
+        m_stopEvent = MakeEvent();
+        m_pipe = CreateChannelPipe(ChannelName(GetCurrentProcessId(), moduleId));
+        if (m_pipe) {
+            m_thread = std::thread([this] { Run(); });
+        }
+    } catch (const std::system_error&) {
+        m_pipe = {};
+    }
+}
+
+IPCMessageClient::Impl::~Impl() {
+    std::shared_ptr<Session> session;
+    {
+        const std::lock_guard lock(m_sessionLock);
+        m_isStopping = true;
+        session = m_session;
+    }
+    if (session) {
+        session->Break();
+    }
+    if (m_thread.joinable()) {
+        SetEvent(m_stopEvent.Get());
+        m_thread.join();
+    }
+}
+
+void IPCMessageClient::Impl::RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback) {
+    auto entry = std::make_shared<const IPCMessageCallback>(std::move(callback));
+    const std::lock_guard lock(m_callbackLock);
+    // The swap leaves the old callable to be destroyed after the lock: its destructor is foreign code.
+    m_callbacks[messageId].swap(entry);
+}
+
+void IPCMessageClient::Impl::UnRegisterMessageCallbackAll() {
+    CallbackMap removed;
+    const std::lock_guard lock(m_callbackLock);
+    m_callbacks.swap(removed);
+    if (IsLibraryThread()) {
+        return;
+    }
+    const std::uint64_t run = m_callbackRuns;
+    while (m_isCallbackRunning && m_callbackRuns == run) {
+        m_callbackLock.Sleep(m_callbackEnded, INFINITE);
+    }
+}
+
+std::shared_ptr<Session> IPCMessageClient::Impl::CurrentSession() {
+    const std::lock_guard lock(m_sessionLock);
+    return m_session;
+}
+
+void IPCMessageClient::Impl::Run() noexcept {
+    m_libraryThreadId = GetCurrentThreadId();
+    try {
+        const KernelHandle connected = MakeEvent();
+        while (AwaitWorker(connected.Get())) {
+            if (IsPeerOwnChild(m_pipe.Get())) {
+                ServeWorker();
+            }
+            DisconnectNamedPipe(m_pipe.Get());
+        }
+    } catch (const std::exception&) {
+        // No event to listen with: the channel stays closed, and every send on it fails.
+    }
+}
+
+// True when some process has connected; false when the client is being destroyed or the pipe fails for good.
+bool IPCMessageClient::Impl::AwaitWorker(HANDLE connected) {
+    OVERLAPPED io{};
+    io.hEvent = connected;
+    const DWORD error = ConnectNamedPipe(m_pipe.Get(), &io) ? ERROR_SUCCESS : GetLastError();
+    if (error == ERROR_PIPE_CONNECTED || error == ERROR_NO_DATA) {
+        return WaitForSingleObject(m_stopEvent.Get(), 0) == WAIT_TIMEOUT;
+    }
+    if (error != ERROR_IO_PENDING && error != ERROR_SUCCESS) {
+        return false;
+    }
+    const HANDLE handles[] = {m_stopEvent.Get(), connected};
+    const bool isStopped = WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0 + 1;
+    if (isStopped) {
+        CancelIoEx(m_pipe.Get(), &io);
+    }
+    DWORD ignored = 0;
+    GetOverlappedResult(m_pipe.Get(), &io, &ignored, TRUE);
+    return !isStopped;
+}
+
+void IPCMessageClient::Impl::ServeWorker() {
+    std::shared_ptr<Session> session;
+    try {
+        session = std::make_shared<Session>(m_pipe.Get());
+    } catch (const std::exception&) {
+        return;
+    }
+    if (!Publish(session)) {
+        return;
+    }
+    try {
+        ReceiveAll(*session);
+    } catch (const std::exception&) {
+        // No memory for a frame: the connection ends, as it does for a frame that cannot be read.
+    }
+    Publish(nullptr);
+    session->Close();
+}
+
+bool IPCMessageClient::Impl::Publish(std::shared_ptr<Session> session) {
+    const std::lock_guard lock(m_sessionLock);
+    m_session.swap(session);
+    return !m_isStopping;
+}
+
+void IPCMessageClient::Impl::ReceiveAll(Session& session) {
+    Message message;
+    while (session.Receive(message)) {
+        switch (message.header.kind) {
+        case FrameKind::kReply:
+            session.CompleteExchange(std::move(message));
+            break;
+        case FrameKind::kNotice:
+            Dispatch(message);
+            break;
+        case FrameKind::kRequest:
+            return;
+        }
+    }
+}
+
+void IPCMessageClient::Impl::Dispatch(const Message& message) {
+    std::shared_ptr<const IPCMessageCallback> callback;
+    {
+        const std::lock_guard lock(m_callbackLock);
+        const auto found = m_callbacks.find(message.header.messageId);
+        if (found == m_callbacks.end()) {
+            return;
+        }
+        callback = found->second;
+        m_isCallbackRunning = true;
+        ++m_callbackRuns;
+    }
+    try {
+        TagIPCMessageItem item = ItemOf(message);
+        (*callback)(item);
+    } catch (...) {
+        // A callback's failure is its owner's; the channel goes on.
+    }
+    // Before the run counts as ended, so that what the callable captured is gone when unregistering returns.
+    callback.reset();
+    const std::lock_guard lock(m_callbackLock);
+    m_isCallbackRunning = false;
+    WakeAllConditionVariable(&m_callbackEnded);
+}
+
+IPCMessageClient::IPCMessageClient(int moduleId, bool /*reserved1*/, bool /*reserved2*/)
+    : m_impl(std::make_unique<Impl>(moduleId)) {}
+
+IPCMessageClient::~IPCMessageClient() = default;
+
+void IPCMessageClient::RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback) {
+    m_impl->RegisterMessageCallback(messageId, std::move(callback));
+}
+
+void IPCMessageClient::UnRegisterMessageCallbackAll() {
+    m_impl->UnRegisterMessageCallbackAll();
+}
+
+bool IPCMessageClient::SendIPCMessage(const TagIPCMessageItem& request, IPCReplyItem& reply, unsigned int timeoutMs) {
+    const Deadline deadline(timeoutMs);
+    reply.ReleasePayload();
+    // The library's thread is the one that would receive the reply.
+    if (m_impl->IsLibraryThread()) {
+        return false;
+    }
+    const std::shared_ptr<Session> session = m_impl->CurrentSession();
+    try {
+        return session && session->Exchange(request, reply, deadline);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool IPCMessageClient::PostIPCMessage(const TagIPCMessageItem& request) {
+    const Deadline deadline(kIPCWriteLimitMs);
+    const std::shared_ptr<Session> session = m_impl->CurrentSession();
+    try {
+        return session && session->Send(FrameKind::kNotice, 0, request, deadline);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}

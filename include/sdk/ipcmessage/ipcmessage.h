@@ -24,6 +24,9 @@
 inline constexpr std::uint32_t kIPCUnset = 0xFFFFFFFF;    ///< value of an id that was not given
 inline constexpr std::uint32_t kIPCMaxPayload = 1u << 20; ///< bytes of payload in one message, at most
 
+/** Milliseconds that a post or a reply waits for an other end that does not read; then the connection is dropped. */
+inline constexpr std::uint32_t kIPCWriteLimitMs = 2000;
+
 /**
  * One message. A plain record shared by both ends of the library's interface; it owns nothing. A request borrows
  * the caller's payload for the call; a reply is received into an IPCReplyItem, which owns its block.
@@ -35,9 +38,9 @@ struct TagIPCMessageItem {
     std::uint32_t replyMessageId = kIPCUnset; ///< the message id of a request that expects a reply, else kIPCUnset
     std::uint32_t reserved = kIPCUnset;
     std::uint32_t timeStamp = 0;   ///< GetTickCount() when the message was built, in milliseconds
-    std::uint32_t payloadSize = 0; ///< in bytes
-    void* payload = nullptr;
-    bool hasPayload = false;
+    std::uint32_t payloadSize = 0; ///< in bytes; not looked at without hasPayload
+    void* payload = nullptr;       ///< not looked at without hasPayload
+    bool hasPayload = false;       ///< whether the payload is sent; a payload that is present may have 0 bytes
 };
 static_assert(std::is_standard_layout_v<TagIPCMessageItem> && std::is_trivially_copyable_v<TagIPCMessageItem>);
 static_assert(sizeof(TagIPCMessageItem) == 48);
@@ -63,7 +66,7 @@ struct IPCReplyItem : TagIPCMessageItem {
     }
 };
 
-/** Receives one message; the item and its payload are valid during the call only. */
+/** Receives one message; the item and its payload are valid during the call only. What it throws is dropped. */
 using IPCMessageCallback = std::function<void(TagIPCMessageItem&)>;
 
 /**
@@ -95,10 +98,13 @@ public:
         RegisterMessageCallback(messageId, [object, member](TagIPCMessageItem& item) { (object->*member)(item); });
     }
 
-    /** The same for any callable; replaces an earlier one for that id. */
+    /** The same for any callable; replaces an earlier one for that id, which may still be running. */
     void RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback);
 
-    /** Removes every callback. One that is running when this is called has ended when this returns. */
+    /**
+     * Removes every callback. One that is running when this is called has ended when this returns, unless this is
+     * called by that callback itself.
+     */
     void UnRegisterMessageCallbackAll();
 
     /**
@@ -108,11 +114,16 @@ public:
      * @param timeoutMs limit of the whole exchange in milliseconds; INFINITE waits without limit
      * @return false when no worker is connected, the connection breaks, the request is larger than
      *         kIPCMaxPayload, or the time runs out; a reply that comes later is dropped
+     *
+     * A callback that runs holds up the replies behind it. A send from a callback fails at once, since its reply
+     * could not be received. When the time runs out while the worker takes only a part of the request, the
+     * connection is dropped.
      */
     bool SendIPCMessage(const TagIPCMessageItem& request, IPCReplyItem& reply, unsigned int timeoutMs);
 
     /**
-     * Sends a message that has no reply.
+     * Sends a message that has no reply. Waits kIPCWriteLimitMs at most; a worker that has not taken the message by
+     * then is disconnected.
      * @return whether the message was handed to the system for the connected worker
      */
     bool PostIPCMessage(const TagIPCMessageItem& request);
@@ -122,13 +133,16 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-/** Answers one request. The payload is copied before Reply returns. */
+/** Answers one request; valid while the handler runs. The payload is copied before Reply returns. */
 class KXIPCMESSAGE_API IPCReplySender {
 public:
     virtual ~IPCReplySender();
 
     /**
-     * Sends the reply; the first call for a request counts, later ones are refused.
+     * Sends the reply; the first call for a request counts, later ones are refused. Waits kIPCWriteLimitMs at most;
+     * the connection is dropped when the host has not taken the reply by then.
+     * @param payload null for a reply without a payload
+     * @param payloadSize in bytes, at most kIPCMaxPayload
      * @return whether the reply was handed to the system
      */
     virtual bool Reply(const void* payload, std::uint32_t payloadSize) = 0;
@@ -138,7 +152,8 @@ public:
 using IPCRequestHandler = std::function<void(const TagIPCMessageItem& request, IPCReplySender& sender)>;
 
 /**
- * The worker's end of a channel. Handlers run one after the other on the library's thread.
+ * The worker's end of a channel, good for one connection. Handlers run one after the other on the library's thread;
+ * what they throw is dropped. The service must not be destroyed from one of its own callbacks.
  */
 class KXIPCMESSAGE_API IPCMessageService {
 public:
@@ -163,11 +178,14 @@ public:
     /**
      * Opens the parent process's channel.
      * @param timeoutMs how long to wait for the channel to exist and be free, in milliseconds
-     * @return 0, or the Windows error code; ERROR_ACCESS_DENIED when the pipe's other end is not the parent process
+     * @return 0, or the Windows error code: WAIT_TIMEOUT when the time is over, ERROR_ACCESS_DENIED when the pipe's
+     *         other end is not the parent process, ERROR_NOT_FOUND when the parent has ended,
+     *         ERROR_ALREADY_INITIALIZED after a Connect that succeeded. Any other failure may be tried again.
      */
     unsigned long Connect(unsigned int timeoutMs);
 
-    /** Sends a notice to the host. @return whether it was handed to the system */
+    /** Sends a notice to the host, as IPCMessageClient::PostIPCMessage does. @return whether it was handed to the
+     * system */
     bool PostIPCMessage(const TagIPCMessageItem& message);
 
 private:

@@ -18,7 +18,9 @@
 /** The one logger that the suite's modules share; every call returns the same. May be called from any thread. */
 KXLOGTOOL_API log4cplus::Logger& GetLogger();
 
-#if defined(__GNUC__)
+#if defined(__clang__)
+#define KXLOGTOOL_PRINTF __attribute__((format(printf, 1, 2)))
+#elif defined(__GNUC__)
 #define KXLOGTOOL_PRINTF __attribute__((format(gnu_printf, 1, 2)))
 #else
 #define KXLOGTOOL_PRINTF

@@ -1,0 +1,143 @@
+// The channel's pipe: name, access and the check of the other process.
+#include "channel.h"
+
+#include <sddl.h>
+#include <winternl.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace ipcmessage {
+namespace {
+
+constexpr DWORD kPipeBufferSize = 64 * 1024; // bytes in each direction
+constexpr DWORD kPeerAccess = PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE;
+
+// winternl.h names the member with the parent's process id Reserved3 or InheritedFromUniqueProcessId, by compiler.
+struct ProcessBasicFacts {
+    NTSTATUS exitStatus;
+    void* environmentBlock;
+    ULONG_PTR affinity;
+    LONG_PTR basePriority;
+    ULONG_PTR processId;
+    ULONG_PTR parentProcessId;
+};
+
+// 0 when the system does not tell.
+DWORD ParentIdOf(HANDLE process) {
+    ProcessBasicFacts facts{};
+    const NTSTATUS status = NtQueryInformationProcess(process, ProcessBasicInformation, &facts, sizeof facts, nullptr);
+    return status < 0 ? 0 : static_cast<DWORD>(facts.parentProcessId);
+}
+
+std::uint64_t StartTimeOf(HANDLE process) {
+    FILETIME created{};
+    FILETIME exited{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (!GetProcessTimes(process, &created, &exited, &kernel, &user)) {
+        return 0;
+    }
+    return (std::uint64_t{created.dwHighDateTime} << 32) | created.dwLowDateTime;
+}
+
+bool IsRunning(HANDLE process) {
+    return WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+}
+
+// Parent numbers outlive their processes: a child is younger than its parent or the number was used again.
+bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) {
+    const std::uint64_t childStart = StartTimeOf(child);
+    const std::uint64_t parentStart = StartTimeOf(parent);
+    return ParentIdOf(child) == parentId && childStart != 0 && parentStart != 0 && childStart >= parentStart;
+}
+
+// Empty on failure.
+std::wstring CurrentUserSid() {
+    HANDLE rawToken = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &rawToken)) {
+        return {};
+    }
+    const KernelHandle token(rawToken);
+    DWORD size = 0;
+    GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
+    std::vector<std::uint64_t> block(size / sizeof(std::uint64_t) + 1);
+    if (!GetTokenInformation(token.Get(), TokenUser, block.data(), size, &size)) {
+        return {};
+    }
+    wchar_t* rawText = nullptr;
+    if (!ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(block.data())->User.Sid, &rawText)) {
+        return {};
+    }
+    const LocalBlock<wchar_t> text(rawText);
+    return text.get();
+}
+
+} // namespace
+
+std::wstring ChannelName(DWORD hostProcessId, int moduleId) {
+    return L"\\\\.\\pipe\\KxIPCMessage." + std::to_wstring(hostProcessId) + L"." +
+           std::to_wstring(static_cast<unsigned int>(moduleId));
+}
+
+FileHandle CreateChannelPipe(const std::wstring& name) {
+    const std::wstring user = CurrentUserSid();
+    if (user.empty()) {
+        return {};
+    }
+    void* rawDescriptor = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW((L"D:P(A;;GA;;;" + user + L")").c_str(), SDDL_REVISION_1,
+                                                              &rawDescriptor, nullptr)) {
+        return {};
+    }
+    const LocalBlock<void> descriptor(rawDescriptor);
+    SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
+    return FileHandle(CreateNamedPipeW(name.c_str(),
+                                       PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                                       PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
+                                       kPipeBufferSize, kPipeBufferSize, 0, &security));
+}
+
+bool IsPeerOwnChild(HANDLE pipe) {
+    ULONG peerId = 0;
+    if (!GetNamedPipeClientProcessId(pipe, &peerId)) {
+        return false;
+    }
+    const KernelHandle peer(OpenProcess(kPeerAccess, FALSE, peerId));
+    return peer && IsRunning(peer.Get()) && IsChildOf(peer.Get(), GetCurrentProcess(), GetCurrentProcessId());
+}
+
+DWORD ParentProcess::Open() {
+    m_id = ParentIdOf(GetCurrentProcess());
+    if (m_id == 0) {
+        return ERROR_NOT_FOUND;
+    }
+    m_process = KernelHandle(OpenProcess(kPeerAccess, FALSE, m_id));
+    if (!m_process) {
+        const DWORD error = GetLastError();
+        return error == ERROR_INVALID_PARAMETER ? ERROR_NOT_FOUND : error;
+    }
+    if (!IsRunning(m_process.Get()) || !IsChildOf(GetCurrentProcess(), m_process.Get(), m_id)) {
+        return ERROR_NOT_FOUND;
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD OpenChannelPipe(const std::wstring& name, DWORD hostProcessId, FileHandle& pipe) {
+    FileHandle opened(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    if (!opened) {
+        return GetLastError();
+    }
+    ULONG serverId = 0;
+    if (!GetNamedPipeServerProcessId(opened.Get(), &serverId)) {
+        return GetLastError();
+    }
+    if (serverId != hostProcessId) {
+        return ERROR_ACCESS_DENIED;
+    }
+    pipe = std::move(opened);
+    return ERROR_SUCCESS;
+}
+
+} // namespace ipcmessage

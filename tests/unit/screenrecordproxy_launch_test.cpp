@@ -1,0 +1,547 @@
+// RunProcess and its steps: the busy check, verification, the launch and the wait for the ready notice.
+#include "support/handlecount.h"
+#include "support/hostfolder.h"
+#include "unit/proxyfixture.h"
+
+#include <cstring>
+#include <optional>
+#include <thread>
+
+namespace {
+
+using namespace proxytest;
+using proxyprivate::MonitorThread;
+using proxyprivate::ReadyEvent;
+using proxyprivate::WorkerProcess;
+
+constexpr unsigned long kBusy = 170;
+constexpr unsigned long kBadSignature = 191;
+constexpr unsigned long kTimedOut = 258;
+constexpr DWORD kNoResources = 1450;
+constexpr UINT kNeverReadyExitCode = 21;
+
+class ProxyLaunch : public ProxyTest {
+protected:
+    void ExpectNothingHeld() {
+        EXPECT_EQ(WorkerProcess(Proxy()).load(), nullptr);
+        EXPECT_EQ(MonitorThread(Proxy()), nullptr);
+    }
+    /** A run, its end and the monitor's end: the proxy works. */
+    void ExpectRunWorks() {
+        m_plan.Live(0);
+        const OwnedHandle worker = RunWorker();
+        ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+        m_plan.EndWorkers();
+        AwaitMonitor();
+        EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
+    }
+};
+
+TEST_F(ProxyLaunch, ReadyWorker_IsHeldAndWatched) {
+    const OwnedHandle worker = RunWorker();
+    ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+    EXPECT_EQ(GetProcessId(WorkerProcess(Proxy()).load()), GetProcessId(worker.get()));
+    EXPECT_NE(MonitorThread(Proxy()), nullptr);
+    EXPECT_TRUE(LockIsFree(Proxy()));
+    ExpectMessages({});
+}
+
+TEST_F(ProxyLaunch, ModeOtherThanZero_IsBusyAndTouchesNothing) {
+    const Launcher launcher;
+    for (const RecordMode mode : kAllModes) {
+        if (mode == RecordMode::NoWorker) {
+            continue;
+        }
+        for (const RunStatus status : kAllStatuses) {
+            m_log.Clear();
+            SetState(status, mode);
+            EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBusy);
+            ExpectState(status, mode);
+            ExpectMessages({Warn("RunProcess", L"Can not run screen record process on mode ",
+                                 std::to_wstring(static_cast<int>(mode)))});
+        }
+    }
+    EXPECT_EQ(launcher.Launches(), 0);
+    EXPECT_TRUE(fakeutil::Calls().empty());
+    ExpectNothingHeld();
+}
+
+TEST_F(ProxyLaunch, SecondRunWhileTheFirstLives_IsBusy) {
+    const OwnedHandle worker = RunWorker();
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBusy);
+    ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+    EXPECT_EQ(WaitForSingleObject(worker.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+TEST_F(ProxyLaunch, DuringTheLaunch_StateIsStarting) {
+    const hooks::CreateProcessHook hook([this](auto&&...) {
+        ExpectState(RunStatus::Starting, RecordMode::WorkerStarted);
+        return FALSE;
+    });
+    Proxy().RunProcess(kLimitMs);
+    EXPECT_EQ(hook.Calls(), 1);
+}
+
+TEST_F(ProxyLaunch, AnyStatus_DoesNotHinderARunFromModeZero) {
+    for (const RunStatus status : {RunStatus::Error, RunStatus::Stopping, RunStatus::Running}) {
+        SetState(status, RecordMode::NoWorker);
+        ExpectRunWorks();
+    }
+}
+
+TEST_F(ProxyLaunch, KnownRunningWorker_IsBusyAndResetsTheState) {
+    const OwnedHandle worker = RunWorker();
+    void* const held = WorkerProcess(Proxy()).load();
+    SetState(RunStatus::Running, RecordMode::NoWorker);
+    const Launcher launcher;
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBusy);
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Warn("CheckEnv", L"Screen record process is running, can not start new process")});
+    EXPECT_EQ(launcher.Launches(), 0);
+    EXPECT_EQ(WorkerProcess(Proxy()).load(), held);
+    EXPECT_TRUE(LockIsFree(Proxy()));
+}
+
+TEST_F(ProxyLaunch, EndedWorkersHandle_IsClosedBeforeTheNextRun) {
+    ExpectRunWorks();
+    void* const former = WorkerProcess(Proxy()).load();
+    ASSERT_NE(former, nullptr);
+    bool closed = false;
+    const hooks::CloseHandleHook close([&](HANDLE handle) {
+        closed = closed || handle == former;
+        return hooks::CloseHandleHook::Original(handle);
+    });
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    EXPECT_TRUE(closed);
+    EXPECT_EQ(WorkerProcess(Proxy()).load(), nullptr);
+}
+
+TEST_F(ProxyLaunch, FailedWaitOnTheKnownWorker_LetsTheHandleGo) {
+    const OwnedHandle worker = RunWorker();
+    {
+        const hooks::WaitHook wait([](HANDLE handle, DWORD timeoutMs) {
+            return timeoutMs == 0 ? WAIT_FAILED : hooks::WaitHook::Original(handle, timeoutMs);
+        });
+        EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    }
+    EXPECT_EQ(WorkerProcess(Proxy()).load(), nullptr);
+    ExpectMessages({});
+    m_plan.EndWorkers();
+    AwaitMonitor();
+}
+
+TEST_F(ProxyLaunch, CheckEnv_AsksForTheWorkerBesideTheHost) {
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    const std::string file = (kxtest::OwnFolder() / "KXVCR.exe").string();
+    EXPECT_EQ(fakeutil::ArgumentsOf("DE::GetFileSha256Hex"), std::vector<std::string>{file});
+}
+
+TEST_F(ProxyLaunch, FailedVerification_StartsNothing) {
+    ExpectRunWorks();
+    const Launcher launcher;
+    fakeutil::ScriptFileSha256Hex([](const std::string&) { return "00"; });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Error("CheckEnv", L"Screen record exe file verification error")});
+    EXPECT_EQ(launcher.Launches(), 0);
+}
+
+TEST_F(ProxyLaunch, AfterFailedVerification_TheNextRunWorks) {
+    fakeutil::ScriptFileSha256Hex([](const std::string&) { return "00"; });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+    EXPECT_EQ(ReadyEvent(Proxy()), nullptr);
+    fakeutil::Reset();
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, ReadyEvent_IsManualResetUnsignalledAndUnnamed) {
+    int created = 0;
+    const hooks::CreateEventHook create(
+        [&](LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR name) {
+            ++created;
+            EXPECT_EQ(security, nullptr);
+            EXPECT_EQ(manualReset, TRUE);
+            EXPECT_EQ(initialState, FALSE);
+            EXPECT_EQ(name, nullptr);
+            return hooks::CreateEventHook::Original(security, manualReset, initialState, name);
+        });
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    EXPECT_EQ(created, 1);
+    ASSERT_NE(ReadyEvent(Proxy()), nullptr);
+    EXPECT_EQ(WaitForSingleObject(ReadyEvent(Proxy()), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+TEST_F(ProxyLaunch, ExistingReadyEvent_IsResetAndKept) {
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    void* const event = ReadyEvent(Proxy());
+    SetEvent(event);
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    EXPECT_EQ(ReadyEvent(Proxy()), event);
+    EXPECT_EQ(WaitForSingleObject(event, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+}
+
+TEST_F(ProxyLaunch, NoReadyEvent_GivesTheSystemsCode) {
+    {
+        const Launcher launcher;
+        const hooks::CreateEventHook create([](auto&&...) -> HANDLE {
+            SetLastError(kNoResources);
+            return nullptr;
+        });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), kNoResources);
+        EXPECT_EQ(launcher.Launches(), 0);
+    }
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Error("CheckEnv", L"Create event for ipc notify failed, err=", L"1450")});
+    EXPECT_EQ(ReadyEvent(Proxy()), nullptr);
+    ExpectNothingHeld();
+    ExpectRunWorks();
+}
+
+// What CreateProcessW was given.
+struct LaunchArguments {
+    bool hasApplication = true;
+    std::wstring commandLine;
+    bool hasProcessSecurity = true;
+    bool hasThreadSecurity = true;
+    BOOL inherit = TRUE;
+    DWORD flags = 0xFFFFFFFF;
+    bool hasEnvironment = true;
+    bool hasFolder = true;
+    STARTUPINFOW startup{};
+};
+
+TEST_F(ProxyLaunch, CreateProcess_IsGivenExactlyTheseArguments) {
+    LaunchArguments given;
+    const hooks::WideModuleNameHook moduleName([](HMODULE module, LPWSTR buffer, DWORD size) {
+        EXPECT_EQ(module, nullptr);
+        EXPECT_EQ(size, 260u);
+        const std::wstring path = L"C:\\Some Folder\\Host.exe";
+        std::memcpy(buffer, path.c_str(), (path.size() + 1) * sizeof(wchar_t));
+        return static_cast<DWORD>(path.size());
+    });
+    const hooks::CreateProcessHook create(
+        [&](LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
+            LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags, LPVOID environment, LPCWSTR folder,
+            LPSTARTUPINFOW startup, LPPROCESS_INFORMATION) {
+            given = {application != nullptr,    commandLine,       processSecurity != nullptr,
+                     threadSecurity != nullptr, inherit,           flags,
+                     environment != nullptr,    folder != nullptr, *startup};
+            commandLine[0] = L'?'; // the system may write to it
+            SetLastError(ERROR_FILE_NOT_FOUND);
+            return FALSE;
+        });
+    void* process = nullptr;
+    EXPECT_EQ(proxyprivate::CreateRecordProcess(Proxy(), process), static_cast<unsigned long>(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(given.hasApplication);
+    EXPECT_EQ(given.commandLine, L"\"C:\\Some Folder\\KXVCR.exe\" -IPCProxy");
+    EXPECT_FALSE(given.hasProcessSecurity);
+    EXPECT_FALSE(given.hasThreadSecurity);
+    EXPECT_EQ(given.inherit, FALSE);
+    EXPECT_EQ(given.flags, 0u);
+    EXPECT_FALSE(given.hasEnvironment);
+    EXPECT_FALSE(given.hasFolder);
+    STARTUPINFOW expected{};
+    expected.cb = sizeof(expected);
+    EXPECT_EQ(std::memcmp(&given.startup, &expected, sizeof(expected)), 0);
+    ExpectMessages({Error("CreateRecordProcess", L"CreateProcess failed! Err=", L"2")});
+}
+
+TEST_F(ProxyLaunch, Worker_IsStartedFromTheHostsFolder) {
+    std::wstring commandLine;
+    const hooks::CreateProcessHook create([&](LPCWSTR, LPWSTR line, auto&&...) {
+        commandLine = line;
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), static_cast<unsigned long>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(commandLine, L"\"" + (kxtest::OwnFolder() / "KXVCR.exe").wstring() + L"\" -IPCProxy");
+}
+
+TEST_F(ProxyLaunch, FailedLaunch_ClosesTheReadyEventAndGivesTheCode) {
+    ExpectRunWorks();
+    void* const event = ReadyEvent(Proxy());
+    bool closed = false;
+    {
+        const hooks::CloseHandleHook close([&](HANDLE handle) {
+            closed = closed || handle == event;
+            SetLastError(ERROR_INVALID_HANDLE);
+            return hooks::CloseHandleHook::Original(handle);
+        });
+        const hooks::CreateProcessHook create([](auto&&...) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        });
+        EXPECT_NE(Proxy().RunProcess(kLimitMs), 0u);
+    }
+    EXPECT_TRUE(closed);
+    EXPECT_EQ(ReadyEvent(Proxy()), nullptr);
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    EXPECT_EQ(WorkerProcess(Proxy()).load(), nullptr);
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, FailedLaunch_NamesTheCode) {
+    const hooks::CreateProcessHook create([](auto&&...) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), static_cast<unsigned long>(ERROR_ACCESS_DENIED));
+    ExpectMessages({Error("CreateRecordProcess", L"CreateProcess failed! Err=", L"5")});
+    ExpectNothingHeld();
+}
+
+TEST_F(ProxyLaunch, StartedWorker_ItsThreadHandleIsClosedAndItsProcessHandleGiven) {
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    const Launcher launcher;
+    std::vector<HANDLE> closed;
+    void* process = nullptr;
+    {
+        const hooks::CloseHandleHook close([&](HANDLE handle) {
+            closed.push_back(handle);
+            return hooks::CloseHandleHook::Original(handle);
+        });
+        EXPECT_EQ(proxyprivate::CreateRecordProcess(Proxy(), process), 0u);
+    }
+    EXPECT_EQ(process, launcher.WorkerAsTheProxySeesIt());
+    EXPECT_EQ(closed, std::vector<HANDLE>{launcher.ThreadAsTheProxySeesIt()});
+    EXPECT_EQ(WorkerProcess(Proxy()).load(), nullptr);
+    m_plan.EndWorkers();
+    EXPECT_EQ(proxyprivate::WaitProcessRunResult(Proxy(), process, kLimitMs), 0u);
+    AwaitMonitor();
+}
+
+TEST_F(ProxyLaunch, WaitForReady_IsOverTheEventThenTheWorker) {
+    const Launcher launcher;
+    struct {
+        DWORD count = 0;
+        HANDLE handles[2]{};
+        BOOL all = TRUE;
+        DWORD timeoutMs = 0;
+    } given;
+    const hooks::WaitManyHook wait([&](DWORD count, const HANDLE* handles, BOOL all, DWORD timeoutMs) {
+        given.count = count;
+        std::copy_n(handles, std::min<DWORD>(count, 2), given.handles);
+        given.all = all;
+        given.timeoutMs = timeoutMs;
+        EXPECT_TRUE(LockIsFree(Proxy()));
+        return hooks::WaitManyHook::Original(count, handles, all, timeoutMs);
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), 0u);
+    EXPECT_EQ(given.count, 2u);
+    EXPECT_EQ(given.handles[0], ReadyEvent(Proxy()));
+    EXPECT_EQ(given.handles[1], launcher.WorkerAsTheProxySeesIt());
+    EXPECT_EQ(given.all, FALSE);
+    EXPECT_EQ(given.timeoutMs, kLimitMs);
+}
+
+TEST_F(ProxyLaunch, ReadyAndEndedWorker_CountsAsReady) {
+    m_plan.EndAtOnce(5);
+    const Launcher launcher;
+    const hooks::WaitManyHook wait([&](DWORD count, const HANDLE* handles, BOOL all, DWORD timeoutMs) {
+        EXPECT_EQ(WaitForSingleObject(launcher.Worker(), kLimitMs), WAIT_OBJECT_0);
+        return hooks::WaitManyHook::Original(count, handles, all, timeoutMs);
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), 0u);
+    AwaitMonitor();
+    EXPECT_EQ(Proxy().GetCurRecordMode(), 0);
+    EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 5u);
+}
+
+TEST_F(ProxyLaunch, NoticeDuringTheWait_EndsIt) {
+    const Launcher launcher(false);
+    std::thread notice;
+    const hooks::WaitManyHook wait([&](DWORD count, const HANDLE* handles, BOOL all, DWORD timeoutMs) {
+        notice = std::thread([] { EXPECT_TRUE(fakeipc::Deliver(kReadyMessage)); });
+        return hooks::WaitManyHook::Original(count, handles, all, timeoutMs);
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), 0u);
+    notice.join();
+    ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+}
+
+TEST_F(ProxyLaunch, MonitorThread_IsCreatedWithDefaultsForThisProxy) {
+    const Launcher launcher;
+    const hooks::CreateThreadHook create([this](LPSECURITY_ATTRIBUTES security, SIZE_T stack,
+                                                LPTHREAD_START_ROUTINE entry, LPVOID argument, DWORD flags,
+                                                LPDWORD id) {
+        EXPECT_EQ(security, nullptr);
+        EXPECT_EQ(stack, 0u);
+        EXPECT_NE(entry, nullptr);
+        EXPECT_EQ(argument, &Proxy());
+        EXPECT_EQ(flags, 0u);
+        EXPECT_FALSE(LockIsFree(Proxy()));
+        return hooks::CreateThreadHook::Original(security, stack, entry, argument, flags, id);
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), 0u);
+    EXPECT_EQ(create.Calls(), 1);
+}
+
+TEST_F(ProxyLaunch, FormerMonitorHandle_IsClosed) {
+    ExpectRunWorks();
+    void* const former = MonitorThread(Proxy());
+    bool closed = false;
+    const hooks::CloseHandleHook close([&](HANDLE handle) {
+        closed = closed || handle == former;
+        return hooks::CloseHandleHook::Original(handle);
+    });
+    m_plan.Live(0);
+    const OwnedHandle worker = RunWorker();
+    EXPECT_TRUE(closed);
+}
+
+TEST_F(ProxyLaunch, NoMonitorThread_GivesTheSystemsCode) {
+    ExpectRunWorks();
+    m_plan.Live(0);
+    {
+        const Launcher launcher;
+        const hooks::CreateThreadHook create([](auto&&...) -> HANDLE {
+            SetLastError(kNoResources);
+            return nullptr;
+        });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), kNoResources);
+    }
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Error("WaitProcessRunResult", L"Create monitor thread failed! err=", L"1450")});
+    EXPECT_EQ(MonitorThread(Proxy()), nullptr);
+    Proxy().KillProcess();
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, WorkerThatEndsAtOnce_GivesItsExitCode) {
+    for (const unsigned long exitCode : {1ul, 7ul, 258ul, 0xFFFFFFFFul}) {
+        m_log.Clear();
+        m_plan.EndAtOnce(exitCode);
+        {
+            const Launcher launcher(false);
+            EXPECT_EQ(Proxy().RunProcess(kLimitMs), exitCode);
+        }
+        ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+        ExpectMessages({Warn("WaitProcessRunResult", L"KXVCR process died, exitcode=", std::to_wstring(exitCode))});
+        ExpectNothingHeld();
+    }
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, WorkerThatEndsAtOnceWithZero_LeavesModeAndStatusZero) {
+    m_plan.EndAtOnce(0);
+    {
+        const Launcher launcher(false);
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), 0u);
+    }
+    ExpectMessages({Warn("WaitProcessRunResult", L"KXVCR process died, exitcode=", L"0")});
+    ExpectNothingHeld();
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+}
+
+TEST_F(ProxyLaunch, ExitCodeThatCannotBeRead_GivesTheSystemsCode) {
+    m_plan.EndAtOnce(7);
+    {
+        const Launcher launcher(false);
+        const hooks::GetExitCodeHook query([](auto&&...) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), static_cast<unsigned long>(ERROR_ACCESS_DENIED));
+    }
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Warn("WaitProcessRunResult", L"KXVCR process died, exitcode=", L"5")});
+    ExpectNothingHeld();
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, WorkerThatIsNeverReady_IsEndedWith21) {
+    {
+        const Launcher launcher(false);
+        std::vector<std::pair<HANDLE, UINT>> terminated;
+        const hooks::TerminateProcessHook terminate([&](HANDLE process, UINT exitCode) {
+            terminated.emplace_back(process, exitCode);
+            return hooks::TerminateProcessHook::Original(process, exitCode);
+        });
+        EXPECT_EQ(Proxy().RunProcess(kTooShortMs), kTimedOut);
+        ASSERT_EQ(terminated.size(), 1u);
+        EXPECT_EQ(terminated[0].first, launcher.WorkerAsTheProxySeesIt());
+        EXPECT_EQ(terminated[0].second, kNeverReadyExitCode);
+        EXPECT_EQ(ExitCodeOf(launcher.Worker()), kNeverReadyExitCode);
+    }
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({});
+    ExpectNothingHeld();
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, TimeOutOfZero_IsOverAtOnce) {
+    const Launcher launcher(false);
+    EXPECT_EQ(Proxy().RunProcess(0), kTimedOut);
+    EXPECT_EQ(ExitCodeOf(launcher.Worker()), kNeverReadyExitCode);
+}
+
+TEST_F(ProxyLaunch, NoticeOfAFormerWorker_DoesNotCount) {
+    ExpectRunWorks();
+    EXPECT_TRUE(fakeipc::Deliver(kReadyMessage));
+    m_plan.Live(0);
+    const Launcher launcher(false);
+    EXPECT_EQ(Proxy().RunProcess(kTooShortMs), kTimedOut);
+}
+
+TEST_F(ProxyLaunch, FailedWait_EndsTheWorkerAndGivesOne) {
+    for (const DWORD result : {WAIT_FAILED, static_cast<DWORD>(WAIT_ABANDONED_0)}) {
+        const Launcher launcher(false);
+        const hooks::WaitManyHook wait([result](auto&&...) {
+            SetLastError(kNoResources);
+            return result;
+        });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), 1u);
+        EXPECT_EQ(ExitCodeOf(launcher.Worker()), kNeverReadyExitCode);
+        ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+        ExpectNothingHeld();
+    }
+    ExpectMessages({});
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, TwentyRunsOfEachKind_LeakNoHandle) {
+    const auto runEachKind = [this] {
+        ExpectRunWorks();
+        {
+            m_plan.EndAtOnce(3);
+            const Launcher launcher(false);
+            EXPECT_EQ(Proxy().RunProcess(kLimitMs), 3u);
+        }
+        {
+            m_plan.Live(0);
+            const Launcher launcher(false);
+            EXPECT_EQ(Proxy().RunProcess(0), kTimedOut);
+            EXPECT_EQ(ExitCodeOf(launcher.Worker()), kNeverReadyExitCode);
+        }
+        {
+            const hooks::CreateProcessHook create([](auto&&...) { return FALSE; });
+            Proxy().RunProcess(kLimitMs);
+        }
+        ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    };
+    runEachKind();
+    const std::size_t before = kxtest::OpenHandleCount();
+    for (int run = 0; run < 20; ++run) {
+        runEachKind();
+    }
+    EXPECT_EQ(kxtest::OpenHandleCount(), before);
+}
+
+TEST_F(ProxyLaunch, TwoThreadsAtOnce_StartOneWorker) {
+    const Launcher launcher;
+    std::atomic<int> started{0};
+    std::atomic<int> busy{0};
+    const auto run = [&] {
+        const unsigned long code = Proxy().RunProcess(kLimitMs);
+        started += code == 0 ? 1 : 0;
+        busy += code == kBusy ? 1 : 0;
+    };
+    std::thread other(run);
+    run();
+    other.join();
+    EXPECT_EQ(started.load(), 1);
+    EXPECT_EQ(busy.load(), 1);
+    EXPECT_EQ(launcher.Launches(), 1);
+}
+
+} // namespace
