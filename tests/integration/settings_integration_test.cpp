@@ -7,8 +7,10 @@
 
 #include "support/childprocess.h"
 #include "support/debuglines.h"
+#include "support/handlecount.h"
 #include "support/hostfolder.h"
 #include "support/importpatch.h"
+#include "support/logcapture.h"
 #include "support/privateaccess.h"
 
 #include "sdk/util/process.h"
@@ -18,13 +20,18 @@
 #include <sddl.h>
 
 #include <array>
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <functional>
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -513,6 +520,79 @@ TEST_F(SettingsIntegrationTest, DeviceFunction_FollowsTheProfilesProduct) {
     std::filesystem::remove(file);
     EXPECT_FALSE(SystemEnvironment::IsSupportDeviceFunc("Power", "Eco"));
     EXPECT_THAT(m_lines.Lines(), IsEmpty());
+}
+
+// --- all of them at once
+
+// Every query once; whether each answered as the registry and the profile say.
+bool AskEverything() {
+    SystemEnvironment::FixSmallCrashDump();
+    return AgreementSign::JudgeAgreementSign() == -1 && SystemEnvironment::IsAgreeClause() == "1" &&
+           SystemEnvironment::GetLoginGuideProtocol() == "1" && SystemEnvironment::IsAutoRepairEnabled() &&
+           SystemEnvironment::GetPowerManagerIntellMode() == "1" && SystemEnvironment::GetCaptureSwitch() == L"0" &&
+           SystemEnvironment::IsKernelCrashDumpEnabled() && SystemEnvironment::GetSessionPowerValue(L"None") == -1 &&
+           SystemEnvironment::GetLogSwitch() == "0" && SystemEnvironment::GetFirewareValue() == "0" &&
+           SystemEnvironment::IsSupportDeviceFunc("Power", "Boost") &&
+           !SystemEnvironment::IsSupportDeviceFunc("Power", "Eco");
+}
+
+class EverythingTest : public SettingsIntegrationTest {
+protected:
+    EverythingTest() {
+        WriteProfile("<Product name=\"Book 14\" index=\"4\"/><AgreementService inUse=\"true\"/>");
+        kxtest::WriteFileBytes(m_switches, "<S><Power><Boost support=\"Book 14;\">1</Boost></Power></S>");
+        AcceptClause();
+        AgreementSign::SetAgreeCache(true);
+        StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
+        StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 2);
+    }
+    ~EverythingTest() override { std::filesystem::remove(m_switches); }
+
+private:
+    std::filesystem::path m_switches = kxtest::OwnFolder() / "config" / "DeviceFuncSwitchConf.xml";
+};
+
+TEST_F(EverythingTest, ManyThreads_EachGetsTheRightAnswers) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 25;
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&right] {
+            for (int round = 0; round < kRounds; ++round) {
+                right += AskEverything() ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right.load(), kThreads * kRounds);
+}
+
+TEST_F(EverythingTest, ManyCalls_LeaveNoHandleOpen) {
+    constexpr int kRounds = 50;
+    kxtest::kPrivate<RecordeAgreeFlagTag>();
+    EXPECT_TRUE(AskEverything());
+    const std::size_t before = kxtest::OpenHandleCount();
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_TRUE(AskEverything());
+        kxtest::kPrivate<RecordeAgreeFlagTag>();
+        kxtest::kPrivate<DeleteAgreeFlagTag>();
+        SystemEnvironment::SetLogSwitch(false);
+    }
+    EXPECT_EQ(kxtest::OpenHandleCount(), before);
+}
+
+TEST_F(EverythingTest, AnyAnswer_LeavesTheSharedLogAlone) {
+    const kxtest::LogCapture log;
+    EXPECT_TRUE(AskEverything());
+    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    EXPECT_FALSE(AskEverything());
+    kxtest::WriteFileBytes(ProfileFile(), "<");
+    kxtest::WriteFileBytes(kxtest::OwnFolder() / "config" / "DeviceFuncSwitchConf.xml", "<");
+    EXPECT_FALSE(SystemEnvironment::IsSupportDeviceFunc("Power", "Boost"));
+    EXPECT_THAT(log.Events(), IsEmpty());
 }
 
 // --- the secondary SKU: the firmware table is read once in a process, so each table has a process of its own
