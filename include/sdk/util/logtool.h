@@ -2,8 +2,10 @@
  * @file
  * The suite's shared log (LogTool.dll), on log4cplus.
  *
- * The log is configured on first use from "config\log4cplus.properties" beside the host executable when that
- * file exists; otherwise WARN and above go to a rolling file beside the host executable.
+ * The logger is named KxSuite. It is configured once, on first use: from "config\log4cplus.properties" in the folder
+ * of the host executable when that file exists; otherwise WARN and above go to a rolling file in UTF-8 beside the
+ * host executable, with its name and the ending .log, which keeps three old files of a mebibyte each. The library stays
+ * loaded from then on.
  */
 #pragma once
 
@@ -27,8 +29,10 @@ KXLOGTOOL_API log4cplus::Logger& GetLogger();
 #endif
 
 /**
- * Logs one printf-formatted line at WARN or at ERROR, with the helper itself as its location. A line longer than
- * 4095 characters is cut there. A format that cannot be converted logs the format itself.
+ * Logs one printf-formatted text at WARN or at ERROR, followed by the helper's name in brackets and with the helper's
+ * signature as its location. Narrow text is in the process's ANSI code page. A text longer than 4095 characters is
+ * cut there. A text that cannot be formatted logs the format itself; a null format logs nothing. Nothing is formatted
+ * when the level is off. Nothing throws; may be called from any thread.
  */
 KXLOGTOOL_API void LogWarnFun(const char* format, ...) KXLOGTOOL_PRINTF;
 KXLOGTOOL_API void LogWarnFun(const wchar_t* format, ...);

@@ -1,0 +1,270 @@
+// The shared logger and the printf-style helpers of the real LogTool.dll. The log is configured once a process and
+// from beside the host, so each case is a child process in a folder of its own.
+#include "sdk/util/logtool.h"
+#include "utilchild.h"
+
+#include <gtest/gtest.h>
+
+#include <log4cplus/appender.h>
+#include <log4cplus/loggingmacros.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <cstdio>
+#include <regex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using utiltest::ChildScenario;
+using utiltest::ReadBytes;
+using utiltest::RunChild;
+using utiltest::TemporaryFolder;
+using utiltest::WriteBytes;
+
+std::string Narrow(const std::wstring& text) {
+    std::string narrow;
+    for (const wchar_t character : text) {
+        narrow.push_back(static_cast<char>(character));
+    }
+    return narrow;
+}
+
+/** Prints each event's level, text and location. */
+class PrintingAppender : public log4cplus::Appender {
+public:
+    ~PrintingAppender() override { destructorImpl(); }
+    void close() override { closed = true; }
+
+protected:
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+        std::printf("%d|%s|%s|%s\n", event.getLogLevel(), Narrow(event.getMessage()).c_str(),
+                    Narrow(event.getFile()).c_str(), Narrow(event.getFunction()).c_str());
+    }
+};
+
+void PrintEvents() {
+    GetLogger().removeAllAppenders();
+    GetLogger().addAppender(log4cplus::SharedAppenderPtr(new PrintingAppender));
+}
+
+const ChildScenario kHelpers("helpers", [] {
+    PrintEvents();
+    LogWarnFun("narrow %d %s %%", -5, "text");
+    LogWarnFun(L"wide %d %ls", 7, L"text");
+    LogErrorFun("narrow %llu", 1ull << 40);
+    LogErrorFun(L"wide %hs", "text");
+    return 0;
+});
+
+TEST(LogTool, Helpers_LogAtTheirLevelWithTheirOwnNameAndSignature) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(RunChild("helpers", folder.Path()).output,
+              "30000|narrow -5 text %(LogWarnFun)|suite\\logtool\\logtool.cpp|"
+              "void __cdecl LogWarnFun(const char *,...)\r\n"
+              "30000|wide 7 text(LogWarnFun)|suite\\logtool\\logtool.cpp|"
+              "void __cdecl LogWarnFun(const wchar_t *,...)\r\n"
+              "40000|narrow 1099511627776(LogErrorFun)|suite\\logtool\\logtool.cpp|"
+              "void __cdecl LogErrorFun(const char *,...)\r\n"
+              "40000|wide text(LogErrorFun)|suite\\logtool\\logtool.cpp|"
+              "void __cdecl LogErrorFun(const wchar_t *,...)\r\n");
+}
+
+/** Prints the length of each event's text and its last characters. */
+class MeasuringAppender : public log4cplus::Appender {
+public:
+    ~MeasuringAppender() override { destructorImpl(); }
+    void close() override { closed = true; }
+
+protected:
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+        const std::string text = Narrow(event.getMessage());
+        std::printf("%zu %s\n", text.size(), text.substr(text.size() - 14).c_str());
+    }
+};
+
+const ChildScenario kLongLines("longlines", [] {
+    GetLogger().removeAllAppenders();
+    GetLogger().addAppender(log4cplus::SharedAppenderPtr(new MeasuringAppender));
+    for (const size_t length : {4094u, 4095u, 4096u, 100'000u}) {
+        LogWarnFun("%s!", std::string(length - 1, 'x').c_str());
+        LogWarnFun(L"%ls!", std::wstring(length - 1, L'x').c_str());
+    }
+    return 0;
+});
+
+TEST(LogTool, LineLongerThan4095Characters_IsCutThere) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(RunChild("longlines", folder.Path()).output, "4106 x!(LogWarnFun)\r\n4106 x!(LogWarnFun)\r\n"
+                                                           "4107 x!(LogWarnFun)\r\n4107 x!(LogWarnFun)\r\n"
+                                                           "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n"
+                                                           "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n");
+}
+
+const ChildScenario kEmptyTexts("emptytexts", [] {
+    PrintEvents();
+    const char* const noNarrowFormat = nullptr;
+    const wchar_t* const noWideFormat = nullptr;
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#endif
+    LogWarnFun(noNarrowFormat);
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+    LogWarnFun(noWideFormat);
+    LogWarnFun("%s", "");
+    return 0;
+});
+
+TEST(LogTool, NullFormat_LogsNothingAndAnEmptyTextIsLogged) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(RunChild("emptytexts", folder.Path()).output,
+              "30000|(LogWarnFun)|suite\\logtool\\logtool.cpp|void __cdecl LogWarnFun(const char *,...)\r\n");
+}
+
+const ChildScenario kLevels("levels", [] {
+    PrintEvents();
+    GetLogger().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+    LogWarnFun("off %d", 1);
+    LogErrorFun("on %d", 2);
+    return 0;
+});
+
+TEST(LogTool, LevelThatIsOff_LogsNothing) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(RunChild("levels", folder.Path()).output,
+              "40000|on 2(LogErrorFun)|suite\\logtool\\logtool.cpp|void __cdecl LogErrorFun(const char *,...)\r\n");
+}
+
+const ChildScenario kDefaults("defaults", [] {
+    LOG4CPLUS_INFO(GetLogger(), L"below the default level");
+    LOG4CPLUS_WARN(GetLogger(), L"first \x4E2D\xE9");
+    LogErrorFun("second %d", 2);
+    return 0;
+});
+
+// The lines of a log without date, time, process and thread, and without the location at the end.
+std::string TextsOf(const std::string& log) {
+    std::istringstream lines(log);
+    std::string texts;
+    for (std::string line; std::getline(lines, line);) {
+        std::string date;
+        std::string time;
+        std::string level;
+        std::istringstream(line) >> date >> time >> level;
+        const size_t text = line.find("] ") + 2;
+        texts += level + " " + line.substr(text, line.rfind(" [") - text) + "\n";
+    }
+    return texts;
+}
+
+TEST(LogTool, WithoutConfiguration_WarnAndAboveGoToAFileBesideTheHostInUtf8) {
+    const TemporaryFolder folder;
+    const auto result = RunChild("defaults", folder.Path());
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))),
+              "WARN first \xE4\xB8\xAD\xC3\xA9\nERROR second 2(LogErrorFun)\n");
+}
+
+TEST(LogTool, LineOfTheFile_TellsTimeLevelProcessThreadTextAndLocation) {
+    const TemporaryFolder folder;
+    RunChild("defaults", folder.Path());
+    const std::string log = ReadBytes(folder.Name("child.log"));
+    const std::regex line(
+        "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ERROR \\[\\d+:\\d+\\] second 2\\(LogErrorFun\\) "
+        "\\[suite\\\\logtool\\\\logtool\\.cpp:\\d+ void __cdecl LogErrorFun\\(const char \\*,\\.\\.\\.\\)\\]\r?\n");
+    EXPECT_TRUE(std::regex_match(log.substr(log.find('\n') + 1), line)) << log;
+}
+
+TEST(LogTool, SecondRun_AppendsToTheFile) {
+    const TemporaryFolder folder;
+    RunChild("defaults", folder.Path());
+    const std::string first = TextsOf(ReadBytes(folder.Name("child.log")));
+    RunChild("defaults", folder.Path());
+    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))), first + first);
+}
+
+TEST(LogTool, ConfigurationBesideTheHost_ReplacesTheDefault) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder.Path() / "config");
+    WriteBytes(folder.Path() / "config" / "log4cplus.properties",
+               "log4cplus.rootLogger=INFO, console\r\n"
+               "log4cplus.appender.console=log4cplus::ConsoleAppender\r\n"
+               "log4cplus.appender.console.layout=log4cplus::PatternLayout\r\n"
+               "log4cplus.appender.console.layout.ConversionPattern=%p %c %m%n\r\n"
+               "log4cplus.logger.KxSuite=ERROR\r\n");
+    EXPECT_EQ(RunChild("defaults", folder.Path()).output, "ERROR KxSuite second 2(LogErrorFun)\r\n");
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log"));
+}
+
+TEST(LogTool, ConfigurationThatIsNonsense_LeavesTheHostAlive) {
+    for (const std::string_view text : {std::string_view(), std::string_view("\xFF\xFE\0=\n", 5),
+                                        std::string_view("log4cplus.rootLogger=, nowhere\n"),
+                                        std::string_view("log4cplus.rootLogger=LOUD\nlog4cplus.logger.KxSuite=, x\n"),
+                                        std::string_view("log4cplus.rootLogger=WARN, a\nlog4cplus.appender.a=No\n")}) {
+        const TemporaryFolder folder;
+        std::filesystem::create_directory(folder.Path() / "config");
+        WriteBytes(folder.Path() / "config" / "log4cplus.properties", text);
+        EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u) << text;
+    }
+}
+
+TEST(LogTool, LogFileThatCannotBeOpened_LeavesTheHostAlive) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder.Path() / "child.log");
+    EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u);
+}
+
+const ChildScenario kManyThreads("threads", [] {
+    std::vector<std::thread> threads;
+    std::vector<log4cplus::Logger*> loggers(8);
+    for (log4cplus::Logger*& logger : loggers) {
+        threads.emplace_back([&logger] {
+            logger = &GetLogger();
+            for (int count = 0; count < 50; ++count) {
+                LogWarnFun("%s", "line");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const bool isOne = loggers == std::vector<log4cplus::Logger*>(loggers.size(), &GetLogger());
+    std::printf("%d logger, %zu appender", isOne ? 1 : 2, GetLogger().getAllAppenders().size());
+    return 0;
+});
+
+TEST(LogTool, ManyThreadsAtOnce_ShareOneLoggerWithOneFile) {
+    const TemporaryFolder folder;
+    std::string expected;
+    for (int count = 0; count < 400; ++count) {
+        expected += "WARN line(LogWarnFun)\n";
+    }
+    EXPECT_EQ(RunChild("threads", folder.Path()).output, "1 logger, 1 appender");
+    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))), expected);
+}
+
+const ChildScenario kManyLines("manylines", [] {
+    const std::string text(4000, 'x');
+    for (int count = 0; count < 2000; ++count) {
+        LogWarnFun("%s", text.c_str());
+    }
+    return 0;
+});
+
+TEST(LogTool, LogThatGrows_KeepsThreeOldFilesOfAMebibyte) {
+    const TemporaryFolder folder;
+    ASSERT_EQ(RunChild("manylines", folder.Path()).exitCode, 0u);
+    for (const char* const name : {"child.log.1", "child.log.2", "child.log.3"}) {
+        EXPECT_GT(std::filesystem::file_size(folder.Path() / name), 1024u * 1024u) << name;
+        EXPECT_LT(std::filesystem::file_size(folder.Path() / name), 1100u * 1024u) << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log.4"));
+}
+
+} // namespace
