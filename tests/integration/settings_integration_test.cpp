@@ -1,15 +1,11 @@
 // Consent, settings and switches with the real suite libraries on a real registry.
-//
-// HKEY_LOCAL_MACHINE and HKEY_USERS of this process are mapped onto scratch keys below HKEY_CURRENT_USER, so that every
-// call works on real keys and leaves the machine's own settings alone.
 #include "agreementsign.h"
 #include "systemenvironment.h"
 
-#include "support/childprocess.h"
+#include "scratchregistry.h"
 #include "support/debuglines.h"
 #include "support/handlecount.h"
 #include "support/hostfolder.h"
-#include "support/importpatch.h"
 #include "support/logcapture.h"
 #include "support/privateaccess.h"
 
@@ -17,21 +13,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sddl.h>
 
-#include <array>
 #include <atomic>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
 namespace {
@@ -54,6 +42,7 @@ template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
 
 namespace {
 
+using namespace scratchregistry;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -66,110 +55,6 @@ const std::wstring kExpiry = L"SOFTWARE\\Calvora\\setting\\expireLogin";
 const std::wstring kPowerManager = L"Software\\Calvora\\ZLKPowerManager";
 const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
 const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
-
-// Reading and deleting stay allowed, so that the key can be removed again.
-const wchar_t* const kNoWriting = L"D:P(D;;0x6;;;WD)(A;;KA;;;WD)";
-const wchar_t* const kEverything = L"D:P(A;;KA;;;WD)";
-
-void Check(LSTATUS status, const char* what) {
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error(std::string(what) + ": error " + std::to_string(status));
-    }
-}
-
-struct CloseKey {
-    void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using Key = std::unique_ptr<std::remove_pointer_t<HKEY>, CloseKey>;
-
-Key Created(HKEY root, const std::wstring& path, DWORD access = KEY_ALL_ACCESS) {
-    HKEY key = nullptr;
-    Check(RegCreateKeyExW(root, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr),
-          "create key");
-    return Key(key);
-}
-
-// One root of this process, mapped onto a new empty key until the object goes.
-class MappedRoot {
-public:
-    MappedRoot(HKEY root, const std::wstring& name)
-        : m_root(root),
-          m_path(L"Software\\kxtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name),
-          m_key(Created(HKEY_CURRENT_USER, m_path)) {
-        Check(RegOverridePredefKey(m_root, m_key.get()), "map root");
-    }
-    ~MappedRoot() {
-        RegOverridePredefKey(m_root, nullptr);
-        m_key.reset();
-        RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
-    }
-    MappedRoot(const MappedRoot&) = delete;
-    MappedRoot& operator=(const MappedRoot&) = delete;
-
-private:
-    HKEY m_root;
-    std::wstring m_path;
-    Key m_key;
-};
-
-void StoreBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type, std::string_view bytes) {
-    const Key key = Created(root, path);
-    Check(RegSetValueExW(key.get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
-                         static_cast<DWORD>(bytes.size())),
-          "store value");
-}
-void StoreText(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& text) {
-    StoreBytes(root, path, name, REG_SZ,
-               {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
-}
-void StoreNumber(HKEY root, const std::wstring& path, const std::wstring& name, DWORD number) {
-    StoreBytes(root, path, name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
-}
-
-std::optional<std::wstring> StoredText(HKEY root, const std::wstring& path, const std::wstring& name) {
-    std::array<wchar_t, 64> text{};
-    DWORD size = sizeof(text);
-    const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, text.data(), &size);
-    return status == ERROR_SUCCESS ? std::optional<std::wstring>(text.data()) : std::nullopt;
-}
-std::optional<DWORD> StoredNumber(HKEY root, const std::wstring& path, const std::wstring& name) {
-    DWORD number = 0;
-    DWORD size = sizeof(number);
-    const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &number, &size);
-    return status == ERROR_SUCCESS ? std::optional<DWORD>(number) : std::nullopt;
-}
-
-void SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr) == FALSE) {
-        throw std::runtime_error("bad security descriptor");
-    }
-    const std::unique_ptr<void, decltype(&LocalFree)> owned(descriptor, &LocalFree);
-    HKEY key = nullptr;
-    Check(RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, &key), "open for security");
-    const Key closing(key);
-    Check(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor), "set security");
-}
-
-// A key without write access, until the object goes.
-class ReadOnlyKey {
-public:
-    ReadOnlyKey(HKEY root, const std::wstring& path) : m_root(root), m_path(path) {
-        SetSecurity(root, path, kNoWriting);
-        HKEY key = nullptr;
-        if (RegOpenKeyExW(root, path.c_str(), 0, KEY_ALL_ACCESS, &key) != ERROR_ACCESS_DENIED) {
-            const Key closing(key);
-            throw std::runtime_error("the registry does not enforce the key's security");
-        }
-    }
-    ~ReadOnlyKey() { SetSecurity(m_root, m_path, kEverything); }
-    ReadOnlyKey(const ReadOnlyKey&) = delete;
-    ReadOnlyKey& operator=(const ReadOnlyKey&) = delete;
-
-private:
-    HKEY m_root;
-    std::wstring m_path;
-};
 
 std::filesystem::path ProfileFile() {
     return kxtest::OwnFolder() / "config" / "ProductProfile.xml";
@@ -593,75 +478,6 @@ TEST_F(EverythingTest, AnyAnswer_LeavesTheSharedLogAlone) {
     kxtest::WriteFileBytes(kxtest::OwnFolder() / "config" / "DeviceFuncSwitchConf.xml", "<");
     EXPECT_FALSE(SystemEnvironment::IsSupportDeviceFunc("Power", "Boost"));
     EXPECT_THAT(log.Events(), IsEmpty());
-}
-
-// --- the secondary SKU: the firmware table is read once in a process, so each table has a process of its own
-
-std::string Record(std::uint8_t type, std::string fields, const std::vector<std::string>& texts) {
-    std::string record;
-    record += static_cast<char>(type);
-    record += static_cast<char>(fields.size() + 4);
-    record += std::string(2, '\0');
-    record += fields;
-    for (const std::string& text : texts) {
-        record += text + '\0';
-    }
-    return record + std::string(texts.empty() ? 2 : 1, '\0');
-}
-
-// System and enclosure record with one text each, their SKU numbers.
-std::string FirmwareTable(const std::string& systemSku, const std::string& enclosureSku) {
-    constexpr std::size_t kSystemFields = 0x1B - 4;
-    constexpr std::size_t kSystemSku = 0x19 - 4;
-    constexpr std::size_t kEnclosureFields = 0x16 - 4;
-    constexpr std::size_t kEnclosureSku = 0x15 - 4;
-    std::string system(kSystemFields, '\0');
-    std::string enclosure(kEnclosureFields, '\0');
-    if (!systemSku.empty()) {
-        system[kSystemSku] = 1;
-    }
-    if (!enclosureSku.empty()) {
-        enclosure[kEnclosureSku] = 1;
-    }
-    const auto texts = [](const std::string& sku) {
-        return sku.empty() ? std::vector<std::string>() : std::vector<std::string>{sku};
-    };
-    const std::string records =
-        Record(1, system, texts(systemSku)) + Record(3, enclosure, texts(enclosureSku)) + Record(127, "", {});
-    const auto length = static_cast<std::uint32_t>(records.size());
-    std::string header{"\0\3\2\0", 4};
-    header.append(reinterpret_cast<const char*>(&length), sizeof(length));
-    return header + records;
-}
-
-using FirmwareHook = kxtest::ImportHook<"KERNEL32.dll", "GetSystemFirmwareTable", decltype(GetSystemFirmwareTable)>;
-
-void PrintSku(const std::string& systemSku, const std::string& enclosureSku) {
-    const std::string table = FirmwareTable(systemSku, enclosureSku);
-    const FirmwareHook hook(
-        [&table](DWORD, DWORD, PVOID buffer, DWORD size) {
-            if (buffer != nullptr && size >= table.size()) {
-                std::memcpy(buffer, table.data(), table.size());
-            }
-            return static_cast<UINT>(table.size());
-        },
-        GetModuleHandleW(L"Util.dll"));
-    std::printf("[%s]", SystemEnvironment::GetSecondarySku().c_str());
-    std::fflush(stdout);
-}
-
-const kxtest::ChildScenario kSkusDiffer("skus-differ", [] { PrintSku("ABC", "XYZ-9"); });
-const kxtest::ChildScenario kSkusEqual("skus-equal", [] { PrintSku("XYZ-9", "XYZ-9"); });
-const kxtest::ChildScenario kSkusDifferInCase("skus-differ-in-case", [] { PrintSku("xyz-9", "XYZ-9"); });
-const kxtest::ChildScenario kNoSystemSku("no-system-sku", [] { PrintSku("", "XYZ-9"); });
-const kxtest::ChildScenario kNoSecondarySku("no-secondary-sku", [] { PrintSku("ABC", ""); });
-
-TEST(SecondarySkuIntegration, FirmwareTable_DecidesTheSku) {
-    EXPECT_EQ(kxtest::RunChild("skus-differ").output, "[xyz-9]");
-    EXPECT_EQ(kxtest::RunChild("skus-equal").output, "[]");
-    EXPECT_EQ(kxtest::RunChild("skus-differ-in-case").output, "[xyz-9]");
-    EXPECT_EQ(kxtest::RunChild("no-system-sku").output, "[xyz-9]");
-    EXPECT_EQ(kxtest::RunChild("no-secondary-sku").output, "[]");
 }
 
 } // namespace

@@ -1,123 +1,20 @@
 // The agreement judgement: every path with the whole list of registry calls that it makes, in order.
 #include "agreementsign.h"
 
+#include "agreementsignfixture.h"
 #include "fakes/fakeutil_fault.h"
-#include "fakes/fakeutil_registry.h"
-#include "fakes/fakeutil_services.h"
-#include "support/debuglines.h"
-#include "support/privateaccess.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <ostream>
-#include <string>
 #include <tuple>
 #include <type_traits>
-#include <vector>
 
 namespace {
 
-struct JudgeWhenLoginTag {
-    using Type = int (*)(const std::wstring&, const std::string&, const std::string&);
-};
-struct JudgeBranchIdTag {
-    using Type = int (*)(const std::wstring&);
-};
-struct RecordeAgreeFlagTag {
-    using Type = void (*)();
-};
-struct DeleteAgreeFlagTag {
-    using Type = void (*)();
-};
-
-} // namespace
-
-template struct kxtest::Expose<JudgeWhenLoginTag, &AgreementSign::JudgeWhenLogin>;
-template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
-template struct kxtest::Expose<RecordeAgreeFlagTag, &AgreementSign::RecordeAgreeFlag>;
-template struct kxtest::Expose<DeleteAgreeFlagTag, &AgreementSign::DeleteAgreeFlag>;
-
-namespace {
-
-using fakeutil::Call;
+using namespace agreementtest;
 using fakeutil::RegistryCalls;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
 using testing::AnyOf;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
-
-constexpr int kSigned = -1;
-constexpr int kNoRecord = 0;
-constexpr int kSignAgain = 1;
-constexpr int kNotApplicable = 2;
-
-constexpr DWORD kFullAccess = 0xF003F;
-
-const std::wstring kService = L"\\Software\\Calvora\\AgreementService";
-const std::wstring kLoginTms = L"\\Software\\Calvora\\AgreementService\\WithAccountLogin\\TMSVersion";
-const std::wstring kLoginLocal = L"\\Software\\Calvora\\AgreementService\\WithAccountLogin\\LocalVersion";
-const std::wstring kNoLoginTms = L"\\Software\\Calvora\\AgreementService\\WithoutAccountLogin\\TMSVersion";
-const std::wstring kNoLoginLocal = L"\\Software\\Calvora\\AgreementService\\WithoutAccountLogin\\LocalVersion";
-const std::wstring kLoginRecord = L"\\Software\\Calvora\\AgreementService\\KXRecordWithLogin";
-const std::wstring kCacheRecord = L"\\Software\\Calvora\\AgreementService\\KXRecordWithLoginCache";
-const std::wstring kNoLoginRecord = L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithoutLogin";
-const std::wstring kUserAgreement = L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithoutLogin\\UserAgreement";
-const std::wstring kPrivacyStatement = L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithoutLogin\\PrivacyStatement";
-
-std::wstring OfUser(const std::wstring& key) {
-    return fakeutil::kDefaultSid + key;
-}
-void SetFlag(const std::wstring& key, const std::wstring& name, const std::wstring& value) {
-    fakeutil::SetRegistryValue(HKEY_USERS, OfUser(key), name, value);
-}
-void SetVersions(const std::wstring& key, const std::wstring& agreement, const std::wstring& privacy) {
-    SetFlag(key, L"133", agreement);
-    SetFlag(key, L"10021", privacy);
-}
-void SetNoLoginRecord(const std::wstring& agreement, const std::wstring& privacy) {
-    SetFlag(kUserAgreement, L"Version", agreement);
-    SetFlag(kPrivacyStatement, L"Version", privacy);
-}
-
-std::vector<Call> Joined(std::vector<Call> first, const std::vector<Call>& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-// The calls of the single steps.
-std::vector<Call> EntryCalls() {
-    return {call::IsSupportTms(), call::GetFlag(kService, "WndAgreeCache"), call::GetFlag(kService, "UserLoginFlag")};
-}
-std::vector<Call> VersionCalls(const std::wstring& versionsKey) {
-    return {call::GetFlag(kService, "ServerUpdatedFlag"), call::GetFlag(versionsKey, "133"),
-            call::GetFlag(versionsKey, "10021")};
-}
-std::vector<Call> MissingRecordCalls(const std::wstring& recordKey) {
-    return {call::SetRootKey(HKEY_USERS), call::KeyExists(HKEY_USERS, OfUser(recordKey))};
-}
-std::vector<Call> RecordCalls(const std::wstring& recordKey) {
-    return Joined(MissingRecordCalls(recordKey), {call::GetFlag(recordKey, "133"), call::GetFlag(recordKey, "10021")});
-}
-std::vector<Call> NoLoginRecordCalls() {
-    return Joined(MissingRecordCalls(kNoLoginRecord),
-                  {call::GetFlag(kUserAgreement, "Version"), call::GetFlag(kPrivacyStatement, "Version")});
-}
-
-class AgreementSignTest : public testing::Test {
-protected:
-    AgreementSignTest() { fakeutil::Reset(); }
-    ~AgreementSignTest() override {
-        EXPECT_EQ(fakeutil::LiveRegistryObjects(), 0);
-        EXPECT_THAT(m_lines.Lines(), IsEmpty());
-        fakeutil::Reset();
-    }
-
-private:
-    kxtest::DebugLines m_lines;
-};
 
 // --- the entry point
 
@@ -409,191 +306,6 @@ TEST_F(AgreementSignTest, RecordOfAnotherUser_DoesNotCount) {
     EXPECT_EQ(AgreementSign::JudgeAgreementSignLogin(), kNoRecord);
 }
 
-// --- the private judgement of one record
-
-class JudgeWhenLoginTest : public AgreementSignTest {
-protected:
-    static int Judge(const std::wstring& key, const std::string& agreement, const std::string& privacy) {
-        return kxtest::kPrivate<JudgeWhenLoginTag>(key, agreement, privacy);
-    }
-};
-
-TEST_F(JudgeWhenLoginTest, MissingKey_NoRecord) {
-    EXPECT_EQ(Judge(L"\\Any\\Record", "3", "3"), kNoRecord);
-    EXPECT_EQ(RegistryCalls(), MissingRecordCalls(L"\\Any\\Record"));
-}
-
-TEST_F(JudgeWhenLoginTest, OlderAgreement_SignAgainAfterBothReads) {
-    SetVersions(L"\\Any\\Record", L"2", L"3");
-    EXPECT_EQ(Judge(L"\\Any\\Record", "3", "3"), kSignAgain);
-    EXPECT_EQ(RegistryCalls(), RecordCalls(L"\\Any\\Record"));
-}
-
-TEST_F(JudgeWhenLoginTest, OlderPrivacyStatement_SignAgain) {
-    SetVersions(L"\\Any\\Record", L"3", L"2");
-    EXPECT_EQ(Judge(L"\\Any\\Record", "3", "3"), kSignAgain);
-    EXPECT_EQ(RegistryCalls(), RecordCalls(L"\\Any\\Record"));
-}
-
-TEST_F(JudgeWhenLoginTest, BothCurrent_Signed) {
-    SetVersions(L"\\Any\\Record", L"3", L"4");
-    EXPECT_EQ(Judge(L"\\Any\\Record", "3", "3"), kSigned);
-    EXPECT_EQ(RegistryCalls(), RecordCalls(L"\\Any\\Record"));
-}
-
-TEST_F(JudgeWhenLoginTest, VersionsAreNotMixedUp_EachIsComparedWithItsOwn) {
-    SetVersions(L"\\Any\\Record", L"5", L"3");
-    EXPECT_EQ(Judge(L"\\Any\\Record", "5", "3"), kSigned);
-    EXPECT_EQ(Judge(L"\\Any\\Record", "3", "5"), kSignAgain);
-}
-
-// --- branch ids
-
-struct BranchPlace {
-    std::wstring recordKey;
-    std::wstring acceptedKey;
-    std::wstring inForceKey;
-};
-std::ostream& operator<<(std::ostream& out, const BranchPlace& place) {
-    return out << testing::PrintToString(place.recordKey);
-}
-
-class JudgeBranchIdTest : public AgreementSignTest, public testing::WithParamInterface<BranchPlace> {
-protected:
-    static int Judge() { return kxtest::kPrivate<JudgeBranchIdTag>(GetParam().recordKey); }
-    static std::vector<Call> ExpectedCalls() {
-        return {call::GetFlag(GetParam().acceptedKey, "BranchId"), call::GetFlag(GetParam().inForceKey, "BranchId")};
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(
-    RecordKeys, JudgeBranchIdTest,
-    testing::Values(
-        BranchPlace{kLoginRecord, kLoginRecord, kLoginLocal}, BranchPlace{kCacheRecord, kCacheRecord, kLoginLocal},
-        BranchPlace{kNoLoginRecord, kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{L"", kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{kLoginRecord + L"x", kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{kLoginRecord.substr(0, kLoginRecord.size() - 1), kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{kLoginRecord + std::wstring(1, L'\0'), kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{kCacheRecord + L"\\", kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement, kNoLoginLocal},
-        BranchPlace{L"Software\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement, kNoLoginLocal}));
-
-TEST_P(JudgeBranchIdTest, EqualIds_Signed) {
-    SetFlag(GetParam().acceptedKey, L"BranchId", L"b-7");
-    SetFlag(GetParam().inForceKey, L"BranchId", L"b-7");
-    EXPECT_EQ(Judge(), kSigned);
-    EXPECT_EQ(RegistryCalls(), ExpectedCalls());
-}
-
-TEST_P(JudgeBranchIdTest, DifferentIds_SignAgain) {
-    SetFlag(GetParam().acceptedKey, L"BranchId", L"b-7");
-    SetFlag(GetParam().inForceKey, L"BranchId", L"b-6");
-    EXPECT_EQ(Judge(), kSignAgain);
-    EXPECT_EQ(RegistryCalls(), ExpectedCalls());
-}
-
-TEST_P(JudgeBranchIdTest, BothMissing_Signed) {
-    EXPECT_EQ(Judge(), kSigned);
-    EXPECT_EQ(RegistryCalls(), ExpectedCalls());
-}
-
-TEST_P(JudgeBranchIdTest, OneMissing_SignAgain) {
-    SetFlag(GetParam().inForceKey, L"BranchId", L"b-7");
-    EXPECT_EQ(Judge(), kSignAgain);
-    EXPECT_EQ(RegistryCalls(), ExpectedCalls());
-}
-
-TEST_P(JudgeBranchIdTest, IdsDifferInTrailingBlank_SignAgain) {
-    SetFlag(GetParam().acceptedKey, L"BranchId", L"b-7 ");
-    SetFlag(GetParam().inForceKey, L"BranchId", L"b-7");
-    EXPECT_EQ(Judge(), kSignAgain);
-}
-
-// --- flags that are written
-
-TEST_F(AgreementSignTest, SetAgreeCache_WritesTheFlagAndGetReadsItBack) {
-    AgreementSign::SetAgreeCache(true);
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(call::CreateRegeditPath("\\Software\\Calvora\\AgreementService"),
-                            call::WriteText(HKEY_USERS, OfUser(kService), L"WndAgreeCache", L"1", kFullAccess)));
-    EXPECT_TRUE(AgreementSign::GetAgreeCache());
-}
-
-TEST_F(AgreementSignTest, SetAgreeCacheFalse_WritesZero) {
-    SetFlag(kService, L"WndAgreeCache", L"1");
-    AgreementSign::SetAgreeCache(false);
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(call::CreateRegeditPath("\\Software\\Calvora\\AgreementService"),
-                            call::WriteText(HKEY_USERS, OfUser(kService), L"WndAgreeCache", L"0", kFullAccess)));
-    EXPECT_FALSE(AgreementSign::GetAgreeCache());
-}
-
-TEST_F(AgreementSignTest, SetAgreeCacheFails_IsIgnoredAndTheNextWorks) {
-    fakeutil::FailRegistryWrite(1);
-    AgreementSign::SetAgreeCache(true);
-    EXPECT_FALSE(AgreementSign::GetAgreeCache());
-    AgreementSign::SetAgreeCache(true);
-    EXPECT_TRUE(AgreementSign::GetAgreeCache());
-}
-
-class AgreeFlagTest : public AgreementSignTest {
-protected:
-    static void Recorde() { kxtest::kPrivate<RecordeAgreeFlagTag>(); }
-    static void Delete() { kxtest::kPrivate<DeleteAgreeFlagTag>(); }
-    static std::optional<RegistryData> Stored() {
-        return fakeutil::StoredValue(HKEY_USERS, OfUser(kService), L"AgreeFlag");
-    }
-};
-
-TEST_F(AgreeFlagTest, Recorde_WritesTheTextOne) {
-    Recorde();
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(call::WriteText(HKEY_USERS, OfUser(kService), L"AgreeFlag", L"1", kFullAccess)));
-    EXPECT_EQ(Stored(), RegistryData(std::wstring(L"1")));
-}
-
-TEST_F(AgreeFlagTest, RecordeFails_IsIgnored) {
-    fakeutil::FailRegistryWrite(1);
-    Recorde();
-    EXPECT_EQ(Stored(), std::nullopt);
-    Recorde();
-    EXPECT_EQ(Stored(), RegistryData(std::wstring(L"1")));
-}
-
-TEST_F(AgreeFlagTest, DeleteWithoutKey_OnlyLooks) {
-    Delete();
-    EXPECT_THAT(RegistryCalls(), ElementsAre(call::KeyExists(nullptr, OfUser(kService))));
-}
-
-TEST_F(AgreeFlagTest, DeleteWhenTheKeyCannotBeOpened_LeavesTheFlag) {
-    SetFlag(kService, L"AgreeFlag", L"1");
-    fakeutil::RefuseRegistryAccess(KEY_SET_VALUE);
-    Delete();
-    EXPECT_THAT(RegistryCalls(), ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
-                                             call::OpenKey(HKEY_USERS, OfUser(kService), false)));
-    EXPECT_EQ(Stored(), RegistryData(std::wstring(L"1")));
-}
-
-TEST_F(AgreeFlagTest, DeleteWithFlag_RemovesTheFlagAlone) {
-    SetFlag(kService, L"AgreeFlag", L"1");
-    SetFlag(kService, L"WndAgreeCache", L"1");
-    Delete();
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
-                            call::OpenKey(HKEY_USERS, OfUser(kService), false), call::DeleteValue(L"AgreeFlag")));
-    EXPECT_EQ(Stored(), std::nullopt);
-    EXPECT_TRUE(AgreementSign::GetAgreeCache());
-}
-
-TEST_F(AgreeFlagTest, DeleteWithoutFlag_IsIgnored) {
-    fakeutil::AddRegistryKey(HKEY_USERS, OfUser(kService));
-    Delete();
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
-                            call::OpenKey(HKEY_USERS, OfUser(kService), false), call::DeleteValue(L"AgreeFlag")));
-}
-
 // --- nothing throws, and a judgement that could not be made never counts as consent
 
 struct ThrowingCall {
@@ -639,23 +351,6 @@ TEST_P(AgreementSignThrowTest, LoginPath_NotSignedAndWorksAgain) {
 
 TEST_P(AgreementSignThrowTest, WithoutLoginPath_NotSignedAndWorksAgain) {
     ExpectNotSignedOnce();
-}
-
-TEST_F(AgreementSignTest, FlagOperationsThrowInside_NothingGetsOut) {
-    fakeutil::AddRegistryKey(HKEY_USERS, OfUser(kService));
-    fakeutil::ThrowFrom("AccountUtil::GetFlag");
-    EXPECT_NO_THROW(EXPECT_FALSE(AgreementSign::GetAgreeCache()));
-    fakeutil::ThrowFrom("AccountUtil::CreateRegeditPath");
-    EXPECT_NO_THROW(AgreementSign::SetAgreeCache(true));
-    fakeutil::ThrowFrom("DE::Registry::SetValue");
-    EXPECT_NO_THROW(AgreementSign::SetAgreeCache(true));
-    fakeutil::ThrowFrom("DE::Registry::SetValue");
-    EXPECT_NO_THROW(kxtest::kPrivate<RecordeAgreeFlagTag>());
-    fakeutil::ThrowFrom("DE::Registry::DeleteValue");
-    EXPECT_NO_THROW(kxtest::kPrivate<DeleteAgreeFlagTag>());
-    fakeutil::ThrowFrom("AccountUtil::GetFlag");
-    EXPECT_NO_THROW(EXPECT_EQ(kxtest::kPrivate<JudgeBranchIdTag>(kLoginRecord), kSignAgain));
-    EXPECT_FALSE(fakeutil::IsThrowPending());
 }
 
 static_assert(std::is_trivially_copy_assignable_v<AgreementSign>);
