@@ -6,6 +6,8 @@
 #include "fakes/fakeutil_services.h"
 #include "support/debuglines.h"
 
+#include "sdk/util/text.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -272,7 +274,7 @@ INSTANTIATE_TEST_SUITE_P(Stored, ProtocolTextTest,
                          testing::Values(ProtocolCase{L"1", "1", "1"}, ProtocolCase{L"0", "0", "0"},
                                          ProtocolCase{L"00", "00", "00"}, ProtocolCase{L" 1 ", " 1 ", " 1 "},
                                          ProtocolCase{L"accepted", "accepted", "accepted"},
-                                         ProtocolCase{L"\u00e9", "\xe9", "\xc3\xa9"},
+                                         ProtocolCase{L"\u00e9", DE::UnicodeToANSI(L"\u00e9"), "\xc3\xa9"},
                                          ProtocolCase{std::wstring(kLongLength, L'x'), std::string(kLongLength, 'x'),
                                                       std::string(kLongLength, 'x')}));
 

@@ -4,6 +4,8 @@
 #include "agreementsignfixture.h"
 #include "fakes/fakeutil_fault.h"
 
+#include "sdk/util/text.h"
+
 #include <ostream>
 #include <tuple>
 #include <type_traits>
@@ -142,6 +144,12 @@ TEST_P(AgreementSignFlagTest, ServerFlagWithoutLogin_ChoosesServerVersionsOnlyWh
 
 // --- versions: plain string order, on each path and for each of the two values
 
+// A text whose first byte in the ANSI code page is 0x80 or more, for the code pages of Europe and of East Asia.
+const wchar_t* HighByteText() {
+    const wchar_t* const european = L"\u20ac";
+    return static_cast<unsigned char>(DE::UnicodeToANSI(european).at(0)) >= 0x80 ? european : L"\u3042";
+}
+
 struct VersionCase {
     const wchar_t* recorded; // null: the value does not exist
     const wchar_t* inForce;  // null: the value does not exist
@@ -196,8 +204,9 @@ INSTANTIATE_TEST_SUITE_P(
                                      VersionCase{L"1.2.3.1", L"1.2.3", kSigned},
                                      VersionCase{L"1.10", L"1.9", kSignAgain}, VersionCase{L"a", L"B", kSigned},
                                      VersionCase{L"B", L"a", kSignAgain},
-                                     // One byte of 0x80 in the ANSI code page 1252: bytes are compared without a sign.
-                                     VersionCase{L"\u20ac", L"z", kSigned}, VersionCase{L"z", L"\u20ac", kSignAgain}),
+                                     // Bytes are compared without a sign.
+                                     VersionCase{HighByteText(), L"z", kSigned},
+                                     VersionCase{L"z", HighByteText(), kSignAgain}),
                      testing::Values(Field::kAgreement, Field::kPrivacy), testing::Bool()));
 
 TEST_P(AgreementSignVersionTest, LoginRecord_IsComparedAsText) {
