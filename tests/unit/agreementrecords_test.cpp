@@ -75,6 +75,19 @@ TEST_F(JudgeWhenLoginTest, VersionsAreNotMixedUp_EachIsComparedWithItsOwn) {
     EXPECT_EQ(Judge(L"\\Any\\Record", "3", "5"), kSignAgain);
 }
 
+TEST_F(JudgeWhenLoginTest, LookThrowsInside_NotSignedAndWorksAgain) {
+    SetVersions(L"\\Any\\Record", L"3", L"3");
+    for (const char* function : {"DE::Registry::KeyExists", "AccountUtil::GetFlag"}) {
+        SCOPED_TRACE(function);
+        fakeutil::ThrowFrom(function);
+        int result = kSigned;
+        EXPECT_NO_THROW(result = Judge(L"\\Any\\Record", "3", "3"));
+        EXPECT_FALSE(fakeutil::IsThrowPending());
+        EXPECT_THAT(result, testing::AnyOf(kNoRecord, kSignAgain));
+        EXPECT_EQ(Judge(L"\\Any\\Record", "3", "3"), kSigned);
+    }
+}
+
 // --- branch ids
 
 struct BranchPlace {

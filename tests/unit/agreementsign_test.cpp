@@ -362,6 +362,43 @@ TEST_P(AgreementSignThrowTest, WithoutLoginPath_NotSignedAndWorksAgain) {
     ExpectNotSignedOnce();
 }
 
+class SinglePathThrowTest : public AgreementSignTest, public testing::WithParamInterface<ThrowingCall> {
+protected:
+    static void ExpectNotSignedOnce(int (*judge)()) {
+        EXPECT_EQ(judge(), kSigned);
+        fakeutil::ThrowFrom(GetParam().function, GetParam().nth);
+        int result = kSigned;
+        EXPECT_NO_THROW(result = judge());
+        EXPECT_FALSE(fakeutil::IsThrowPending());
+        EXPECT_THAT(result, AnyOf(kNoRecord, kSignAgain));
+        EXPECT_EQ(judge(), kSigned);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, SinglePathThrowTest,
+    testing::Values(ThrowingCall{"AccountUtil::GetFlag", 1}, ThrowingCall{"AccountUtil::GetFlag", 2},
+                    ThrowingCall{"AccountUtil::GetFlag", 5}, ThrowingCall{"KXPROCESS::GetCurrentUserSidstr", 1},
+                    ThrowingCall{"DE::Registry::SetRootKey", 1}, ThrowingCall{"DE::Registry::KeyExists", 1}));
+
+TEST_P(SinglePathThrowTest, Login_NotSignedAndWorksAgain) {
+    SetVersions(kNoLoginLocal, L"3", L"3");
+    SetVersions(kLoginRecord, L"3", L"3");
+    ExpectNotSignedOnce(&AgreementSign::JudgeAgreementSignLogin);
+}
+
+TEST_P(SinglePathThrowTest, CacheRecordWithLogin_NotSignedAndWorksAgain) {
+    SetVersions(kNoLoginLocal, L"3", L"3");
+    SetVersions(kCacheRecord, L"3", L"3");
+    ExpectNotSignedOnce(&AgreementSign::JudgeAgreementSignLogin);
+}
+
+TEST_P(SinglePathThrowTest, WithoutLogin_NotSignedAndWorksAgain) {
+    SetVersions(kNoLoginLocal, L"3", L"3");
+    SetNoLoginRecord(L"3", L"3");
+    ExpectNotSignedOnce(&AgreementSign::JudgeAgreementSignWithoutLogin);
+}
+
 static_assert(std::is_trivially_copy_assignable_v<AgreementSign>);
 static_assert(std::is_trivially_move_assignable_v<AgreementSign>);
 
