@@ -27,7 +27,7 @@ readonly PREFIX="$DEPS/x86_64-w64-mingw32"
 readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
 readonly HOST_PACKAGES=(
     ca-certificates cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
-    procps wine64 x11-utils xauth xvfb
+    procps python3 util-linux wine64 x11-utils xauth xvfb
 )
 
 say() { printf '== %s\n' "$*"; }
@@ -87,11 +87,13 @@ fetch() {
     rm -rf "$DEPS/src/$name.new"
 }
 
-# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once.
+# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once for each version
+# and set of arguments.
 build() {
     local name="$1" version="$2"
     shift 2
-    local stamp="$DEPS/stamps/$name-$version"
+    local stamp
+    stamp="$DEPS/stamps/$name-$version-$(printf '%s\n' "$@" | cksum | cut -d ' ' -f 1)"
     [ -f "$stamp" ] && return
     fetch "$name" "$version"
     say "building $name $version for the target"

@@ -1,1 +1,116 @@
-int main() { return 1; }
+// KXVCR.exe: the worker process. Wires the host's channel, the commands and the recorder, and waits for the end:
+// the stop notice, the loss of the host, or the end of the Windows session.
+//
+// A program without a console of its own, so that no console window opens on the screen that it records.
+#include "commands.h"
+#include "owners.h"
+#include "protocol.h"
+#include "recorder.h"
+#include "sessionend.h"
+
+#include "sdk/ipcmessage/ipcmessage.h"
+#include "sdk/util/logtool.h"
+
+#include <log4cplus/initializer.h>
+#include <log4cplus/loggingmacros.h>
+#include <windows.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+namespace {
+
+using namespace kxvcr;
+
+constexpr unsigned int kConnectTimeoutMs = 5000;
+constexpr char kUsage[] =
+    "KXVCR.exe is started by its host program with the argument -IPCProxy; it does nothing else.\r\n";
+
+bool IsStartedByHost() {
+    return __argc == 2 && std::strcmp(__argv[1], kProxyArgument) == 0;
+}
+
+// A program without a console has no standard error of its own unless it was redirected.
+void PrintUsage() {
+    HANDLE standardError = GetStdHandle(STD_ERROR_HANDLE);
+    if ((standardError == nullptr || standardError == INVALID_HANDLE_VALUE) && AttachConsole(ATTACH_PARENT_PROCESS))
+        standardError = GetStdHandle(STD_ERROR_HANDLE);
+    DWORD written = 0;
+    WriteFile(standardError, kUsage, sizeof(kUsage) - 1, &written, nullptr);
+}
+
+void Reply(CommandHandler& commands, const TagIPCMessageItem& request, IPCReplySender& sender) {
+    std::span<const std::byte> payload;
+    if (request.hasPayload)
+        payload = {static_cast<const std::byte*>(request.payload), request.payloadSize};
+    const Result result = commands.Answer(request.messageId, payload);
+    if (!sender.Reply(&result, sizeof(result)))
+        LOG4CPLUS_WARN(GetLogger(), L"Nobody took the reply to command " << request.messageId);
+}
+
+bool ReportReady(IPCMessageService& service) {
+    TagIPCMessageItem ready;
+    ready.sourceModuleId = kWorkerModuleId;
+    ready.targetModuleId = kHostModuleId;
+    ready.messageId = kMessageReady;
+    ready.timeStamp = GetTickCount();
+    return service.PostIPCMessage(ready);
+}
+
+// Serves the host until it says stop or is gone. Returns false when the channel cannot be opened.
+bool Serve(ScreenRecorder& recorder) {
+    const KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!end)
+        throw std::bad_alloc();
+    CommandHandler commands(recorder);
+    SessionEndWindow sessionEnd([&recorder] { recorder.Finish(); });
+
+    IPCMessageService service(static_cast<int>(kWorkerModuleId));
+    service.SetDefaultHandler(
+        [&commands](const TagIPCMessageItem& request, IPCReplySender& sender) { Reply(commands, request, sender); });
+    service.RegisterRequestHandler(kMessageStop, [&end](const TagIPCMessageItem&, IPCReplySender&) {
+        LOG4CPLUS_INFO(GetLogger(), L"The host says stop");
+        SetEvent(end.Get());
+    });
+    service.SetDisconnectCallback([&end] {
+        LOG4CPLUS_WARN(GetLogger(), L"The host is gone");
+        SetEvent(end.Get());
+    });
+    if (const unsigned long error = service.Connect(kConnectTimeoutMs); error != ERROR_SUCCESS) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot connect to the host's channel: error " << error);
+        return false;
+    }
+    if (!ReportReady(service)) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot report ready to the host");
+        return false;
+    }
+    sessionEnd.WaitFor(end.Get());
+    return true;
+}
+
+ExitCode Run() {
+    if (!IsStartedByHost()) {
+        PrintUsage();
+        return ExitCode::Usage;
+    }
+    // Rectangles are physical pixels, whatever the display scaling.
+    SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
+    ScreenRecorder recorder;
+    if (!Serve(recorder))
+        return ExitCode::NoChannel;
+    recorder.Finish();
+    return recorder.FileCutShort() ? ExitCode::FileCutShort : ExitCode::Finished;
+}
+
+} // namespace
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+    try {
+        // A log library with a thread pool waits for ever when it is unloaded; this ends the pool while it still runs.
+        const log4cplus::Initializer logging;
+        return static_cast<int>(Run());
+    } catch (const std::exception&) {
+        return static_cast<int>(ExitCode::OutOfResources);
+    }
+}

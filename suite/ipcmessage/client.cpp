@@ -31,7 +31,8 @@ private:
     bool AwaitWorker(HANDLE connected);
     void ServeWorker();
     void ReceiveAll(Session& session);
-    bool Publish(std::shared_ptr<Session> session);
+    bool Publish(const std::shared_ptr<Session>& session);
+    void Withdraw();
     void Dispatch(const Message& message);
 
     FileHandle m_pipe;
@@ -155,14 +156,23 @@ void IPCMessageClient::Impl::ServeWorker() {
     } catch (const std::exception&) {
         // No memory for a frame: the connection ends, as it does for a frame that cannot be read.
     }
-    Publish(nullptr);
+    Withdraw();
     session->Close();
 }
 
-bool IPCMessageClient::Impl::Publish(std::shared_ptr<Session> session) {
+// False when the client is being destroyed: nobody would break a session that is published after that.
+bool IPCMessageClient::Impl::Publish(const std::shared_ptr<Session>& session) {
     const std::lock_guard lock(m_sessionLock);
-    m_session.swap(session);
-    return !m_isStopping;
+    if (m_isStopping) {
+        return false;
+    }
+    m_session = session;
+    return true;
+}
+
+void IPCMessageClient::Impl::Withdraw() {
+    const std::lock_guard lock(m_sessionLock);
+    m_session.reset();
 }
 
 void IPCMessageClient::Impl::ReceiveAll(Session& session) {

@@ -12,16 +12,17 @@
 
 namespace ipcmessage {
 
-/** Owns a handle whose invalid value is null: process, thread, event, token. */
+/** Handles whose invalid value is null: process, thread, event, token. */
 struct NullHandleTraits {
     static HANDLE Invalid() noexcept { return nullptr; }
 };
 
-/** Owns a handle whose invalid value is INVALID_HANDLE_VALUE: file, pipe. */
+/** Handles whose invalid value is INVALID_HANDLE_VALUE: file, pipe. */
 struct FileHandleTraits {
     static HANDLE Invalid() noexcept { return INVALID_HANDLE_VALUE; }
 };
 
+/** Owns one handle; move only. */
 template <class Traits>
 class BasicHandle {
 public:

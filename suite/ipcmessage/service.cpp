@@ -24,7 +24,7 @@ public:
           m_request(request) {}
 
     bool Reply(const void* payload, std::uint32_t payloadSize) override {
-        if (m_request.kind != FrameKind::kRequest || m_isReplied.exchange(true)) {
+        if (payloadSize > kIPCMaxPayload || m_request.kind != FrameKind::kRequest || m_isReplied.exchange(true)) {
             return false;
         }
         const TagIPCMessageItem reply{
@@ -100,8 +100,15 @@ DWORD IPCMessageService::Impl::Connect(Deadline deadline) {
     if (error != ERROR_SUCCESS) {
         return error;
     }
-    m_session = std::make_shared<Session>(m_pipe.Get());
-    m_thread = std::thread([this] { Run(); });
+    try {
+        m_session = std::make_shared<Session>(m_pipe.Get());
+        m_thread = std::thread([this] { Run(); });
+    } catch (const std::exception&) {
+        // Given up, so that the channel is free for another attempt.
+        m_session = std::shared_ptr<Session>();
+        m_pipe = {};
+        throw;
+    }
     return ERROR_SUCCESS;
 }
 

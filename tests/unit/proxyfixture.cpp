@@ -117,6 +117,19 @@ OwnedHandle ProxyTest::RunWorker() {
     return Duplicate(launcher.Worker());
 }
 
+OwnedHandle ProxyTest::RunWatchedWorker() {
+    const OwnedHandle watched = NewEvent();
+    const hooks::WaitHook wait([&](HANDLE handle, DWORD timeoutMs) {
+        if (timeoutMs == INFINITE) {
+            SetEvent(watched.get());
+        }
+        return hooks::WaitHook::Original(handle, timeoutMs);
+    });
+    OwnedHandle worker = RunWorker();
+    EXPECT_EQ(WaitForSingleObject(watched.get(), kLimitMs), WAIT_OBJECT_0);
+    return worker;
+}
+
 void ProxyTest::AwaitMonitor() {
     const OwnedHandle monitor = Duplicate(proxyprivate::MonitorThread(Proxy()));
     EXPECT_EQ(WaitForSingleObject(monitor.get(), kLimitMs), WAIT_OBJECT_0);

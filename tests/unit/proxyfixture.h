@@ -107,6 +107,8 @@ protected:
     ScreenRecordProxy& Proxy() { return *m_proxy; }
     /** Runs a living worker that gets ready at once; the test fails when that fails. */
     OwnedHandle RunWorker();
+    /** The same, and its monitor thread waits already. */
+    OwnedHandle RunWatchedWorker();
     /** Waits for the newest monitor thread's end. */
     void AwaitMonitor();
     /** Sets both state fields. */

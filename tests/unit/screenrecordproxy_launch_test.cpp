@@ -29,7 +29,7 @@ protected:
     /** A run, its end and the monitor's end: the proxy works. */
     void ExpectRunWorks() {
         m_plan.Live(0);
-        const OwnedHandle worker = RunWorker();
+        const OwnedHandle worker = RunWatchedWorker();
         ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
         m_plan.EndWorkers();
         AwaitMonitor();
@@ -38,7 +38,7 @@ protected:
 };
 
 TEST_F(ProxyLaunch, ReadyWorker_IsHeldAndWatched) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
     EXPECT_EQ(GetProcessId(WorkerProcess(Proxy()).load()), GetProcessId(worker.get()));
     EXPECT_NE(MonitorThread(Proxy()), nullptr);
@@ -67,7 +67,7 @@ TEST_F(ProxyLaunch, ModeOtherThanZero_IsBusyAndTouchesNothing) {
 }
 
 TEST_F(ProxyLaunch, SecondRunWhileTheFirstLives_IsBusy) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBusy);
     ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
     EXPECT_EQ(WaitForSingleObject(worker.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
@@ -90,7 +90,7 @@ TEST_F(ProxyLaunch, AnyStatus_DoesNotHinderARunFromModeZero) {
 }
 
 TEST_F(ProxyLaunch, KnownRunningWorker_IsBusyAndResetsTheState) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     void* const held = WorkerProcess(Proxy()).load();
     SetState(RunStatus::Running, RecordMode::NoWorker);
     const Launcher launcher;
@@ -117,7 +117,7 @@ TEST_F(ProxyLaunch, EndedWorkersHandle_IsClosedBeforeTheNextRun) {
 }
 
 TEST_F(ProxyLaunch, FailedWaitOnTheKnownWorker_LetsTheHandleGo) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     {
         const hooks::WaitHook wait([](HANDLE handle, DWORD timeoutMs) {
             return timeoutMs == 0 ? WAIT_FAILED : hooks::WaitHook::Original(handle, timeoutMs);

@@ -272,7 +272,7 @@ TEST_F(Destructor, WithoutWorker_ReleasesTheClientAndTheLock) {
 }
 
 TEST_F(Destructor, RunningWorker_IsToldToStopBeforeItsHandleIsClosed) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     DestructorTrace trace(Proxy());
     fakeipc::SetObserver(nullptr);
     std::vector<std::uint32_t> posted;
@@ -291,7 +291,7 @@ TEST_F(Destructor, RunningWorker_IsToldToStopBeforeItsHandleIsClosed) {
 }
 
 TEST_F(Destructor, EndedWorker_IsNotToldToStop) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     m_plan.EndWorkers();
     AwaitMonitor();
     EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
@@ -303,7 +303,7 @@ TEST_F(Destructor, EndedWorker_IsNotToldToStop) {
 }
 
 TEST_F(Destructor, AlreadyStoppingWorker_IsNotToldAgain) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     Proxy().Stop();
     EXPECT_EQ(fakeipc::Calls(CallKind::Post).size(), 1u);
     const hooks::WaitHook wait([this](HANDLE handle, DWORD timeoutMs) {
@@ -318,7 +318,7 @@ TEST_F(Destructor, AlreadyStoppingWorker_IsNotToldAgain) {
 }
 
 TEST_F(Destructor, FailedWaitOnTheWorker_SendsNoStop) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const hooks::WaitHook wait([this](HANDLE handle, DWORD timeoutMs) {
         if (timeoutMs == 0) {
             m_plan.EndWorkers();
@@ -349,7 +349,7 @@ TEST_F(Destructor, MonitorThatDoesNotEnd_IsTerminatedWith258) {
 }
 
 TEST_F(Destructor, WorkerThatIgnoresStop_CostsFiveSeconds) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const ULONGLONG before = GetTickCount64();
     Release();
     const ULONGLONG passed = GetTickCount64() - before;

@@ -46,7 +46,7 @@ TEST_F(ProxySupervision, OnError_SetsTheErrorStatusUnlessStopping) {
 TEST_F(ProxySupervision, EndedWorker_ClearsTheModeOnly) {
     for (const RunStatus status : {RunStatus::Running, RunStatus::LocalRecordRunning, RunStatus::Stopping}) {
         m_plan.Live(9);
-        const OwnedHandle worker = RunWorker();
+        const OwnedHandle worker = RunWatchedWorker();
         SetState(status, RecordMode::LocalRecord);
         void* const held = WorkerProcess(Proxy()).load();
         m_plan.EndWorkers();
@@ -60,7 +60,7 @@ TEST_F(ProxySupervision, EndedWorker_ClearsTheModeOnly) {
 }
 
 TEST_F(ProxySupervision, MonitorThread_EndsWithZero) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const OwnedHandle monitor = Duplicate(MonitorThread(Proxy()));
     m_plan.EndWorkers();
     ASSERT_EQ(WaitForSingleObject(monitor.get(), kLimitMs), WAIT_OBJECT_0);
@@ -112,7 +112,7 @@ TEST_F(ProxySupervision, KillWithoutWorker_DoesNothing) {
 }
 
 TEST_F(ProxySupervision, Kill_EndsTheWorkerWith157UnderTheLock) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     void* const held = WorkerProcess(Proxy()).load();
     std::vector<std::pair<HANDLE, UINT>> terminated;
     bool closed = false;
@@ -139,7 +139,7 @@ TEST_F(ProxySupervision, Kill_EndsTheWorkerWith157UnderTheLock) {
 }
 
 TEST_F(ProxySupervision, KillTwice_KillsOnce) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const hooks::TerminateProcessHook terminate(
         [](HANDLE process, UINT exitCode) { return hooks::TerminateProcessHook::Original(process, exitCode); });
     Proxy().KillProcess();
@@ -148,7 +148,7 @@ TEST_F(ProxySupervision, KillTwice_KillsOnce) {
 }
 
 TEST_F(ProxySupervision, FailedKill_StillLetsTheHandleGo) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     {
         const hooks::TerminateProcessHook terminate([](auto&&...) { return FALSE; });
         Proxy().KillProcess();
@@ -160,7 +160,7 @@ TEST_F(ProxySupervision, FailedKill_StillLetsTheHandleGo) {
 
 TEST_F(ProxySupervision, AfterKill_TheNextRunWorks) {
     for (int run = 0; run < 3; ++run) {
-        const OwnedHandle worker = RunWorker();
+        const OwnedHandle worker = RunWatchedWorker();
         Proxy().KillProcess();
         AwaitMonitor();
         EXPECT_EQ(ExitCodeOf(worker.get()), kKilledExitCode);
@@ -175,7 +175,7 @@ TEST_F(ProxySupervision, WaitWithoutWorker_IsLoggedAndGivesZero) {
 }
 
 TEST_F(ProxySupervision, WaitOnALivingWorker_TimesOutAndNamesTheTime) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     for (const DWORD timeoutMs : {0ul, kTooShortMs}) {
         m_log.Clear();
         EXPECT_EQ(Proxy().WaitLiveProcessEnd(timeoutMs), kTimedOut);
@@ -187,7 +187,7 @@ TEST_F(ProxySupervision, WaitOnALivingWorker_TimesOutAndNamesTheTime) {
 
 TEST_F(ProxySupervision, WaitOnAnEndedWorker_GivesItsExitCodeAndKeepsTheHandle) {
     m_plan.Live(42);
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     void* const held = WorkerProcess(Proxy()).load();
     m_plan.EndWorkers();
     EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 42u);
@@ -198,7 +198,7 @@ TEST_F(ProxySupervision, WaitOnAnEndedWorker_GivesItsExitCodeAndKeepsTheHandle) 
 }
 
 TEST_F(ProxySupervision, ExitCodeThatCannotBeRead_IsLoggedAndGivesTheSystemsCode) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     m_plan.EndWorkers();
     {
         const hooks::GetExitCodeHook query([](auto&&...) {
@@ -212,7 +212,7 @@ TEST_F(ProxySupervision, ExitCodeThatCannotBeRead_IsLoggedAndGivesTheSystemsCode
 }
 
 TEST_F(ProxySupervision, FailedWait_GivesTheExitCodeAsItStands) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const hooks::WaitHook wait([](HANDLE handle, DWORD timeoutMs) {
         return timeoutMs == kTooShortMs ? WAIT_FAILED : hooks::WaitHook::Original(handle, timeoutMs);
     });
@@ -221,7 +221,7 @@ TEST_F(ProxySupervision, FailedWait_GivesTheExitCodeAsItStands) {
 }
 
 TEST_F(ProxySupervision, WaitOutsideTheLock_LetsAnotherThreadKill) {
-    const OwnedHandle worker = RunWorker();
+    const OwnedHandle worker = RunWatchedWorker();
     const OwnedHandle waiting = NewEvent();
     const hooks::WaitHook wait([&](HANDLE handle, DWORD timeoutMs) {
         if (timeoutMs == kLimitMs) {

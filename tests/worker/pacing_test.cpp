@@ -1,0 +1,77 @@
+// The frame clock's arithmetic and its wait.
+#include "pacing.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kxvcr::FrameClock;
+using kxvcr::SlotPlan;
+
+constexpr std::int64_t kStart = 5'000'000'123;
+constexpr std::int64_t kFrequency = 10'000'000;
+
+TEST(FrameClock, SlotBeginsExactlyWhenItIsDue) {
+    for (const std::uint32_t fps : {1u, 7u, 24u, 30u, 59u, 60u}) {
+        const FrameClock clock(kStart, kFrequency, fps);
+        for (const std::uint64_t slot : {1ull, 2ull, 3ull, 1000ull, 5'184'000ull}) {
+            EXPECT_EQ(clock.SlotAt(clock.DueTicks(slot)), slot) << fps;
+            EXPECT_EQ(clock.SlotAt(clock.DueTicks(slot) - 1), slot - 1) << fps;
+        }
+    }
+}
+
+TEST(FrameClock, DayOfRecording_DoesNotDrift) {
+    const FrameClock clock(kStart, kFrequency, 30);
+
+    EXPECT_EQ(clock.DueTicks(30ull * 86'400), kStart + 86'400 * kFrequency);
+}
+
+TEST(FrameClock, BeforeTheStart_IsTheFirstSlot) {
+    EXPECT_EQ(FrameClock(kStart, kFrequency, 30).SlotAt(kStart - 1), 0u);
+}
+
+TEST(FrameClock, Plan_CapturesOnTime) {
+    const FrameClock clock(kStart, kFrequency, 30);
+
+    EXPECT_EQ(clock.Plan(10, clock.DueTicks(10)), (SlotPlan{10, 10, 10}));
+}
+
+TEST(FrameClock, Plan_LateByLessThanASlot_CapturesForTheDueSlot) {
+    const FrameClock clock(kStart, kFrequency, 30);
+
+    EXPECT_EQ(clock.Plan(10, clock.DueTicks(11) - 1), (SlotPlan{10, 10, 10}));
+}
+
+TEST(FrameClock, Plan_MissedSlots_AreRepeatedBeforeTheCapture) {
+    const FrameClock clock(kStart, kFrequency, 30);
+
+    EXPECT_EQ(clock.Plan(10, clock.DueTicks(13)), (SlotPlan{10, 13, 13}));
+}
+
+TEST(FrameClock, Plan_LongestFilledGap_IsFilledAndALongerOneIsLeftOut) {
+    const FrameClock clock(kStart, kFrequency, 30);
+
+    EXPECT_EQ(clock.Plan(10, clock.DueTicks(160)), (SlotPlan{10, 160, 160}));
+    EXPECT_EQ(clock.Plan(10, clock.DueTicks(161)), (SlotPlan{161, 161, 161}));
+}
+
+TEST(FrameTimer, DueMoment_IsNotReachedEarly) {
+    const kxvcr::KernelHandle stop(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const kxvcr::FrameTimer timer;
+    const std::int64_t due = kxvcr::NowTicks() + kxvcr::TicksPerSecond() / 20;
+
+    EXPECT_TRUE(timer.WaitUntil(due, stop.Get()));
+
+    EXPECT_GE(kxvcr::NowTicks() + kxvcr::TicksPerSecond() / 1000, due);
+}
+
+TEST(FrameTimer, Stop_EndsTheWaitAtOnce) {
+    const kxvcr::KernelHandle stop(CreateEventW(nullptr, TRUE, TRUE, nullptr));
+    const kxvcr::FrameTimer timer;
+
+    EXPECT_FALSE(timer.WaitUntil(kxvcr::NowTicks() + 3600 * kxvcr::TicksPerSecond(), stop.Get()));
+    EXPECT_FALSE(timer.WaitUntil(kxvcr::NowTicks() - 1, stop.Get()));
+}
+
+} // namespace

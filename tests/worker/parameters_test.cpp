@@ -1,0 +1,176 @@
+// Payloads of commands: defaults, every refused field, and bytes that are no record.
+#include "parameters.h"
+
+#include "screenrecordproxy.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace kxvcr;
+using KxScreenRecord::LiveServerParam;
+using KxScreenRecord::ScreenRecordParam;
+
+// Two monitors, the second left of the primary one.
+ScreenLayout TwoMonitors() {
+    return {{-800, 0, 2080, 720}, {{HMONITOR{}, {0, 0, 1280, 720}}, {HMONITOR{}, {-800, 60, 800, 600}}}};
+}
+
+template <class Record>
+std::vector<std::byte> BytesOf(const Record& record) {
+    std::vector<std::byte> bytes(sizeof(record));
+    std::memcpy(bytes.data(), &record, sizeof(record));
+    return bytes;
+}
+
+std::vector<std::byte> BytesOfText(const std::wstring& text) {
+    std::vector<std::byte> bytes(text.size() * sizeof(wchar_t));
+    std::memcpy(bytes.data(), text.data(), bytes.size());
+    return bytes;
+}
+
+Result Read(const ScreenRecordParam& param) {
+    RecordSettings settings;
+    return ReadPrepare(BytesOf(param), TwoMonitors(), settings);
+}
+
+Result ReadRectangle(std::int32_t left, std::int32_t top, std::uint32_t width, std::uint32_t height,
+                     std::uint32_t monitor = 0) {
+    ScreenRecordParam param;
+    param.left = left;
+    param.top = top;
+    param.width = width;
+    param.height = height;
+    param.monitor = monitor;
+    return Read(param);
+}
+
+TEST(ReadPrepare, Zeros_AreTheDefaults) {
+    RecordSettings settings;
+
+    EXPECT_EQ(ReadPrepare(BytesOf(ScreenRecordParam{}), TwoMonitors(), settings), Result::Accepted);
+
+    EXPECT_EQ(settings.area.area, (ScreenRect{-800, 0, 2080, 720}));
+    EXPECT_TRUE(settings.area.wholeScreen);
+    EXPECT_EQ(settings.framesPerSecond, 30u);
+    EXPECT_EQ(settings.jpegQuality, 80u);
+    EXPECT_FALSE(settings.drawCursor);
+}
+
+TEST(ReadPrepare, GivenValues_AreTaken) {
+    ScreenRecordParam param;
+    param.left = -10;
+    param.top = 20;
+    param.width = 300;
+    param.height = 200;
+    param.framesPerSecond = 60;
+    param.jpegQuality = 100;
+    param.drawCursor = 1;
+    RecordSettings settings;
+
+    EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
+
+    EXPECT_EQ(settings.area.area, (ScreenRect{-10, 20, 300, 200}));
+    EXPECT_FALSE(settings.area.wholeScreen);
+    EXPECT_EQ(settings.framesPerSecond, 60u);
+    EXPECT_EQ(settings.jpegQuality, 100u);
+    EXPECT_TRUE(settings.drawCursor);
+}
+
+TEST(ReadPrepare, Monitor_IsTheAreaAndTheLimitOfARectangle) {
+    ScreenRecordParam param;
+    param.monitor = 2;
+    RecordSettings settings;
+
+    EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
+    EXPECT_EQ(settings.area.area, (ScreenRect{-800, 60, 800, 600}));
+    EXPECT_EQ(ReadRectangle(-800, 60, 800, 600, 2), Result::Accepted);
+    EXPECT_EQ(ReadRectangle(0, 0, 100, 100, 2), Result::BadRectangle);
+}
+
+TEST(ReadPrepare, RectangleNotOnTheScreen_IsRefused) {
+    EXPECT_EQ(ReadRectangle(1279, 719, 1, 1), Result::Accepted);
+    EXPECT_EQ(ReadRectangle(1279, 719, 2, 1), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(1279, 719, 1, 2), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(-801, 0, 10, 10), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(0, -1, 10, 10), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(0, 0, 10, 0), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(0, 0, 0, 10), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(5, 5, 0, 0), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(INT32_MAX, INT32_MAX, UINT32_MAX, UINT32_MAX), Result::BadRectangle);
+    EXPECT_EQ(ReadRectangle(INT32_MIN, INT32_MIN, UINT32_MAX, UINT32_MAX), Result::BadRectangle);
+}
+
+TEST(ReadPrepare, FieldOutOfRange_IsRefusedWithItsResult) {
+    ScreenRecordParam param;
+    param.framesPerSecond = 61;
+    EXPECT_EQ(Read(param), Result::BadFrameRate);
+    param = {};
+    param.jpegQuality = 101;
+    EXPECT_EQ(Read(param), Result::BadQuality);
+    param = {};
+    param.drawCursor = 2;
+    EXPECT_EQ(Read(param), Result::BadCursorFlag);
+    param = {};
+    param.monitor = 3;
+    EXPECT_EQ(Read(param), Result::BadMonitor);
+    param = {};
+    param.reserved[2] = 1;
+    EXPECT_EQ(Read(param), Result::ReservedNotZero);
+}
+
+TEST(ReadPrepare, OtherSizes_AreRefusedAndLeaveTheSettings) {
+    RecordSettings settings;
+    settings.framesPerSecond = 7;
+
+    for (const std::size_t size : {0u, 1u, 40u, 43u, 45u, 47u, 49u, 1000u}) {
+        EXPECT_EQ(ReadPrepare(std::vector<std::byte>(size), TwoMonitors(), settings), Result::WrongPayloadSize) << size;
+    }
+
+    EXPECT_EQ(settings.framesPerSecond, 7u);
+}
+
+TEST(ReadPrepare, TimeMachine_IsNotSupportedUnlessZero) {
+    std::vector<std::byte> payload = BytesOf(ScreenRecordParam{});
+    payload.resize(48);
+    RecordSettings settings;
+
+    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::Accepted);
+    payload[44] = std::byte{10};
+    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::NotSupported);
+}
+
+TEST(ReadLocalRecord, TerminatedPath_IsTaken) {
+    std::wstring path;
+
+    EXPECT_EQ(ReadLocalRecord(BytesOfText(std::wstring(L"C:\\\u00FC\\a b.mkv\0", 13)), path), Result::Accepted);
+    EXPECT_EQ(path, L"C:\\\u00FC\\a b.mkv");
+    EXPECT_EQ(ReadLocalRecord(BytesOfText(std::wstring(L"b\0\0\0", 4)), path), Result::Accepted);
+    EXPECT_EQ(path, L"b");
+}
+
+TEST(ReadLocalRecord, NoPath_IsRefusedAndLeavesThePath) {
+    std::wstring path = L"before";
+
+    EXPECT_EQ(ReadLocalRecord({}, path), Result::WrongPayloadSize);
+    EXPECT_EQ(ReadLocalRecord(std::vector<std::byte>(5), path), Result::WrongPayloadSize);
+    EXPECT_EQ(ReadLocalRecord(BytesOfText(L"unterminated"), path), Result::BadPath);
+    EXPECT_EQ(ReadLocalRecord(BytesOfText(std::wstring(L"\0", 1)), path), Result::BadPath);
+    EXPECT_EQ(ReadLocalRecord(BytesOfText(std::wstring(L"a\0b\0", 4)), path), Result::BadPath);
+    EXPECT_EQ(path, L"before");
+}
+
+TEST(ReadLiveServer, EveryRecord_IsRefusedWithItsReason) {
+    LiveServerParam param;
+
+    EXPECT_EQ(ReadLiveServer(BytesOf(param)), Result::NotSupported);
+    param.reserved[6] = 1;
+    EXPECT_EQ(ReadLiveServer(BytesOf(param)), Result::ReservedNotZero);
+    EXPECT_EQ(ReadLiveServer(std::vector<std::byte>(39)), Result::WrongPayloadSize);
+}
+
+} // namespace

@@ -1,0 +1,58 @@
+/**
+ * @file
+ * Answers a host's commands: checks order and payload, and calls the recording device.
+ */
+#pragma once
+
+#include "parameters.h"
+#include "protocol.h"
+#include "screenlayout.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace kxvcr {
+
+/** What the commands command. A result other than Accepted leaves the device as it was. */
+class RecordingDevice {
+public:
+    virtual ~RecordingDevice() = default;
+    virtual ScreenLayout Layout() const = 0;
+    virtual Result Prepare(const RecordSettings& settings) = 0;
+    virtual Result StartFile(const std::wstring& path) = 0;
+};
+
+/** How far the commands have come. Refused commands leave it as it was. */
+enum class Progress {
+    Waiting,   ///< for prepare
+    Prepared,  ///< for a start
+    Recording, ///< also when the file had to be closed early: only stop is left
+};
+
+/** Answers commands one after the other; to be called from one thread. */
+class CommandHandler {
+public:
+    explicit CommandHandler(RecordingDevice& device) noexcept : m_device(device) {}
+
+    /**
+     * Carries out one command; a refusal is logged. Never throws.
+     * @return what to reply
+     */
+    Result Answer(std::uint32_t messageId, std::span<const std::byte> payload) noexcept;
+
+private:
+    struct Command;
+    static const Command kCommands[];
+
+    Result CarryOut(const Command& command, std::span<const std::byte> payload) noexcept;
+    Result Prepare(std::span<const std::byte> payload);
+    Result StartLocalRecord(std::span<const std::byte> payload);
+    Result StartLiveServer(std::span<const std::byte> payload);
+
+    RecordingDevice& m_device;
+    Progress m_progress = Progress::Waiting;
+};
+
+} // namespace kxvcr

@@ -1,0 +1,103 @@
+// Reads the payloads of commands. The records are copied out of the payload before they are looked at, because a
+// payload has no alignment.
+#include "parameters.h"
+
+#include "screenrecordproxy.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kxvcr {
+
+namespace {
+
+using KxScreenRecord::LiveServerParam;
+using KxScreenRecord::ScreenRecordParam;
+
+bool AllZero(std::span<const std::uint32_t> fields) {
+    return std::all_of(fields.begin(), fields.end(), [](std::uint32_t field) { return field == 0; });
+}
+
+Result CheckFields(const ScreenRecordParam& param) {
+    if (!AllZero(param.reserved))
+        return Result::ReservedNotZero;
+    if (param.framesPerSecond > kMaxFramesPerSecond)
+        return Result::BadFrameRate;
+    if (param.jpegQuality > kMaxJpegQuality)
+        return Result::BadQuality;
+    if (param.drawCursor > 1)
+        return Result::BadCursorFlag;
+    return Result::Accepted;
+}
+
+Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, CaptureArea& chosen) {
+    if (param.monitor > layout.monitors.size())
+        return Result::BadMonitor;
+    CaptureArea surrounding{layout.whole, nullptr, true};
+    if (param.monitor != 0)
+        surrounding = {layout.monitors[param.monitor - 1].area, layout.monitors[param.monitor - 1].handle, false};
+
+    const ScreenRect asked{param.left, param.top, param.width, param.height};
+    if (asked == ScreenRect{}) {
+        chosen = surrounding;
+        return Result::Accepted;
+    }
+    if (!Contains(surrounding.area, asked))
+        return Result::BadRectangle;
+    chosen = {asked, nullptr, false};
+    return Result::Accepted;
+}
+
+} // namespace
+
+Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layout, RecordSettings& settings) {
+    ScreenRecordParam param;
+    std::uint32_t timeMachineSeconds = 0;
+    if (payload.size() != sizeof(param) && payload.size() != sizeof(param) + sizeof(timeMachineSeconds))
+        return Result::WrongPayloadSize;
+    std::memcpy(&param, payload.data(), sizeof(param));
+    std::memcpy(&timeMachineSeconds, payload.data() + sizeof(param), payload.size() - sizeof(param));
+
+    if (const Result result = CheckFields(param); result != Result::Accepted)
+        return result;
+    RecordSettings read;
+    if (const Result result = ChooseArea(param, layout, read.area); result != Result::Accepted)
+        return result;
+    if (timeMachineSeconds != 0)
+        return Result::NotSupported;
+    if (param.framesPerSecond != 0)
+        read.framesPerSecond = param.framesPerSecond;
+    if (param.jpegQuality != 0)
+        read.jpegQuality = param.jpegQuality;
+    read.drawCursor = param.drawCursor != 0;
+    settings = read;
+    return Result::Accepted;
+}
+
+Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path) {
+    if (payload.empty() || payload.size() % sizeof(wchar_t) != 0)
+        return Result::WrongPayloadSize;
+    std::wstring text(payload.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), payload.data(), payload.size());
+    const std::size_t end = text.find(L'\0');
+    if (end == std::wstring::npos || end == 0)
+        return Result::BadPath;
+    // A length that is longer than its text leaves zeros behind the path; anything else there is a mistake.
+    if (text.find_first_not_of(L'\0', end) != std::wstring::npos)
+        return Result::BadPath;
+    text.resize(end);
+    path = std::move(text);
+    return Result::Accepted;
+}
+
+Result ReadLiveServer(std::span<const std::byte> payload) {
+    LiveServerParam param;
+    if (payload.size() != sizeof(param))
+        return Result::WrongPayloadSize;
+    std::memcpy(&param, payload.data(), sizeof(param));
+    if (!AllZero(param.reserved))
+        return Result::ReservedNotZero;
+    return Result::NotSupported;
+}
+
+} // namespace kxvcr

@@ -1,0 +1,55 @@
+/**
+ * @file
+ * Reads the payloads of commands: checks every field and gives it its meaning.
+ *
+ * The bytes come from another process. Nothing outside the payload is read, whatever it says.
+ */
+#pragma once
+
+#include "protocol.h"
+#include "screenlayout.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace kxvcr {
+
+inline constexpr std::uint32_t kDefaultFramesPerSecond = 30;
+inline constexpr std::uint32_t kMaxFramesPerSecond = 60;
+inline constexpr std::uint32_t kDefaultJpegQuality = 80;
+inline constexpr std::uint32_t kMaxJpegQuality = 100;
+
+/** What part of the screen the pictures show. */
+struct CaptureArea {
+    ScreenRect area;            ///< the pixels at the time of the command; their size is the size of every picture
+    HMONITOR monitor = nullptr; ///< set when the area is a whole monitor, whose changes are followed
+    bool wholeScreen = false;   ///< the area is the virtual screen, whose changes are followed
+};
+
+/** A checked prepare command with its defaults filled in. */
+struct RecordSettings {
+    CaptureArea area;
+    std::uint32_t framesPerSecond = kDefaultFramesPerSecond;
+    std::uint32_t jpegQuality = kDefaultJpegQuality;
+    bool drawCursor = false;
+};
+
+/**
+ * Reads the payload of a prepare command: a ScreenRecordParam, optionally followed by the time-machine value.
+ * @param settings written when the command is accepted, else untouched
+ */
+Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layout, RecordSettings& settings);
+
+/**
+ * Reads the payload of a start-local-record command: UTF-16 characters and a terminating zero.
+ * @param path written when the command is accepted, else untouched
+ * @throws std::bad_alloc
+ */
+Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path);
+
+/** Reads the payload of a start-live-server command. */
+Result ReadLiveServer(std::span<const std::byte> payload);
+
+} // namespace kxvcr

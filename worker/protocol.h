@@ -1,0 +1,52 @@
+/**
+ * @file
+ * The numbers that the worker shares with its hosts: ids of modules and messages, results of commands and exit
+ * codes. docs/worker-protocol.md is their manual; the two are kept in step.
+ */
+#pragma once
+
+#include <cstdint>
+
+namespace kxvcr {
+
+inline constexpr std::uint32_t kHostModuleId = 0x4E0000;
+inline constexpr std::uint32_t kWorkerModuleId = 0x650000;
+
+inline constexpr std::uint32_t kMessageReady = 0x4E0002;
+inline constexpr std::uint32_t kMessagePrepare = 0x4E0003;
+inline constexpr std::uint32_t kMessageStartLiveServer = 0x4E0004;
+inline constexpr std::uint32_t kMessageStartLocalRecord = 0x4E0005;
+inline constexpr std::uint32_t kMessageStop = 0x4E0006;
+
+inline constexpr char kProxyArgument[] = "-IPCProxy";
+
+/** Answer to a command: 0 accepted, negative refused. */
+enum class Result : std::int32_t {
+    Accepted = 0,
+    UnknownCommand = -1,    ///< no command has this message id
+    WrongOrder = -2,        ///< the command does not fit what the worker is doing
+    WrongPayloadSize = -3,  ///< the payload has not the size of the command's record
+    NotSupported = -4,      ///< this worker cannot do what was asked
+    BadRectangle = -5,      ///< not inside the screen or the chosen monitor, or only one of width and height is 0
+    BadFrameRate = -6,      ///< more than 60 frames per second
+    BadQuality = -7,        ///< JPEG quality above 100
+    BadCursorFlag = -8,     ///< neither 0 nor 1
+    BadMonitor = -9,        ///< there is no monitor with this number
+    ReservedNotZero = -10,  ///< a reserved field is not 0
+    BadPath = -11,          ///< empty, not terminated, or with characters behind the terminating zero
+    CannotCreateFile = -12, ///< the system refused to create the file, or to take its first bytes
+    CaptureFailed = -13,    ///< the screen cannot be read
+    EncoderFailed = -14,    ///< the picture cannot be encoded
+    OutOfResources = -15,   ///< memory, a thread or another system resource was refused
+};
+
+/** Exit code of the worker process. */
+enum class ExitCode : int {
+    Finished = 0,       ///< stopped, or its host or session ended; a recording is finished on disk
+    Usage = 2,          ///< not started by a host
+    NoChannel = 3,      ///< the host's channel cannot be opened
+    FileCutShort = 4,   ///< as Finished, but the file had to be closed early because it could not be written
+    OutOfResources = 5, ///< memory or another system resource was refused while starting
+};
+
+} // namespace kxvcr

@@ -1,0 +1,239 @@
+// The recorder. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
+// leave a finished, closed file.
+#include "recorder.h"
+
+#include "capture.h"
+#include "encode.h"
+#include "matroskawriter.h"
+#include "outputfile.h"
+#include "pacing.h"
+
+#include "sdk/util/logtool.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <system_error>
+#include <vector>
+
+namespace kxvcr {
+
+namespace {
+
+// Adds the time it lives to a sum of ticks.
+class Stopwatch {
+public:
+    explicit Stopwatch(std::int64_t& sum) noexcept : m_sum(sum), m_start(NowTicks()) {}
+    ~Stopwatch() { m_sum += NowTicks() - m_start; }
+    Stopwatch(const Stopwatch&) = delete;
+    Stopwatch& operator=(const Stopwatch&) = delete;
+
+private:
+    std::int64_t& m_sum;
+    std::int64_t m_start;
+};
+
+double Milliseconds(std::int64_t ticks, std::uint64_t times) {
+    return times == 0 ? 0.0
+                      : 1000.0 * static_cast<double>(ticks) / static_cast<double>(TicksPerSecond()) /
+                            static_cast<double>(times);
+}
+
+void LogSummary(const RecordStatistics& statistics, std::uint64_t bytes) {
+    const std::uint64_t slots = statistics.captured + statistics.repeated + statistics.skipped;
+    LOG4CPLUS_INFO(GetLogger(),
+                   L"Recording finished: "
+                       << slots << L" frames due, " << statistics.captured << L" captured (" << statistics.unchanged
+                       << L" unchanged), " << statistics.repeated << L" repeated, " << statistics.skipped
+                       << L" skipped, " << statistics.written << L" written, " << bytes << L" bytes; grab "
+                       << Milliseconds(statistics.grabTicks, statistics.captured) << L" ms, encode "
+                       << Milliseconds(statistics.encodeTicks, statistics.captured - statistics.unchanged)
+                       << L" ms, write " << Milliseconds(statistics.writeTicks, statistics.written) << L" ms each");
+}
+
+// The screen as encoded pictures. A screen that cannot be read (locked, another desktop) shows its last picture.
+class ScreenPictures final : public PictureSource {
+public:
+    ScreenPictures(std::unique_ptr<ScreenCapture> capture, const RecordSettings& settings)
+        : m_capture(std::move(capture)),
+          m_encoder(settings.area.area.width, settings.area.area.height, settings.jpegQuality) {}
+
+    std::span<const std::byte> Take(RecordStatistics& statistics) override {
+        ++statistics.captured;
+        Grab grab = Grab::Failed;
+        {
+            const Stopwatch watch(statistics.grabTicks);
+            grab = m_capture->Take();
+        }
+        NoteReadable(grab != Grab::Failed);
+        if (grab == Grab::Changed || m_stale)
+            Encode(statistics);
+        else
+            ++statistics.unchanged;
+        return m_picture;
+    }
+
+private:
+    void Encode(RecordStatistics& statistics) {
+        const Stopwatch watch(statistics.encodeTicks);
+        const std::span<const std::byte> jpeg = m_encoder.Encode(m_capture->Pixels());
+        m_stale = jpeg.empty();
+        if (m_stale) {
+            LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder.LastError());
+            return;
+        }
+        m_picture.assign(jpeg.begin(), jpeg.end());
+    }
+
+    // One line for each change, not for each picture.
+    void NoteReadable(bool readable) {
+        if (readable == m_readable)
+            return;
+        m_readable = readable;
+        if (readable)
+            LOG4CPLUS_INFO(GetLogger(), L"The screen can be read again");
+        else
+            LOG4CPLUS_WARN(GetLogger(), L"The screen cannot be read; the last picture is repeated until it can");
+    }
+
+    std::unique_ptr<ScreenCapture> m_capture;
+    JpegEncoder m_encoder;
+    std::vector<std::byte> m_picture;
+    bool m_readable = true;
+    bool m_stale = true; // the captured pixels are newer than m_picture
+};
+
+} // namespace
+
+bool FrameLoop::Give(std::uint64_t slot) {
+    const Stopwatch watch(m_statistics.writeTicks);
+    if (!m_sink.AddFrame(slot, m_picture))
+        return false;
+    ++m_statistics.written;
+    return true;
+}
+
+bool FrameLoop::Repeat(std::uint64_t from, std::uint64_t end) {
+    for (std::uint64_t slot = from; slot < end; ++slot) {
+        if (!Give(slot))
+            return false;
+        ++m_statistics.repeated;
+    }
+    return true;
+}
+
+bool FrameLoop::GiveUntilStopped(HANDLE stop) {
+    const FineTimerResolution fine;
+    const FrameTimer timer;
+    const FrameClock clock(NowTicks(), TicksPerSecond(), m_framesPerSecond);
+    m_picture = m_pictures.Take(m_statistics);
+    if (!Give(m_nextSlot++))
+        return false;
+    while (timer.WaitUntil(clock.DueTicks(m_nextSlot), stop)) {
+        const SlotPlan plan = clock.Plan(m_nextSlot, NowTicks());
+        m_statistics.skipped += plan.repeatFrom - m_nextSlot;
+        m_nextSlot = plan.capture;
+        if (!Repeat(plan.repeatFrom, plan.repeatEnd))
+            return false;
+        m_picture = m_pictures.Take(m_statistics);
+        if (!Give(m_nextSlot++))
+            return false;
+    }
+    const SlotPlan rest = clock.Plan(m_nextSlot, NowTicks());
+    m_nextSlot = rest.repeatEnd;
+    return Repeat(rest.repeatFrom, rest.repeatEnd);
+}
+
+bool FrameLoop::Run(HANDLE stop) {
+    const bool kept = GiveUntilStopped(stop);
+    m_sink.Finish(m_nextSlot);
+    return kept;
+}
+
+ScreenRecorder::ScreenRecorder() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+    if (!m_stop)
+        throw std::bad_alloc();
+}
+
+ScreenRecorder::~ScreenRecorder() {
+    Finish();
+}
+
+ScreenLayout ScreenRecorder::Layout() const {
+    return CurrentScreenLayout();
+}
+
+Result ScreenRecorder::Prepare(const RecordSettings& settings) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended)
+        return Result::WrongOrder;
+    std::unique_ptr<ScreenCapture> capture = ScreenCapture::Create(settings.area, settings.drawCursor);
+    if (capture == nullptr)
+        return Result::OutOfResources;
+    if (capture->Take() == Grab::Failed)
+        return Result::CaptureFailed;
+    auto pictures = std::make_unique<ScreenPictures>(std::move(capture), settings);
+    RecordStatistics warmUp;
+    if (pictures->Take(warmUp).empty())
+        return Result::EncoderFailed;
+    m_pictures = std::move(pictures);
+    m_settings = settings;
+    return Result::Accepted;
+}
+
+Result ScreenRecorder::StartFile(const std::wstring& path) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended || m_pictures == nullptr || m_thread.joinable())
+        return Result::WrongOrder;
+    std::unique_ptr<DiskFile> file = DiskFile::Create(path);
+    if (file == nullptr) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << GetLastError());
+        return Result::CannotCreateFile;
+    }
+    const ScreenRect& area = m_settings.area.area;
+    std::unique_ptr<MatroskaWriter> writer =
+        MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
+    if (writer == nullptr) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << GetLastError());
+        file->Discard();
+        return Result::CannotCreateFile;
+    }
+    m_file = std::move(file);
+    m_writer = std::move(writer);
+    try {
+        m_thread = std::thread(&ScreenRecorder::Record, this);
+    } catch (const std::system_error&) {
+        m_writer.reset();
+        m_file->Discard();
+        m_file.reset();
+        return Result::OutOfResources;
+    }
+    LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path);
+    return Result::Accepted;
+}
+
+// While the thread runs, the file and its writer are the thread's; it leaves them closed.
+void ScreenRecorder::Record() noexcept {
+    FrameLoop loop(*m_pictures, *m_writer, m_settings.framesPerSecond);
+    try {
+        m_cutShort = !loop.Run(m_stop.Get());
+        if (m_cutShort)
+            LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: error "
+                                             << GetLastError() << L"; the file ends here and was closed");
+        LogSummary(loop.Statistics(), m_writer->Size());
+    } catch (const std::exception& failure) {
+        m_cutShort = true;
+        LOG4CPLUS_ERROR(GetLogger(), L"The recording ended early: " << failure.what());
+    }
+    m_writer.reset();
+    m_file.reset();
+}
+
+void ScreenRecorder::Finish() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_ended = true;
+    SetEvent(m_stop.Get());
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+} // namespace kxvcr
