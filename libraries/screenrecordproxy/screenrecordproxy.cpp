@@ -70,9 +70,9 @@ std::mutex g_proxyMutex;
 ScreenRecordProxy* g_proxy = nullptr;
 std::uint32_t g_proxyReferences = 0;
 
-// Whether the newest monitor thread has its worker; both under the instance's lock.
-bool g_monitorWatches = false;
-CONDITION_VARIABLE g_monitorWatchesChanged = CONDITION_VARIABLE_INIT;
+// Whether the newest monitor thread has looked for its worker; both under the instance's lock.
+bool g_monitorHasLooked = false;
+CONDITION_VARIABLE g_monitorLooked = CONDITION_VARIABLE_INIT;
 
 template <class... Values>
 void LogWarn(LogSite site, const Values&... values) noexcept {
@@ -281,7 +281,7 @@ unsigned long ScreenRecordProxy::WaitProcessRunResult(void*& process, unsigned l
         process = worker.Release();
         m_workerProcess = process;
         KernelHandle(std::exchange(m_monitorThread, nullptr)).Reset();
-        g_monitorWatches = false;
+        g_monitorHasLooked = false;
         m_monitorThread = CreateThread(nullptr, 0, ScrRecProcessMonitorThreadProcWarpper, this, 0, nullptr);
         if (m_monitorThread == nullptr) {
             const DWORD error = GetLastError();
@@ -290,8 +290,8 @@ unsigned long ScreenRecordProxy::WaitProcessRunResult(void*& process, unsigned l
         }
         // A worker that is killed, or a proxy that is released, at once must not be gone before the thread looks:
         // the record mode would stay as it is, or the destructor would wait for a thread that waits for its lock.
-        while (!g_monitorWatches &&
-               SleepConditionVariableCS(&g_monitorWatchesChanged, &m_lock, kMonitorThreadStartTimeoutMs)) {
+        while (!g_monitorHasLooked &&
+               SleepConditionVariableCS(&g_monitorLooked, &m_lock, kMonitorThreadStartTimeoutMs)) {
         }
         return ERROR_SUCCESS;
     }
@@ -331,13 +331,13 @@ void ScreenRecordProxy::ScrRecProcessMonitorThreadProc() {
     SharedHandle worker;
     {
         const CriticalSectionGuard lock(m_lock);
+        g_monitorHasLooked = true; // RunProcess goes on when the lock is free again
+        WakeAllConditionVariable(&g_monitorLooked);
         if (m_workerProcess == nullptr) {
             LogWarn(kHere, "processHandle is null.");
             return;
         }
         worker = SharedHandle(m_workerProcess);
-        g_monitorWatches = true;
-        WakeAllConditionVariable(&g_monitorWatchesChanged);
     }
     WaitForSingleObject(worker.Get(), INFINITE);
     m_recordMode = RecordMode::NoWorker;

@@ -1,6 +1,7 @@
 // A worker's life after its launch: the ready notice, the monitor thread, waiting for the end, and killing.
 #include "unit/proxyfixture.h"
 
+#include <functional>
 #include <thread>
 
 namespace {
@@ -192,6 +193,60 @@ TEST_F(ProxySupervision, MonitorThatBeginsLate_StillSeesTheWorkerThatIsKilledAtO
     AwaitMonitor();
     ExpectState(RunStatus::Idle, RecordMode::NoWorker);
     ExpectMessages({});
+}
+
+/** Lets the proxy create its monitor threads suspended, so that a test decides when the newest one begins. */
+class SuspendedMonitor {
+public:
+    /** Begins the thread; it is the test's to wait for. */
+    HANDLE Resume() {
+        ResumeThread(m_thread.get());
+        return m_thread.get();
+    }
+
+    std::function<void()> onCreated = [] {};
+
+private:
+    OwnedHandle m_thread;
+    hooks::CreateThreadHook m_create{[this](LPSECURITY_ATTRIBUTES security, SIZE_T stack, LPTHREAD_START_ROUTINE entry,
+                                            void* argument, DWORD flags, DWORD* id) {
+        HANDLE const thread =
+            hooks::CreateThreadHook::Original(security, stack, entry, argument, flags | CREATE_SUSPENDED, id);
+        m_thread = Duplicate(thread);
+        onCreated();
+        return thread;
+    }};
+};
+
+TEST_F(ProxySupervision, MonitorThatDoesNotBegin_HoldsTheRunUpForASecondOnly) {
+    constexpr ULONGLONG kStartLimitMs = 1000;
+    SuspendedMonitor monitor;
+    const ULONGLONG before = GetTickCount64();
+    const OwnedHandle worker = RunWorker();
+    const ULONGLONG passed = GetTickCount64() - before;
+    EXPECT_GE(passed, kStartLimitMs - 100);
+    EXPECT_LT(passed, kLimitMs / 2);
+    ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+    m_plan.EndWorkers();
+    EXPECT_EQ(WaitForSingleObject(monitor.Resume(), kLimitMs), WAIT_OBJECT_0);
+    ExpectState(RunStatus::Running, RecordMode::NoWorker);
+    ExpectMessages({});
+}
+
+TEST_F(ProxySupervision, WorkerThatIsKilledBeforeTheMonitorBegins_LeavesModeAndStatusZero) {
+    SuspendedMonitor monitor;
+    std::thread killer;
+    monitor.onCreated = [&] {
+        killer = std::thread([&] {
+            Proxy().KillProcess(); // waits for the lock, which the run gives up only while it waits for the monitor
+            monitor.Resume();
+        });
+    };
+    const OwnedHandle worker = RunWorker();
+    killer.join();
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    EXPECT_EQ(ExitCodeOf(worker.get()), kKilledExitCode);
+    ExpectMessages({Warn("ScrRecProcessMonitorThreadProc", L"processHandle is null.")});
 }
 
 TEST_F(ProxySupervision, WaitWithoutWorker_IsLoggedAndGivesZero) {
