@@ -28,7 +28,7 @@ public:
 enum class Progress {
     Waiting,   ///< for prepare
     Prepared,  ///< for a start
-    Recording, ///< also when the file had to be closed early: only stop is left
+    Recording, ///< only stop is left
 };
 
 /** Answers commands one after the other; to be called from one thread. */

@@ -1,5 +1,6 @@
 // KXVCR.exe: the worker process. Wires the host's channel, the commands and the recorder, and waits for the end:
-// the stop notice, the loss of the host, or the end of the Windows session.
+// the stop notice, the loss of the host, a file that could not be written any further, or the end of the Windows
+// session.
 //
 // A program without a console of its own, so that no console window opens on the screen that it records.
 #include "commands.h"
@@ -58,11 +59,9 @@ bool ReportReady(IPCMessageService& service) {
     return service.PostIPCMessage(ready);
 }
 
-// Serves the host until it says stop or is gone. Returns false when the channel cannot be opened.
-bool Serve(ScreenRecorder& recorder) {
-    const KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!end)
-        throw std::bad_alloc();
+// Serves the host until @p end is signalled: by the recorder, or here when the host says stop or is gone. Returns false
+// when the channel cannot be opened.
+bool Serve(ScreenRecorder& recorder, const KernelHandle& end) {
     CommandHandler commands(recorder);
     SessionEndWindow sessionEnd([&recorder] { recorder.Finish(); });
 
@@ -96,8 +95,12 @@ ExitCode Run() {
     }
     // Rectangles are physical pixels, whatever the display scaling.
     SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
+    const KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!end)
+        throw std::bad_alloc();
     ScreenRecorder recorder;
-    if (!Serve(recorder))
+    recorder.SetCutShortCallback([&end] { SetEvent(end.Get()); });
+    if (!Serve(recorder, end))
         return ExitCode::NoChannel;
     recorder.Finish();
     return recorder.FileCutShort() ? ExitCode::FileCutShort : ExitCode::Finished;

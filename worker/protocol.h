@@ -40,13 +40,16 @@ enum class Result : std::int32_t {
     OutOfResources = -15,   ///< memory, a thread or another system resource was refused
 };
 
-/** Exit code of the worker process. */
+/**
+ * Exit code of the worker process. Those of a worker that ends before it is ready reach the host among the system's
+ * codes: they have bit 29, which no code of the system has.
+ */
 enum class ExitCode : int {
-    Finished = 0,       ///< stopped, or its host or session ended; a recording is finished on disk
-    Usage = 2,          ///< not started by a host
-    NoChannel = 3,      ///< the host's channel cannot be opened
-    FileCutShort = 4,   ///< as Finished, but the file had to be closed early because it could not be written
-    OutOfResources = 5, ///< memory or another system resource was refused while starting
+    Finished = 0,                ///< stopped, or its host or session ended; a recording is finished on disk
+    FileCutShort = 4,            ///< the recording ended by itself: its file could not be written any further
+    Usage = 0x20000002,          ///< not started by a host
+    NoChannel = 0x20000003,      ///< the host's channel cannot be opened
+    OutOfResources = 0x20000005, ///< memory or another system resource was refused while starting
 };
 
 } // namespace kxvcr

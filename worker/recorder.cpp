@@ -186,14 +186,16 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
         return Result::WrongOrder;
     std::unique_ptr<DiskFile> file = DiskFile::Create(path);
     if (file == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << GetLastError());
+        const DWORD error = GetLastError(); // before the log changes it
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return Result::CannotCreateFile;
     }
     const ScreenRect& area = m_settings.area.area;
     std::unique_ptr<MatroskaWriter> writer =
         MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
     if (writer == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << GetLastError());
+        const DWORD error = GetLastError();
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
         file->Discard();
         return Result::CannotCreateFile;
     }
@@ -216,9 +218,11 @@ void ScreenRecorder::Record() noexcept {
     FrameLoop loop(*m_pictures, *m_writer, m_settings.framesPerSecond);
     try {
         m_cutShort = !loop.Run(m_stop.Get());
-        if (m_cutShort)
+        if (m_cutShort) {
+            const DWORD error = GetLastError();
             LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: error "
-                                             << GetLastError() << L"; the file ends here and was closed");
+                                             << error << L"; the file ends here and was closed");
+        }
         LogSummary(loop.Statistics(), m_writer->Size());
     } catch (const std::exception& failure) {
         m_cutShort = true;
@@ -226,6 +230,8 @@ void ScreenRecorder::Record() noexcept {
     }
     m_writer.reset();
     m_file.reset();
+    if (m_cutShort && m_cutShortCallback)
+        m_cutShortCallback();
 }
 
 void ScreenRecorder::Finish() noexcept {

@@ -12,11 +12,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace kxvcr {
 
@@ -85,6 +87,9 @@ public:
     ScreenRecorder();
     ~ScreenRecorder() override;
 
+    /** Calls @p callback in the recording's thread when a file was closed early; set before StartFile(). */
+    void SetCutShortCallback(std::function<void()> callback) { m_cutShortCallback = std::move(callback); }
+
     ScreenLayout Layout() const override;
 
     /** Does everything slow: devices, memory, the first picture and its encoding. */
@@ -111,6 +116,7 @@ private:
     std::unique_ptr<MatroskaWriter> m_writer;
     std::thread m_thread;
     std::atomic<bool> m_cutShort = false;
+    std::function<void()> m_cutShortCallback;
 };
 
 } // namespace kxvcr

@@ -9,7 +9,9 @@ from recordcase import RecordCase, main
 from video import Video, expect_pattern
 
 DISK_SIZE = "1m"
+ENDLESS_S = 600  # the worker must end by itself long before
 FILE_CUT_SHORT = 4  # the worker's exit code
+SYSTEM_DISK_FULL = 112
 IN_NAME_SPACE = "KX_IN_NAME_SPACE"
 
 
@@ -19,10 +21,11 @@ class DiskFull(RecordCase):
         disk.mkdir()
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={DISK_SIZE}", "tmpfs", disk], check=True)
         path = disk / "screen.mkv"
-        result = self.stage.run("record", path, "--seconds", 8, "--quality", 95)
+        result = self.stage.run("record", path, "--seconds", ENDLESS_S, "--quality", 95)
         self.expect_code(result, FILE_CUT_SHORT)
         self.assertTrue(result.complaint.startswith("kxrecord: "), result.complaint)
         self.assertIn("the disk is full", result.complaint)
+        self.assertIn(f"Cannot write the recording further: error {SYSTEM_DISK_FULL};", self.stage.worker_log())
         video = Video(path)
         self.assertGreater(video.frames, 10)
         self.assertEqual(video.complaints, "")

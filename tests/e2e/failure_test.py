@@ -11,6 +11,9 @@ PATH_TOO_LONG = 206
 PREPARE_REFUSED = 242
 START_REFUSED = 243
 TIMED_OUT = 258
+WORKER_USAGE = 0x20000002
+WORKER_NO_CHANNEL = 0x20000003
+PATH_NOT_FOUND = 3  # the system's code
 LAUNCH_USAGE = 64  # what launch.exe ends with when it is run with a worker's arguments
 
 RECORDED_BYTES = 300000  # enough for several frames to be in the file
@@ -89,9 +92,22 @@ class Failure(RecordCase):
         result = self.stage.run("record", self.path, "--seconds", 1)
         self.expect_failure(result, LAUNCH_USAGE, f"ended before it was ready: code {LAUNCH_USAGE}")
 
+    def test_WorkerStartedByHand_SaysWhoStartsIt(self):
+        for arguments in ([], ["-IPCproxy"], ["-IPCProxy", "more"]):
+            result = self.stage.run(*arguments, program=WORKER)
+            self.expect_code(result, WORKER_USAGE)
+            self.assertEqual(result.complaint, "KXVCR.exe is started by its host program with the argument -IPCProxy; "
+                                               "it does nothing else.\n")
+
+    def test_WorkerOfAHostWithoutChannel_Ends(self):
+        result = self.stage.run("-IPCProxy", program=WORKER)
+        self.expect_code(result, WORKER_NO_CHANNEL)
+        self.assertIn(f"Cannot connect to the host's channel: error {TIMED_OUT} ", self.stage.worker_log())
+
     def test_FolderThatDoesNotExist_IsRefused(self):
         result = self.stage.run("record", self.path / "screen.mkv", "--seconds", 1)
         self.expect_failure(result, START_REFUSED, "see that its folder exists")
+        self.assertRegex(self.stage.worker_log(), f"Cannot create the file .*: error {PATH_NOT_FOUND} ")
         self.expect_recording_works()
 
     def test_PathThatIsTooLong_IsRefusedBeforeTheWorkerStarts(self):

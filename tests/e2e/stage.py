@@ -45,12 +45,12 @@ class Result:
 
 
 class Run:
-    """A host that is running."""
+    """A program that is running, most often the host."""
 
-    def __init__(self, stage, arguments, cwd, limit_s):
+    def __init__(self, stage, program, arguments, cwd, limit_s):
         self._limit_s = limit_s
         self._report = stage.new_path("report.txt")
-        command = [WINE_RUN, stage.folder / "launch.exe", self._report, stage.folder / HOST, *arguments]
+        command = [WINE_RUN, stage.folder / "launch.exe", self._report, stage.folder / program, *arguments]
         self.process = subprocess.Popen(command, cwd=cwd, env=stage.environment, text=True, encoding="utf-8",
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
@@ -135,8 +135,8 @@ class Stage:
         self._count += 1
         return self.files / f"{self._count:02d}-{name}"
 
-    def start(self, *arguments, cwd=None, limit_s=RUN_LIMIT_S):
-        return Run(self, [str(argument) for argument in arguments], cwd or self.files, limit_s)
+    def start(self, *arguments, program=HOST, cwd=None, limit_s=RUN_LIMIT_S):
+        return Run(self, program, [str(argument) for argument in arguments], cwd or self.files, limit_s)
 
     def run(self, *arguments, **options):
         return self.start(*arguments, **options).finish()
@@ -145,6 +145,10 @@ class Stage:
         result = self.run("manifest", *files)
         if result.code != 0:
             raise AssertionError(f"kxrecord manifest failed with {result.code}: {result.complaint}")
+
+    def worker_log(self):
+        """What the workers have logged so far: WARN and above."""
+        return (self.folder / "KXVCR.log").read_text(encoding="utf-8")
 
     def processes(self, program):
         """The ids of the build machine for a program's processes in this stage's prefix."""
