@@ -1,8 +1,5 @@
 // The one logger of the suite: configured on first use, from a file beside the host executable or by default, and
 // the printf-style helpers that write to it.
-#if !defined(_SILENCE_CXX17_CODECVT_HEADER_DEPRECATION_WARNING)
-#define _SILENCE_CXX17_CODECVT_HEADER_DEPRECATION_WARNING
-#endif
 
 #include "sdk/util/logtool.h"
 
