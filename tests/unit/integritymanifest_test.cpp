@@ -264,6 +264,13 @@ TEST_F(Integrity, FileThatCannotBeRead_NeverMatches) {
     EXPECT_EQ(m_lines.Lines(), Lines{Mismatch("KXVCR.exe", "", kDigest)});
 }
 
+TEST_F(Integrity, FileThatCannotBeRead_DoesNotMatchAnEmptyDigestEither) {
+    Install(Entry("KXVCR.exe", ""));
+    fakeutil::ScriptFileSha256Hex([](const std::string&) { return std::string(); });
+    EXPECT_FALSE(Compare());
+    EXPECT_EQ(m_lines.Lines(), Lines{Mismatch("KXVCR.exe", "", "")});
+}
+
 TEST_F(Integrity, ChangedFile_IsSeenAtTheNextCall) {
     Install(Entry("KXVCR.exe", kDigest));
     EXPECT_TRUE(Compare());

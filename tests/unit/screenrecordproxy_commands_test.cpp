@@ -522,6 +522,15 @@ TEST_F(ProxyCommands, Stop_FailedPost_IsLoggedAndKeepsStopping) {
     ExpectMessages({Error("Stop", L"Post IPC msg(Stop) failed!")});
 }
 
+TEST_F(ProxyCommands, Stop_FailedPost_IsAnErrorOnceNoLongerStopping) {
+    PlantWorker();
+    fakeipc::SetPostResult(false);
+    fakeipc::SetObserver([this](const fakeipc::Call&) { Status(Proxy()).store(RunStatus::Running); });
+    SetState(RunStatus::LocalRecordRunning, RecordMode::LocalRecord);
+    Proxy().Stop();
+    ExpectState(RunStatus::Error, RecordMode::LocalRecord);
+}
+
 TEST_F(ProxyCommands, Stop_WithoutClient_IsLoggedAfterTheStatusChanged) {
     PlantWorker();
     IPCMessageClient* const client = Client(Proxy());

@@ -73,6 +73,18 @@ TEST_F(ProxyLaunch, SecondRunWhileTheFirstLives_IsBusy) {
     EXPECT_EQ(WaitForSingleObject(worker.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
 }
 
+TEST_F(ProxyLaunch, DuringTheVerification_StateIsStartingAndTheLockIsFree) {
+    int verifications = 0;
+    fakeutil::ScriptFileSha256Hex([&](const std::string&) {
+        ++verifications;
+        ExpectState(RunStatus::Starting, RecordMode::WorkerStarted);
+        EXPECT_TRUE(LockIsFree(Proxy()));
+        return "00";
+    });
+    EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+    EXPECT_EQ(verifications, 1);
+}
+
 TEST_F(ProxyLaunch, DuringTheLaunch_StateIsStarting) {
     const hooks::CreateProcessHook hook([this](auto&&...) {
         ExpectState(RunStatus::Starting, RecordMode::WorkerStarted);
@@ -100,6 +112,31 @@ TEST_F(ProxyLaunch, KnownRunningWorker_IsBusyAndResetsTheState) {
     EXPECT_EQ(launcher.Launches(), 0);
     EXPECT_EQ(WorkerProcess(Proxy()).load(), held);
     EXPECT_TRUE(LockIsFree(Proxy()));
+}
+
+TEST_F(ProxyLaunch, KnownWorker_IsLookedAtAndLetGoUnderTheLock) {
+    ExpectRunWorks();
+    void* const former = WorkerProcess(Proxy()).load();
+    int waits = 0;
+    int closes = 0;
+    const hooks::WaitHook wait([&](HANDLE handle, DWORD timeoutMs) {
+        if (handle == former) {
+            ++waits;
+            EXPECT_EQ(timeoutMs, 0u);
+            EXPECT_FALSE(LockIsFree(Proxy()));
+        }
+        return hooks::WaitHook::Original(handle, timeoutMs);
+    });
+    const hooks::CloseHandleHook close([&](HANDLE handle) {
+        if (handle == former) {
+            ++closes;
+            EXPECT_FALSE(LockIsFree(Proxy()));
+        }
+        return hooks::CloseHandleHook::Original(handle);
+    });
+    EXPECT_EQ(proxyprivate::CheckEnv(Proxy()), 0u);
+    EXPECT_EQ(waits, 1);
+    EXPECT_EQ(closes, 1);
 }
 
 TEST_F(ProxyLaunch, EndedWorkersHandle_IsClosedBeforeTheNextRun) {

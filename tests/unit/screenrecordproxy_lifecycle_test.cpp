@@ -182,6 +182,66 @@ TEST_F(Lifecycle, ManyThreads_NeverSeeTwoInstances) {
     ExpectMessages({});
 }
 
+/** Calls CreateProxy in another thread while the first client of some kind of call is being served. */
+class CreateDuring {
+public:
+    explicit CreateDuring(CallKind kind) {
+        fakeipc::SetObserver([this, kind](const fakeipc::Call& call) {
+            if (call.kind == kind && !m_isBegun.exchange(true)) {
+                m_thread = std::thread([this] {
+                    m_proxy = ScreenRecordProxy::CreateProxy();
+                    SetEvent(m_returned.get());
+                });
+                m_waits = WaitForSingleObject(m_returned.get(), kHeldUpMs) == WAIT_TIMEOUT;
+            }
+        });
+    }
+    ~CreateDuring() { fakeipc::SetObserver(nullptr); }
+    CreateDuring(const CreateDuring&) = delete;
+    CreateDuring& operator=(const CreateDuring&) = delete;
+
+    /** What the other thread got. */
+    ScreenRecordProxy* Proxy() {
+        m_thread.join();
+        return m_proxy;
+    }
+    /** Whether it had to wait for the call to end. */
+    bool Waits() const { return m_waits; }
+
+private:
+    static constexpr DWORD kHeldUpMs = 200;
+
+    const OwnedHandle m_returned = NewEvent();
+    std::atomic<bool> m_isBegun = false;
+    std::thread m_thread;
+    ScreenRecordProxy* m_proxy = nullptr;
+    bool m_waits = false;
+};
+
+TEST_F(Lifecycle, CreateDuringConstruction_WaitsAndGivesTheSameInstance) {
+    CreateDuring second(CallKind::Construct);
+    ScreenRecordProxy* const first = ScreenRecordProxy::CreateProxy();
+    EXPECT_EQ(second.Proxy(), first);
+    EXPECT_TRUE(second.Waits());
+    EXPECT_EQ(fakeipc::Calls(CallKind::Construct).size(), 1u);
+    ScreenRecordProxy::ReleaseProxy(first);
+    EXPECT_TRUE(fakeipc::Calls(CallKind::Destroy).empty());
+    ScreenRecordProxy::ReleaseProxy(first);
+    EXPECT_EQ(fakeipc::Calls(CallKind::Destroy).size(), 1u);
+}
+
+TEST_F(Lifecycle, CreateDuringDestruction_WaitsAndConstructsAnew) {
+    ScreenRecordProxy* const first = ScreenRecordProxy::CreateProxy();
+    CreateDuring second(CallKind::Destroy);
+    ScreenRecordProxy::ReleaseProxy(first);
+    ScreenRecordProxy* const next = second.Proxy();
+    EXPECT_NE(next, nullptr);
+    EXPECT_TRUE(second.Waits());
+    EXPECT_EQ(fakeipc::Calls(CallKind::Construct).size(), 2u);
+    ScreenRecordProxy::ReleaseProxy(next);
+    EXPECT_EQ(fakeipc::Calls(CallKind::Destroy).size(), 2u);
+}
+
 // Sees everything that the destructor does, in one ordered list.
 class DestructorTrace {
 public:

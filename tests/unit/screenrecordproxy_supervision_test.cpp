@@ -1,6 +1,7 @@
 // A worker's life after its launch: the ready notice, the monitor thread, waiting for the end, and killing.
 #include "unit/proxyfixture.h"
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -253,6 +254,22 @@ TEST_F(ProxySupervision, WaitWithoutWorker_IsLoggedAndGivesZero) {
     EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 0u);
     ExpectMessages({Warn("WaitLiveProcessEnd", L"processHandle is null.")});
     EXPECT_TRUE(LockIsFree(Proxy()));
+}
+
+TEST_F(ProxySupervision, Handles_AreReadUnderTheLock) {
+    std::atomic<int> entered = 0;
+    const hooks::EnterLockHook enter([&](LPCRITICAL_SECTION lock) {
+        entered += lock == &proxyprivate::Lock(Proxy()) ? 1 : 0;
+        hooks::EnterLockHook::Original(lock);
+    });
+    Proxy().WaitLiveProcessEnd(0);
+    EXPECT_EQ(entered.load(), 1);
+    proxyprivate::MonitorProc(Proxy());
+    EXPECT_EQ(entered.load(), 2);
+    Proxy().KillProcess();
+    EXPECT_EQ(entered.load(), 3);
+    EXPECT_TRUE(fakeipc::Deliver(kReadyMessage));
+    EXPECT_EQ(entered.load(), 4);
 }
 
 TEST_F(ProxySupervision, WaitOnALivingWorker_TimesOutAndNamesTheTime) {
