@@ -28,4 +28,26 @@ inline int CopyBytes(void* destination, std::size_t capacity, const void* source
     return 0;
 }
 
+/**
+ * Copies a text with its terminating zero.
+ * @param capacity characters that the destination holds; the text may have one fewer
+ * @return 0; EINVAL for a null pointer or no capacity, ERANGE when the text does not fit. On failure the
+ *         destination is an empty text.
+ */
+inline int CopyText(char* destination, std::size_t capacity, const char* source) noexcept {
+    if (destination == nullptr || capacity == 0) {
+        return EINVAL;
+    }
+    destination[0] = '\0';
+    if (source == nullptr) {
+        return EINVAL;
+    }
+    const std::size_t length = std::strlen(source);
+    if (length >= capacity) {
+        return ERANGE;
+    }
+    std::memcpy(destination, source, length + 1);
+    return 0;
+}
+
 } // namespace boundedcopy

@@ -1,0 +1,212 @@
+// Remembers the display scaling per user, and puts it back after the Windows release has changed.
+// The record lies under the user's key: the release and the system DPI and scaling step last seen under it.
+
+#include "sdk/util/process.h"
+#include "sdk/util/productadapt.h"
+#include "sdk/util/registry.h"
+#include "sdk/util/systeminfo.h"
+#include "systemenvironment.h"
+#include "systemenvironment/debugline.h"
+#include "systemenvironment/utf8.h"
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// Key paths follow the user's SID directly. "Lastest" is how the record is named everywhere.
+constexpr wchar_t kRecordKey[] = L"\\Software\\Calvora\\LastestSetting";
+constexpr wchar_t kReleaseValue[] = L"LastestOSVersion";
+constexpr wchar_t kDpiValue[] = L"LastestDPIValue";
+constexpr wchar_t kStepValue[] = L"LastestDPIIndex";
+constexpr wchar_t kMonitorsKey[] = L"\\Control Panel\\Desktop\\PerMonitorSettings";
+constexpr wchar_t kMonitorStepValue[] = L"DpiValue";
+
+constexpr int kNoStep = -999;
+constexpr int kNoDpi = -1;
+
+constexpr int kOtherOffsetProduct = 4; // index of the product whose steps count from two below
+constexpr int kOtherOffset = -2;
+constexpr int kUsualOffset = -1;
+
+/** The request to set a display's scaling step, which the Windows headers do not declare. */
+struct ScaleRequest {
+    std::int32_t type;
+    std::uint32_t size;
+    std::uint32_t adapterLow;
+    std::int32_t adapterHigh;
+    std::uint32_t sourceId;
+    std::int32_t step;
+};
+static_assert(sizeof(ScaleRequest) == 24);
+static_assert(offsetof(ScaleRequest, adapterLow) == offsetof(DISPLAYCONFIG_DEVICE_INFO_HEADER, adapterId));
+static_assert(offsetof(ScaleRequest, sourceId) == offsetof(DISPLAYCONFIG_DEVICE_INFO_HEADER, id));
+static_assert(offsetof(ScaleRequest, step) == sizeof(DISPLAYCONFIG_DEVICE_INFO_HEADER));
+static_assert(sizeof(DISPLAYCONFIG_PATH_INFO) == 72 && sizeof(DISPLAYCONFIG_MODE_INFO) == 64);
+
+constexpr std::int32_t kSetScaleRequest = -4;
+
+struct FreeBlock {
+    void operator()(void* block) const { std::free(block); }
+};
+
+/** A zeroed array from the C run-time; null when there is no memory. */
+template <class Item>
+using Block = std::unique_ptr<Item, FreeBlock>;
+
+template <class Item>
+Block<Item> AllocateBlock(UINT32 count) {
+    return Block<Item>(static_cast<Item*>(std::calloc(count, sizeof(Item))));
+}
+
+/** Reports a failed display call and yields the failure's result. */
+int DisplayFailure(const char* message, LONG status) {
+    const DWORD error = GetLastError();
+    WriteDebugLine("SystemEnvironment::ApplyDpiSetting", message, error, ", status= ", status);
+    SetLastError(error); // the caller reports it once more
+    return 0;
+}
+
+int SetScale(const DISPLAYCONFIG_PATH_SOURCE_INFO& source, int step) {
+    ScaleRequest request = {kSetScaleRequest,          sizeof(request), source.adapterId.LowPart,
+                            source.adapterId.HighPart, source.id,       step};
+    const LONG status = DisplayConfigSetDeviceInfo(reinterpret_cast<DISPLAYCONFIG_DEVICE_INFO_HEADER*>(&request));
+    return status == ERROR_SUCCESS ? 1 : DisplayFailure("DisplayConfigSetDeviceInfo fail:", status);
+}
+
+std::wstring RecordKey() {
+    return KXPROCESS::GetCurrentUserSidstr() + kRecordKey;
+}
+
+bool ReadRecord(const std::wstring& key, const wchar_t* name, int& value) {
+    return DE::Registry::GetValue(HKEY_USERS, key, name, value, KEY_ALL_ACCESS);
+}
+
+bool WriteRecord(const std::wstring& key, const wchar_t* name, int value) {
+    return DE::Registry::SetValue(HKEY_USERS, key, name, value, KEY_ALL_ACCESS);
+}
+
+/** Brings the recorded release up to date; whether it was another one than the current. */
+bool ReleaseChanged(const std::wstring& key) {
+    constexpr char kFunction[] = "SystemEnvironment::RestoreSystemDpi4Common";
+    const std::wstring current = WideFromUtf8(SystemEnvironment::GetOSReleaseId());
+    std::wstring remembered;
+    if (!DE::Registry::GetValue(HKEY_USERS, key, kReleaseValue, remembered, KEY_ALL_ACCESS)) {
+        WriteDebugLine(kFunction, "RestoreSystemDpi Warning: GetValue failed.");
+        remembered.clear();
+    }
+    if (remembered == current) {
+        return false;
+    }
+    DE::Registry::SetValue(HKEY_USERS, key, kReleaseValue, current, KEY_ALL_ACCESS);
+    WriteDebugLine(kFunction, "RestoreSystemDpi ok: sysversion changed to ", current);
+    return true;
+}
+
+/** The sum, which a damaged record may carry past the ends of the range: it wraps. */
+int WrappingSum(int first, int second) {
+    return static_cast<int>(static_cast<unsigned>(first) + static_cast<unsigned>(second));
+}
+
+} // namespace
+
+int SystemEnvironment::ApplyDpiSetting(int scaleStep) {
+    UINT32 pathCount = 0;
+    UINT32 modeCount = 0;
+    LONG status = GetDisplayConfigBufferSizes(QDC_ONLY_ACTIVE_PATHS, &pathCount, &modeCount);
+    if (status != ERROR_SUCCESS) {
+        return DisplayFailure("GetDisplayConfigBufferSizes fail:", status);
+    }
+    const auto paths = AllocateBlock<DISPLAYCONFIG_PATH_INFO>(pathCount);
+    if (!paths) {
+        return 0;
+    }
+    const auto modes = AllocateBlock<DISPLAYCONFIG_MODE_INFO>(modeCount);
+    if (!modes) {
+        WriteDebugLine("SystemEnvironment::ApplyDpiSetting", "calloc  display_modes fail:");
+        return 0;
+    }
+    status = QueryDisplayConfig(QDC_ONLY_ACTIVE_PATHS, &pathCount, paths.get(), &modeCount, modes.get(), nullptr);
+    if (status != ERROR_SUCCESS) {
+        return DisplayFailure("QueryDisplayConfig fail:", status);
+    }
+    return pathCount == 0 ? 0 : SetScale(paths->sourceInfo, scaleStep);
+}
+
+bool SystemEnvironment::GetLastestSystemDpi(int* systemDpi, int* dpiValue) try {
+    constexpr char kFunction[] = "SystemEnvironment::GetLastestSystemDpi";
+    *systemDpi = SystemInfo().GetSystemDPI();
+    const std::wstring monitorsKey = KXPROCESS::GetCurrentUserSidstr() + kMonitorsKey;
+    std::vector<std::wstring> monitors;
+    if (!DE::Registry::GetKeys(HKEY_USERS, monitorsKey, monitors, KEY_ALL_ACCESS) || monitors.empty()) {
+        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub-keys");
+        return false;
+    }
+    const std::wstring monitorKey = monitorsKey + L"\\" + monitors.front();
+    if (!DE::Registry::GetValue(HKEY_USERS, monitorKey, kMonitorStepValue, *dpiValue, KEY_ALL_ACCESS)) {
+        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub -keys"); // the blank tells it from the other
+        return false;
+    }
+    return true;
+} catch (...) { // no memory
+    return false;
+}
+
+bool SystemEnvironment::SaveLastestSystemDpi(int dpiValue, int dpiIndex) try {
+    constexpr char kFunction[] = "SystemEnvironment::SaveLastestSystemDpi";
+    const std::wstring key = RecordKey();
+    int storedIndex = kNoStep;
+    int storedValue = kNoDpi;
+    if (ReadRecord(key, kStepValue, storedIndex) && ReadRecord(key, kDpiValue, storedValue) &&
+        storedIndex == dpiIndex && storedValue == dpiValue) {
+        return false;
+    }
+    if (!WriteRecord(key, kStepValue, dpiIndex)) {
+        WriteDebugLine(kFunction, "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step");
+        return false;
+    }
+    if (!WriteRecord(key, kDpiValue, dpiValue)) {
+        WriteDebugLine(kFunction, "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step");
+        return false;
+    }
+    return true;
+} catch (...) { // no memory
+    return false;
+}
+
+bool SystemEnvironment::RestoreSystemDpi4Common(int stepOffset) try {
+    constexpr char kFunction[] = "SystemEnvironment::RestoreSystemDpi4Common";
+    const std::wstring key = RecordKey();
+    const bool releaseChanged = ReleaseChanged(key);
+    int rememberedDpi = 0;
+    int rememberedStep = 0;
+    const bool isRemembered = ReadRecord(key, kDpiValue, rememberedDpi) && ReadRecord(key, kStepValue, rememberedStep);
+
+    int systemDpi = 0;
+    int dpiValue = 0; // what cannot be read is saved as 0
+    GetLastestSystemDpi(&systemDpi, &dpiValue);
+    if (!isRemembered) {
+        WriteDebugLine(kFunction, "RestoreSystemDpi Warning: first save dpi value.");
+        return SaveLastestSystemDpi(systemDpi, dpiValue);
+    }
+    if (!releaseChanged || systemDpi == rememberedDpi) {
+        return SaveLastestSystemDpi(systemDpi, dpiValue);
+    }
+    if (ApplyDpiSetting(WrappingSum(rememberedStep, stepOffset)) == 0) {
+        WriteDebugLine(kFunction, "RestoreSystemDpi error: ApplyDpiSetting fail:", GetLastError());
+        return false;
+    }
+    return true;
+} catch (...) { // no memory
+    return false;
+}
+
+bool SystemEnvironment::RestoreSystemDpi() {
+    const int product = ProductAdapt::MachineType::GetInstance().GetProductIndex();
+    return RestoreSystemDpi4Common(product == kOtherOffsetProduct ? kOtherOffset : kUsualOffset);
+}

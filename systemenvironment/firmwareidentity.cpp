@@ -1,0 +1,194 @@
+// What the firmware says about the machine: its own version, the device identifier (the firmware's serial number) and
+// the version of the OEM image. Sources are tried one after the other; what was found is written to the registry, for
+// later readers.
+
+#include "sdk/util/registry.h"
+#include "sdk/util/smbios.h"
+#include "sdk/util/text.h"
+#include "sdk/util/wmi.h"
+#include "systemenvironment.h"
+#include "systemenvironment/boundedcopy.h"
+#include "systemenvironment/debugline.h"
+#include "systemenvironment/narrowtext.h"
+#include "systemenvironment/oemversion.h"
+
+#include <windows.h>
+
+#include <cctype>
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+constexpr wchar_t kBiosKey[] = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
+constexpr wchar_t kBiosVersionValue[] = L"BIOSVersion";
+constexpr wchar_t kSerialNumberValue[] = L"BIOSSerialNumber";
+
+constexpr wchar_t kWmiNamespace[] = L"ROOT\\CIMV2";
+constexpr wchar_t kWmiQuery[] = L"SELECT * FROM Win32_BIOS";
+constexpr wchar_t kWmiProperty[] = L"SerialNumber";
+
+constexpr char kDefaultDeviceId[] = "21111111111111111111";
+
+constexpr std::size_t kVersionCapacity = 128; // with the terminating zero, as every capacity here
+constexpr std::size_t kSerialNumberCapacity = 64;
+
+/** The device identifier, kept from the first query that found one until the process ends. */
+class DeviceIdCache {
+public:
+    static DeviceIdCache& Instance() {
+        static DeviceIdCache cache;
+        return cache;
+    }
+
+    std::string Get() {
+        const std::lock_guard lock(m_mutex);
+        return m_id;
+    }
+
+    void Set(const std::string& id) {
+        const std::lock_guard lock(m_mutex);
+        m_id = id;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::string m_id;
+};
+
+/** The registry's serial number as identifier; empty when it is too long or cannot be converted. */
+std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
+    const NarrowText narrow(serialNumber.c_str());
+    if (!narrow) {
+        return {};
+    }
+    char id[kSerialNumberCapacity] = {};
+    if (boundedcopy::CopyText(id, kSerialNumberCapacity, narrow.Get()) != 0) {
+        WriteDebugLine("SystemEnvironment::GetDeviceId", "strcpy_s fail");
+    }
+    return id;
+}
+
+/** WMI's serial number, of any length, left in the registry as well; empty when there is none. */
+std::string DeviceIdFromWmi() {
+    const std::wstring serialNumber = WMI(kWmiNamespace).SelectStr(kWmiQuery, kWmiProperty);
+    DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberValue, serialNumber, KEY_ALL_ACCESS);
+    const NarrowText narrow(serialNumber.c_str());
+    return narrow ? narrow.Get() : std::string();
+}
+
+std::string QueryDeviceId() {
+    std::wstring serialNumber;
+    const bool isRecorded =
+        DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberValue, serialNumber, KEY_ALL_ACCESS);
+    return isRecorded && !serialNumber.empty() ? DeviceIdFromRegistry(serialNumber) : DeviceIdFromWmi();
+}
+
+} // namespace
+
+std::string SystemEnvironment::GetBIOSVersion() try {
+    std::wstring value; // stays empty when it cannot be read
+    DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kBiosVersionValue, value, KEY_ALL_ACCESS);
+    const NarrowText narrow(value.c_str());
+    if (!narrow) {
+        return {};
+    }
+    char text[kVersionCapacity + 1] = {};
+    if (boundedcopy::CopyText(text, kVersionCapacity, narrow.Get()) != 0) {
+        WriteDebugLine("SystemEnvironment::GetBIOSVersion", "strcpy_s byteArray fail");
+    }
+    const std::string version = text;
+    const std::size_t dot = version.find('.');
+    return dot == std::string::npos ? version : version.substr(0, version.find('.', dot + 1));
+} catch (...) { // no memory
+    return {};
+}
+
+std::string ParseBIOSVersionOfPadLeft(char* version) try {
+    if (version == nullptr) {
+        return {};
+    }
+    const char* const dot = std::strchr(version, '.');
+    if (dot == nullptr) {
+        return version;
+    }
+    const std::size_t dotAt = static_cast<std::size_t>(dot - version);
+    if (char* const secondDot = std::strchr(version + dotAt + 1, '.')) {
+        *secondDot = '\0';
+    }
+    char padded[kVersionCapacity + 1] = {};
+    const std::size_t padding = dotAt == 1 ? 1 : 0;
+    std::memset(padded, '0', padding);
+    if (boundedcopy::CopyText(padded + padding, kVersionCapacity - padding, version) != 0) {
+        WriteDebugLine("ParseBIOSVersionOfPadLeft", "strcpy_s fail");
+    }
+    // The position is that of the text as given, without the padding in front: 12.5 becomes 12.505.
+    const std::size_t length = std::strlen(version);
+    if (length - dotAt - 1 == 1 && length + 2 < kVersionCapacity) {
+        padded[length] = '0';
+        padded[length + 1] = version[dotAt + 1];
+        padded[length + 2] = '\0';
+    }
+    return padded;
+} catch (...) { // no memory
+    return {};
+}
+
+std::string SystemEnvironment::GetDeviceId() try {
+    DeviceIdCache& cache = DeviceIdCache::Instance();
+    if (std::string known = cache.Get(); !known.empty()) {
+        return known;
+    }
+    const std::string id = QueryDeviceId(); // outside the cache's lock: two threads may both ask
+    if (id.empty()) {
+        return kDefaultDeviceId;
+    }
+    cache.Set(id);
+    return id;
+} catch (...) { // no memory, not even for the default
+    return {};
+}
+
+bool SystemEnvironment::GetBIOSSysVersion(std::string& version) try {
+    version.clear();
+    const std::wstring text = SmBiosHelper::GetInstance()->GetBIOSSysVersion();
+    if (text.empty()) {
+        return false;
+    }
+    const NarrowText narrow(text.c_str());
+    if (!narrow) {
+        return false;
+    }
+    version = narrow.Get();
+    return true;
+} catch (...) { // no memory
+    return false;
+}
+
+std::string TrimOemVersion(const char* eomVersion) try {
+    if (eomVersion == nullptr) {
+        WriteDebugLine("TrimOemVersion", "TrimOemVersion parameter: eomVersion is nullptr");
+        return {};
+    }
+    std::string printable = eomVersion;
+    std::erase_if(printable, [](char character) { return std::iscntrl(static_cast<unsigned char>(character)) != 0; });
+    const std::string trimmed = DE::TrimSP(printable);
+    return trimmed.substr(0, trimmed.find('_'));
+} catch (...) { // no memory
+    return {};
+}
+
+std::string SystemEnvironment::GetOEMVersion() try {
+    const std::ifstream file = oemversion::OpenFile();
+    if (!file.is_open()) {
+        return GetVersionFromRegistry();
+    }
+    const std::string bytes = oemversion::ReadAll(file);
+    const std::wstring text = oemversion::HasUtf16Mark(bytes) ? GetUnicodeString() : DE::ANSIToUnicode(bytes);
+    if (!text.empty()) {
+        DE::Registry::SetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValue, text, KEY_ALL_ACCESS);
+    }
+    return GetVersionFromRegistry();
+} catch (...) { // no memory
+    return {};
+}

@@ -1,0 +1,127 @@
+// Does the product have a feature? Each query passes on the flag that the utility library's feature service sets,
+// and reports the service's code when it is not 0. The code never changes the answer.
+
+#include "sdk/util/productadapt.h"
+#include "sdk/util/softshelf.h"
+#include "systemenvironment.h"
+#include "systemenvironment/debugline.h"
+
+namespace {
+
+using ProductAdapt::ProductFeature;
+
+struct FeatureQuery {
+    int (ProductFeature::*getter)(bool& present) const;
+    const char* function;
+    const char* beforeCode;
+    const char* beforeFlag;
+};
+
+// The labels differ in separators, blanks and names; readers of the lines rely on each as it is.
+// clang-format off
+const FeatureQuery kFingerPrint{&ProductFeature::GetFingerprintStatus,
+    "SystemEnvironment::IsSupportFingerPrint", "result=", "IsSupportFingerPrint="};
+const FeatureQuery kTrifingerSnipper{&ProductFeature::GetTriFingerSnipperStatus,
+    "SystemEnvironment::IsSupportTrifingerSnipper", "result=", "IsSupportTrifingerSnipper="};
+const FeatureQuery kWifiGpio{&ProductFeature::GetWifiGpioStatus,
+    "SystemEnvironment::IsSupportWifiGpio", "result=", "IsSupportWifiGpio="};
+const FeatureQuery kWifiBiosRepair{&ProductFeature::GetWifiBiosRepairStatus,
+    "SystemEnvironment::IsSupportWifiBiosRepair", "result=", "IsSupportWifiBiosRepair="};
+const FeatureQuery kBtGpio{&ProductFeature::GetBtGpioStatus,
+    "SystemEnvironment::IsSupportBtGpio", "result=", "IsSupportBtGpio="};
+const FeatureQuery kCPUPower{&ProductFeature::GetCpuPowerStatus,
+    "SystemEnvironment::IsSupportCPUPower", "result=", "IsSupportCPUPower="};
+const FeatureQuery kKeyboardLight{&ProductFeature::GetKeyboardLightStatus,
+    "SystemEnvironment::IsSupportKeyboardLight", "result=", "IsSupportKeyboardLight="};
+const FeatureQuery kEnergyStar{&ProductFeature::GetEnergyStarStatus,
+    "SystemEnvironment::IsSupportEnergyStar", "result=", "IsSupportEnergyStar="};
+const FeatureQuery kSQGData{&ProductFeature::GetSQGDataStatus,
+    "SystemEnvironment::IsSupportSQGData", "result = ", "; IsSupportLocalManual ="};
+const FeatureQuery kTimeBack{&ProductFeature::GetSupportTimeBackStatus,
+    "SystemEnvironment::IsSupportTimeBack", "result=", ",GetSupportTimeBackStatus="};
+const FeatureQuery kVrAssisant{&ProductFeature::GetSupportVrAssisantStatus,
+    "SystemEnvironment::IsSupportVrAssisant", "result=", ",GetSupportVrAssisantStatus="};
+const FeatureQuery kLiveBroadcast{&ProductFeature::GetSupportLiveBroadcast,
+    "SystemEnvironment::IsSupportLiveBroadcast", "result=", ",GetSupportLiveBroadcast="};
+const FeatureQuery kOfficeCheck{&ProductFeature::GetSupportOfficeCheck,
+    "SystemEnvironment::IsSupportOfficeCheck", "result=", ",GetSupportOfficeCheck="};
+const FeatureQuery kIntegratedGraphics{&ProductFeature::GetSupportIntegratedGraphics,
+    "SystemEnvironment::IsSupportIntegratedGraphics", "result=", ",GetSupportIntegratedGraphics="};
+const FeatureQuery kNpsPop{&ProductFeature::GetSupportNpsPopStatus,
+    "SystemEnvironment::IsSupportNpsPop", "result=", ",GetSupportNpsPopStatus="};
+// clang-format on
+
+constexpr char kTimeBackPlugin[] = "SynergyPYP";
+
+bool Ask(const FeatureQuery& query) {
+    bool present = false;
+    const int code = (ProductFeature::GetInstance().*query.getter)(present);
+    if (code != 0) {
+        WriteDebugLine(query.function, query.beforeCode, code, query.beforeFlag, present);
+    }
+    return present;
+}
+
+} // namespace
+
+bool SystemEnvironment::IsSupportFingerPrint() {
+    return Ask(kFingerPrint);
+}
+
+bool SystemEnvironment::IsSupportTrifingerSnipper() {
+    return Ask(kTrifingerSnipper);
+}
+
+bool SystemEnvironment::IsSupportWifiGpio() {
+    return Ask(kWifiGpio);
+}
+
+bool SystemEnvironment::IsSupportWifiBiosRepair() {
+    return Ask(kWifiBiosRepair);
+}
+
+bool SystemEnvironment::IsSupportBtGpio() {
+    return Ask(kBtGpio);
+}
+
+bool SystemEnvironment::IsSupportCPUPower() {
+    return Ask(kCPUPower);
+}
+
+bool SystemEnvironment::IsSupportKeyboardLight() {
+    return Ask(kKeyboardLight);
+}
+
+bool SystemEnvironment::IsSupportEnergyStar() {
+    return Ask(kEnergyStar);
+}
+
+bool SystemEnvironment::IsSupportSQGData() {
+    return Ask(kSQGData);
+}
+
+bool SystemEnvironment::IsSupportTimeBack() try {
+    return Ask(kTimeBack) && ZLKSoftShelf::GetInstance()->IsSupportPlugin(kTimeBackPlugin);
+} catch (...) { // no memory
+    return false;
+}
+
+bool SystemEnvironment::IsSupportVrAssisant() {
+    return Ask(kVrAssisant);
+}
+
+bool SystemEnvironment::IsSupportLiveBroadcast() {
+    return Ask(kLiveBroadcast);
+}
+
+bool SystemEnvironment::IsSupportOfficeCheck() {
+    return Ask(kOfficeCheck);
+}
+
+bool SystemEnvironment::IsSupportIntegratedGraphics() {
+    return Ask(kIntegratedGraphics);
+}
+
+bool SystemEnvironment::IsSupportNpsPop() {
+    return Ask(kNpsPop);
+}

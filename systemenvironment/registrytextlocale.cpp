@@ -1,0 +1,140 @@
+// Small reads that other queries build on: the suite's per-user settings, the OEM image's version file as UTF-16,
+// the user's locale name and the display names of log types. Per-user keys are addressed under HKEY_USERS by the
+// user's SID.
+
+#include "sdk/util/process.h"
+#include "sdk/util/registry.h"
+#include "sdk/util/xml.h"
+#include "systemenvironment.h"
+#include "systemenvironment/boundedcopy.h"
+#include "systemenvironment/debugline.h"
+#include "systemenvironment/oemversion.h"
+#include "systemenvironment/utf8.h"
+
+#include <shlwapi.h>
+#include <windows.h>
+
+#include <cstdlib>
+
+namespace {
+
+// Key paths follow the SID directly.
+constexpr wchar_t kSettingsKey[] = L"\\SOFTWARE\\Orvane\\Calvora\\setting";
+constexpr wchar_t kLocaleKey[] = L"\\Control Panel\\International";
+constexpr wchar_t kLocaleValue[] = L"LocaleName";
+constexpr wchar_t kLocalSystemSid[] = L"S-1-5-18";
+
+constexpr char kDefaultLocale[] = "en-US";
+constexpr char kDefaultLocaleCN[] = "zh-CN";
+
+constexpr wchar_t kUtilModule[] = L"Util.dll";
+constexpr char kLogTypePath[] = "\\config\\LogType.xml";
+constexpr char kLogTypeElement[] = "Item";
+constexpr char kIdAttribute[] = "ID";
+constexpr char kValueAttribute[] = "Value";
+constexpr char kUnknownLogType[] = "null";
+
+std::wstring SettingsKey() {
+    return KXPROCESS::GetCurrentUserSidstr() + kSettingsKey;
+}
+
+/** The locale name of the user with @p sid, or @p fallback when it cannot be read or is empty. */
+std::string LocaleNameOf(const std::wstring& sid, const char* fallback) {
+    std::wstring name;
+    if (!DE::Registry::GetValue(HKEY_USERS, sid + kLocaleKey, kLocaleValue, name, KEY_ALL_ACCESS)) {
+        return fallback;
+    }
+    const std::string utf8 = Utf8FromWide(name);
+    return utf8.empty() ? fallback : utf8;
+}
+
+std::string UtilFolder() {
+    char path[MAX_PATH + 1] = {};
+    GetModuleFileNameA(GetModuleHandleW(kUtilModule), path, MAX_PATH);
+    PathRemoveFileSpecA(path);
+    return path;
+}
+
+bool HasId(const KxXmlElement& element, int id) {
+    const KxXmlAttribute attribute = element.FirstAttribute(kIdAttribute);
+    return !attribute.IsAttributeNull() && std::strtol(attribute.Value().c_str(), nullptr, 10) == id;
+}
+
+} // namespace
+
+bool SystemEnvironment::ReadValue(const std::wstring& valueName, void* buffer, int size) try {
+    if (valueName.empty() || buffer == nullptr) {
+        WriteDebugLine("SystemEnvironment::ReadValue", "key name is empty or out value ptr is null");
+        return false;
+    }
+    int storedSize = 0;
+    return DE::Registry::GetValue(HKEY_USERS, SettingsKey(), valueName, buffer, size, storedSize, KEY_ALL_ACCESS);
+} catch (...) { // no memory
+    return false;
+}
+
+int SystemEnvironment::ReadValue(const std::wstring& valueName) try {
+    int value = 0;
+    return DE::Registry::GetValue(HKEY_USERS, SettingsKey(), valueName, value, KEY_ALL_ACCESS) ? value : -1;
+} catch (...) { // no memory
+    return -1;
+}
+
+bool SystemEnvironment::IsFileUnicode() try {
+    std::ifstream file = oemversion::OpenFile();
+    char mark[2] = {};
+    file.read(mark, sizeof(mark));
+    return oemversion::HasUtf16Mark(std::string_view(mark, sizeof(mark)));
+} catch (...) { // no memory
+    return false;
+}
+
+std::wstring SystemEnvironment::GetUnicodeString() try {
+    const std::string bytes = oemversion::ReadAll(oemversion::OpenFile());
+    constexpr std::size_t kMarkSize = sizeof(wchar_t);
+    if (bytes.size() <= kMarkSize) {
+        return {};
+    }
+    const std::size_t size = bytes.size() - kMarkSize;
+    std::wstring text(size / sizeof(wchar_t), L'\0');
+    // Half a character at the end does not fit: such a file is no UTF-16 text.
+    if (const int error =
+            boundedcopy::CopyBytes(text.data(), text.size() * sizeof(wchar_t), bytes.data() + kMarkSize, size)) {
+        WriteDebugLine("SystemEnvironment::GetUnicodeString", "memcpy_s fail err:", error);
+        return {};
+    }
+    return text;
+} catch (...) { // no memory
+    return {};
+}
+
+std::string SystemEnvironment::GetUserLocaleName() try {
+    const std::wstring sid = KXPROCESS::GetCurrentUserSidstr();
+    return sid == kLocalSystemSid ? kDefaultLocale : LocaleNameOf(sid, kDefaultLocale);
+} catch (...) { // no memory
+    return kDefaultLocale;
+}
+
+std::string SystemEnvironment::GetUserLocaleNameCN() try {
+    return LocaleNameOf(KXPROCESS::GetCurrentUserSidstr(), kDefaultLocaleCN);
+} catch (...) { // no memory
+    return kDefaultLocaleCN;
+}
+
+std::string SystemEnvironment::GetStringNameById(int id) try {
+    KxXMLDocument table;
+    if (table.LoadFile(UtilFolder() + kLogTypePath) != 0) {
+        WriteDebugLine("SystemEnvironment::GetStringNameById", "load xml file failed");
+        return kUnknownLogType;
+    }
+    // A null root has no children. The walk starts at the first item by name; from there on every sibling is read.
+    for (KxXmlElement item = table.RootElement().FirstNode(kLogTypeElement); !item.IsElementNull();
+         item = item.NextSiblingElement("")) {
+        if (HasId(item, id)) {
+            return item.FirstAttribute(kValueAttribute).Value();
+        }
+    }
+    return kUnknownLogType;
+} catch (...) { // no memory
+    return kUnknownLogType;
+}
