@@ -14,6 +14,10 @@ inline void Enter(const std::string& function, const std::string& argument) {
     ThrowIfAsked(function);
 }
 
+inline void Enter(const Call& call) {
+    Enter(call.function, call.argument);
+}
+
 /** @p text as UTF-8, for a record. */
 std::string Utf8(const std::wstring& text);
 

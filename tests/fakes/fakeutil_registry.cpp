@@ -10,10 +10,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <format>
+#include <cstdint>
 #include <map>
 #include <set>
+#include <sstream>
 #include <utility>
 
 namespace fakeutil {
@@ -125,26 +125,28 @@ Address AddressOfHandle(HKEY handle) {
     return state.openKeys.at(reinterpret_cast<std::size_t>(handle) - 1);
 }
 
+std::string Hex(std::uintptr_t number) {
+    std::ostringstream text;
+    text << "0x" << std::hex << std::uppercase << number;
+    return text.str();
+}
+
 std::string RootName(HKEY root) {
     static const std::array<std::pair<HKEY, const char*>, 4> kNames{{{HKEY_LOCAL_MACHINE, "HKEY_LOCAL_MACHINE"},
                                                                      {HKEY_USERS, "HKEY_USERS"},
                                                                      {HKEY_CURRENT_USER, "HKEY_CURRENT_USER"},
                                                                      {nullptr, "(no root)"}}};
     const auto found = std::ranges::find(kNames, root, &std::pair<HKEY, const char*>::first);
-    return found == kNames.end() ? std::format("{:#x}", reinterpret_cast<std::uintptr_t>(root)) : found->second;
+    return found == kNames.end() ? Hex(reinterpret_cast<std::uintptr_t>(root)) : found->second;
 }
 
-std::string Place(HKEY root, const std::wstring& key, const std::wstring& name, const char* type, DWORD access) {
-    return std::format("{}, {}, {}, {}, {:#x}", RootName(root), Utf8(key), Utf8(name), type, access);
+std::string Place(HKEY root, const std::wstring& key, const std::wstring& name, const std::string& type, DWORD access) {
+    return RootName(root) + ", " + Utf8(key) + ", " + Utf8(name) + ", " + type + ", " + Hex(access);
 }
 
 constexpr const char* kText = "text";
 constexpr const char* kInt = "int";
 constexpr const char* kUnsigned = "unsigned long";
-
-void Enter(const Call& call) {
-    Enter(call.function, call.argument);
-}
 
 } // namespace
 
@@ -157,7 +159,7 @@ Call KeyExists(HKEY root, const std::wstring& key) {
     return {"DE::Registry::KeyExists", RootName(root) + ", " + Utf8(key)};
 }
 Call OpenKey(HKEY root, const std::wstring& key, bool create) {
-    return {"DE::Registry::OpenKey", std::format("{}, {}, create = {}", RootName(root), Utf8(key), create)};
+    return {"DE::Registry::OpenKey", RootName(root) + ", " + Utf8(key) + (create ? ", create" : ", do not create")};
 }
 Call DeleteValue(const std::wstring& name) {
     return {"DE::Registry::DeleteValue", Utf8(name)};
@@ -175,16 +177,16 @@ Call ReadUnsigned(HKEY root, const std::wstring& key, const std::wstring& name, 
     return {"DE::Registry::GetValue", Place(root, key, name, kUnsigned, access)};
 }
 Call ReadBytes(HKEY root, const std::wstring& key, const std::wstring& name, int size, DWORD access) {
-    return {"DE::Registry::GetValue", Place(root, key, name, std::format("{} bytes", size).c_str(), access)};
+    return {"DE::Registry::GetValue", Place(root, key, name, std::to_string(size) + " bytes", access)};
 }
 Call WriteText(HKEY root, const std::wstring& key, const std::wstring& name, const std::wstring& text, DWORD access) {
     return {"DE::Registry::SetValue", Place(root, key, name, kText, access) + " = " + Utf8(text)};
 }
 Call WriteInt(HKEY root, const std::wstring& key, const std::wstring& name, int number, DWORD access) {
-    return {"DE::Registry::SetValue", Place(root, key, name, kInt, access) + std::format(" = {}", number)};
+    return {"DE::Registry::SetValue", Place(root, key, name, kInt, access) + " = " + std::to_string(number)};
 }
 Call GetKeys(HKEY root, const std::wstring& key, DWORD access) {
-    return {"DE::Registry::GetKeys", std::format("{}, {}, {:#x}", RootName(root), Utf8(key), access)};
+    return {"DE::Registry::GetKeys", RootName(root) + ", " + Utf8(key) + ", " + Hex(access)};
 }
 Call GetFlag(const std::wstring& key, const std::string& name) {
     return {"AccountUtil::GetFlag", Utf8(key) + ", " + name};
@@ -271,8 +273,7 @@ void Registry::SetRootKey(HKEY root) {
 
 bool Registry::KeyExists(const std::wstring& subKey) const {
     fakeutil::Enter(call::KeyExists(m_root, subKey));
-    return !fakeutil::IsRefused(KEY_READ) &&
-           fakeutil::HasRegistryKey(m_root != nullptr ? m_root : HKEY_USERS, subKey);
+    return !fakeutil::IsRefused(KEY_READ) && fakeutil::HasRegistryKey(m_root != nullptr ? m_root : HKEY_USERS, subKey);
 }
 
 bool Registry::OpenKey(HKEY root, const std::wstring& subKey, bool create) {

@@ -1,11 +1,12 @@
 /**
  * @file
- * Control interface of the scriptable Util.dll, registry part: an in-memory registry behind DE::Registry and AccountUtil.
+ * Control interface of the scriptable Util.dll, registry part: an in-memory registry behind DE::Registry and
+ * AccountUtil.
  *
  * Every call is recorded with root, key, value name, access mask and data, before it is carried out, so that a refused
- * or throwing call is in the list as well; the functions in `call` build the records to compare with. Keys and names are
- * compared with their letter case, and one backslash in front of a key is dropped for the look-up alone: a record shows
- * what was passed. All functions may be called from any thread.
+ * or throwing call is in the list as well; the functions in `call` build the records to compare with. Keys and names
+ * are compared with their letter case, and one backslash in front of a key is dropped for the look-up alone: a record
+ * shows what was passed. All functions may be called from any thread.
  */
 #pragma once
 

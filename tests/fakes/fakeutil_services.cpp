@@ -45,13 +45,13 @@ const OnReset kForgetFacts([] {
 });
 
 template <class T>
-void Set(T Facts::* fact, T value) {
+void Set(T Facts::*fact, T value) {
     const std::lock_guard guard(g_mutex);
     TheFacts().*fact = std::move(value);
 }
 
 template <class T>
-T Get(T Facts::* fact) {
+T Get(T Facts::*fact) {
     const std::lock_guard guard(g_mutex);
     return TheFacts().*fact;
 }
@@ -69,7 +69,7 @@ int GiveFeature(const std::string& getter, bool& present) {
     return Give(Get(&Facts::features)[getter], present);
 }
 
-std::wstring FirmwareText(const std::string& getter, std::wstring SmBiosTexts::* text) {
+std::wstring FirmwareText(const std::string& getter, std::wstring SmBiosTexts::*text) {
     Enter("SmBiosHelper::" + getter, "");
     return Get(&Facts::smBios).*text;
 }

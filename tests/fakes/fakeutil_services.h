@@ -36,8 +36,7 @@ struct SmBiosTexts {
 FAKEUTIL_API void SetSmBios(SmBiosTexts texts);
 
 /** Decides WMI::SelectStr from namespace, query and property; undecided queries give an empty string. */
-FAKEUTIL_API void ScriptWmi(
-    Script<std::wstring, const std::wstring&, const std::wstring&, const std::wstring&> script);
+FAKEUTIL_API void ScriptWmi(Script<std::wstring, const std::wstring&, const std::wstring&, const std::wstring&> script);
 
 /** The argument that a query is recorded with under "WMI::SelectStr". */
 FAKEUTIL_API std::string WmiQuery(const std::wstring& nameSpace, const std::wstring& query,

@@ -1,7 +1,7 @@
 /**
  * @file
- * Control interface of the scriptable Util.dll, text part. Text conversions are the real library's and are not recorded;
- * ThrowFrom works on them ("DE::UnicodeToANSI").
+ * Control interface of the scriptable Util.dll, text part. Text conversions are the real library's and are not
+ * recorded; ThrowFrom works on them ("DE::UnicodeToANSI").
  */
 #pragma once
 

@@ -171,11 +171,10 @@ TEST_F(AgreementClauseTest, NoAgreementRecord_Zero) {
     SetProtocol(L"1");
     SetVersion(L"9");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
-    EXPECT_THAT(RegistryCalls(),
-                ElementsAre(ReadMark(), ReadProtocol(), ReadVersion(), call::IsSupportTms(),
-                            call::GetFlag(kService, "WndAgreeCache"), call::GetFlag(kService, "UserLoginFlag"),
-                            call::SetRootKey(HKEY_USERS),
-                            call::KeyExists(HKEY_USERS, fakeutil::kDefaultSid + kNoLoginRecord)));
+    EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol(), ReadVersion(), call::IsSupportTms(),
+                                             call::GetFlag(kService, "WndAgreeCache"),
+                                             call::GetFlag(kService, "UserLoginFlag"), call::SetRootKey(HKEY_USERS),
+                                             call::KeyExists(HKEY_USERS, fakeutil::kDefaultSid + kNoLoginRecord)));
     EXPECT_EQ(StoredProtocol(), RegistryData(std::wstring(L"1")));
 }
 
@@ -218,17 +217,18 @@ std::ostream& operator<<(std::ostream& out, const VersionCase& version) {
 
 class ClauseVersionTest : public AgreementClauseTest, public testing::WithParamInterface<VersionCase> {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Stored, ClauseVersionTest,
-    testing::Values(VersionCase{L"9", true}, VersionCase{L"10", true}, VersionCase{L"8", false},
-                    VersionCase{L"0", false}, VersionCase{L"09", true}, VersionCase{L"+9", true},
-                    VersionCase{L"100", true}, VersionCase{L" 12x", true}, VersionCase{L"\t9", true},
-                    VersionCase{L"\r\n 9", true}, VersionCase{L"9.1", true}, VersionCase{L"8.9", false},
-                    VersionCase{L"0x10", false}, VersionCase{L"abc", false}, VersionCase{L"", false},
-                    VersionCase{L" ", false}, VersionCase{L"x9", false}, VersionCase{L"-", false},
-                    VersionCase{L"-1", true}, VersionCase{L" -1", true}, VersionCase{L"4294967295", true},
-                    VersionCase{L"4294967296", false}, VersionCase{L"99999999999999999999999999", false},
-                    VersionCase{std::wstring(kLongLength, L'9'), false}));
+INSTANTIATE_TEST_SUITE_P(Stored, ClauseVersionTest,
+                         testing::Values(VersionCase{L"9", true}, VersionCase{L"10", true}, VersionCase{L"8", false},
+                                         VersionCase{L"0", false}, VersionCase{L"09", true}, VersionCase{L"+9", true},
+                                         VersionCase{L"100", true}, VersionCase{L" 12x", true},
+                                         VersionCase{L"\t9", true}, VersionCase{L"\r\n 9", true},
+                                         VersionCase{L"9.1", true}, VersionCase{L"8.9", false},
+                                         VersionCase{L"0x10", false}, VersionCase{L"abc", false},
+                                         VersionCase{L"", false}, VersionCase{L" ", false}, VersionCase{L"x9", false},
+                                         VersionCase{L"-", false}, VersionCase{L"-1", true}, VersionCase{L" -1", true},
+                                         VersionCase{L"4294967295", true}, VersionCase{L"4294967296", false},
+                                         VersionCase{L"99999999999999999999999999", false},
+                                         VersionCase{std::wstring(kLongLength, L'9'), false}));
 
 TEST_P(ClauseVersionTest, IsAgreeClause_NeedsACurrentVersion) {
     SetProtocol(L"1");

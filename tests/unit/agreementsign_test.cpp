@@ -225,12 +225,10 @@ TEST_P(AgreementSignFlagTest, ServerFlagWithLogin_ChoosesServerVersionsOnlyWhenE
     SetVersions(kNoLoginLocal, L"4", L"4");
     SetVersions(kLoginRecord, L"4", L"4");
     EXPECT_EQ(AgreementSign::JudgeAgreementSignLogin(), GetParam().isOne ? kSignAgain : kSigned);
-    EXPECT_THAT(
-        RegistryCalls(),
-        ElementsAreArray(
-            GetParam().isOne
-                ? Joined(Joined(VersionCalls(kLoginTms), RecordCalls(kLoginRecord)), MissingRecordCalls(kCacheRecord))
-                : Joined(VersionCalls(kNoLoginLocal), RecordCalls(kLoginRecord))));
+    EXPECT_THAT(RegistryCalls(),
+                ElementsAreArray(GetParam().isOne ? Joined(Joined(VersionCalls(kLoginTms), RecordCalls(kLoginRecord)),
+                                                           MissingRecordCalls(kCacheRecord))
+                                                  : Joined(VersionCalls(kNoLoginLocal), RecordCalls(kLoginRecord))));
 }
 
 TEST_P(AgreementSignFlagTest, ServerFlagWithoutLogin_ChoosesServerVersionsOnlyWhenExactlyOne) {
@@ -290,20 +288,20 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(
     Order, AgreementSignVersionTest,
-    testing::Combine(
-        testing::Values(VersionCase{L"8", L"9", kSignAgain}, VersionCase{L"9", L"9", kSigned},
-                        VersionCase{L"9", L"8", kSigned}, VersionCase{L"9", L"10", kSigned},
-                        VersionCase{L"10", L"9", kSignAgain}, VersionCase{L"", L"9", kSignAgain},
-                        VersionCase{nullptr, L"9", kSignAgain}, VersionCase{L"9", L"", kSigned},
-                        VersionCase{L"9", nullptr, kSigned}, VersionCase{L"", L"", kSigned},
-                        VersionCase{nullptr, nullptr, kSigned}, VersionCase{L"9x", L"9", kSigned},
-                        VersionCase{L"9", L"9x", kSignAgain}, VersionCase{L"9 ", L"9", kSigned},
-                        VersionCase{L" 9", L"9", kSignAgain}, VersionCase{L"1.2.3", L"1.2.4", kSignAgain},
-                        VersionCase{L"1.2.3.1", L"1.2.3", kSigned}, VersionCase{L"1.10", L"1.9", kSignAgain},
-                        VersionCase{L"a", L"B", kSigned}, VersionCase{L"B", L"a", kSignAgain},
-                        // One byte of 0x80 in the ANSI code page 1252: bytes are compared without a sign.
-                        VersionCase{L"\u20ac", L"z", kSigned}, VersionCase{L"z", L"\u20ac", kSignAgain}),
-        testing::Values(Field::kAgreement, Field::kPrivacy), testing::Bool()));
+    testing::Combine(testing::Values(VersionCase{L"8", L"9", kSignAgain}, VersionCase{L"9", L"9", kSigned},
+                                     VersionCase{L"9", L"8", kSigned}, VersionCase{L"9", L"10", kSigned},
+                                     VersionCase{L"10", L"9", kSignAgain}, VersionCase{L"", L"9", kSignAgain},
+                                     VersionCase{nullptr, L"9", kSignAgain}, VersionCase{L"9", L"", kSigned},
+                                     VersionCase{L"9", nullptr, kSigned}, VersionCase{L"", L"", kSigned},
+                                     VersionCase{nullptr, nullptr, kSigned}, VersionCase{L"9x", L"9", kSigned},
+                                     VersionCase{L"9", L"9x", kSignAgain}, VersionCase{L"9 ", L"9", kSigned},
+                                     VersionCase{L" 9", L"9", kSignAgain}, VersionCase{L"1.2.3", L"1.2.4", kSignAgain},
+                                     VersionCase{L"1.2.3.1", L"1.2.3", kSigned},
+                                     VersionCase{L"1.10", L"1.9", kSignAgain}, VersionCase{L"a", L"B", kSigned},
+                                     VersionCase{L"B", L"a", kSignAgain},
+                                     // One byte of 0x80 in the ANSI code page 1252: bytes are compared without a sign.
+                                     VersionCase{L"\u20ac", L"z", kSigned}, VersionCase{L"z", L"\u20ac", kSignAgain}),
+                     testing::Values(Field::kAgreement, Field::kPrivacy), testing::Bool()));
 
 TEST_P(AgreementSignVersionTest, LoginRecord_IsComparedAsText) {
     SetInForce(kLoginTms);
@@ -365,8 +363,8 @@ TEST_P(AgreementSignRecordsTest, LoginAndCacheRecord_DecideTogether) {
     if (GetParam().cache != nullptr) {
         SetVersions(kCacheRecord, GetParam().cache, GetParam().cache);
     }
-    expected = Joined(expected,
-                      GetParam().login != nullptr ? RecordCalls(kLoginRecord) : MissingRecordCalls(kLoginRecord));
+    expected =
+        Joined(expected, GetParam().login != nullptr ? RecordCalls(kLoginRecord) : MissingRecordCalls(kLoginRecord));
     if (!loginDecides) {
         expected = Joined(expected,
                           GetParam().cache != nullptr ? RecordCalls(kCacheRecord) : MissingRecordCalls(kCacheRecord));
@@ -470,18 +468,16 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(
     RecordKeys, JudgeBranchIdTest,
-    testing::Values(BranchPlace{kLoginRecord, kLoginRecord, kLoginLocal},
-                    BranchPlace{kCacheRecord, kCacheRecord, kLoginLocal},
-                    BranchPlace{kNoLoginRecord, kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{L"", kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{kLoginRecord + L"x", kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{kLoginRecord.substr(0, kLoginRecord.size() - 1), kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{kLoginRecord + std::wstring(1, L'\0'), kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{kCacheRecord + L"\\", kPrivacyStatement, kNoLoginLocal},
-                    BranchPlace{L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement,
-                                kNoLoginLocal},
-                    BranchPlace{L"Software\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement,
-                                kNoLoginLocal}));
+    testing::Values(
+        BranchPlace{kLoginRecord, kLoginRecord, kLoginLocal}, BranchPlace{kCacheRecord, kCacheRecord, kLoginLocal},
+        BranchPlace{kNoLoginRecord, kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{L"", kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{kLoginRecord + L"x", kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{kLoginRecord.substr(0, kLoginRecord.size() - 1), kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{kLoginRecord + std::wstring(1, L'\0'), kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{kCacheRecord + L"\\", kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{L"\\SOFTWARE\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement, kNoLoginLocal},
+        BranchPlace{L"Software\\Calvora\\AgreementService\\KXRecordWithLogin", kPrivacyStatement, kNoLoginLocal}));
 
 TEST_P(JudgeBranchIdTest, EqualIds_Signed) {
     SetFlag(GetParam().acceptedKey, L"BranchId", L"b-7");
@@ -583,9 +579,9 @@ TEST_F(AgreeFlagTest, DeleteWithFlag_RemovesTheFlagAlone) {
     SetFlag(kService, L"AgreeFlag", L"1");
     SetFlag(kService, L"WndAgreeCache", L"1");
     Delete();
-    EXPECT_THAT(RegistryCalls(), ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
-                                             call::OpenKey(HKEY_USERS, OfUser(kService), false),
-                                             call::DeleteValue(L"AgreeFlag")));
+    EXPECT_THAT(RegistryCalls(),
+                ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
+                            call::OpenKey(HKEY_USERS, OfUser(kService), false), call::DeleteValue(L"AgreeFlag")));
     EXPECT_EQ(Stored(), std::nullopt);
     EXPECT_TRUE(AgreementSign::GetAgreeCache());
 }
@@ -593,9 +589,9 @@ TEST_F(AgreeFlagTest, DeleteWithFlag_RemovesTheFlagAlone) {
 TEST_F(AgreeFlagTest, DeleteWithoutFlag_IsIgnored) {
     fakeutil::AddRegistryKey(HKEY_USERS, OfUser(kService));
     Delete();
-    EXPECT_THAT(RegistryCalls(), ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
-                                             call::OpenKey(HKEY_USERS, OfUser(kService), false),
-                                             call::DeleteValue(L"AgreeFlag")));
+    EXPECT_THAT(RegistryCalls(),
+                ElementsAre(call::KeyExists(nullptr, OfUser(kService)),
+                            call::OpenKey(HKEY_USERS, OfUser(kService), false), call::DeleteValue(L"AgreeFlag")));
 }
 
 // --- nothing throws, and a judgement that could not be made never counts as consent
@@ -628,17 +624,13 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Calls, AgreementSignThrowTest,
-                         testing::Values(ThrowingCall{"AccountUtil::IsSupportTms", 1},
-                                         ThrowingCall{"AccountUtil::GetFlag", 1},
-                                         ThrowingCall{"AccountUtil::GetFlag", 2},
-                                         ThrowingCall{"AccountUtil::GetFlag", 3},
-                                         ThrowingCall{"AccountUtil::GetFlag", 5},
-                                         ThrowingCall{"AccountUtil::GetFlag", 7},
-                                         ThrowingCall{"KXPROCESS::GetCurrentUserSidstr", 1},
-                                         ThrowingCall{"DE::Registry::SetRootKey", 1},
-                                         ThrowingCall{"DE::Registry::KeyExists", 1},
-                                         ThrowingCall{"DE::ANSIToUnicode", 1}));
+INSTANTIATE_TEST_SUITE_P(
+    Calls, AgreementSignThrowTest,
+    testing::Values(ThrowingCall{"AccountUtil::IsSupportTms", 1}, ThrowingCall{"AccountUtil::GetFlag", 1},
+                    ThrowingCall{"AccountUtil::GetFlag", 2}, ThrowingCall{"AccountUtil::GetFlag", 3},
+                    ThrowingCall{"AccountUtil::GetFlag", 5}, ThrowingCall{"AccountUtil::GetFlag", 7},
+                    ThrowingCall{"KXPROCESS::GetCurrentUserSidstr", 1}, ThrowingCall{"DE::Registry::SetRootKey", 1},
+                    ThrowingCall{"DE::Registry::KeyExists", 1}, ThrowingCall{"DE::ANSIToUnicode", 1}));
 
 TEST_P(AgreementSignThrowTest, LoginPath_NotSignedAndWorksAgain) {
     SetFlag(kService, L"UserLoginFlag", L"1");
