@@ -10,6 +10,7 @@
 #include "support/hostfolder.h"
 #include "support/importpatch.h"
 #include "support/privateaccess.h"
+#include "support/scratchregistry.h"
 
 #include "sdk/util/process.h"
 
@@ -17,7 +18,6 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -47,6 +47,11 @@ template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
 
 namespace {
 
+using kxtest::StoredRegistryNumber;
+using kxtest::StoredRegistryText;
+using kxtest::StoreRegistryBytes;
+using kxtest::StoreRegistryNumber;
+using kxtest::StoreRegistryText;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -70,68 +75,6 @@ void Check(LSTATUS status, const char* what) {
     }
 }
 
-struct CloseKey {
-    void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using Key = std::unique_ptr<std::remove_pointer_t<HKEY>, CloseKey>;
-
-Key Created(HKEY root, const std::wstring& path, DWORD access = KEY_ALL_ACCESS) {
-    HKEY key = nullptr;
-    Check(RegCreateKeyExW(root, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr),
-          "create key");
-    return Key(key);
-}
-
-// One root of this process, mapped onto a new empty key until the object goes.
-class MappedRoot {
-public:
-    MappedRoot(HKEY root, const std::wstring& name)
-        : m_root(root),
-          m_path(L"Software\\kxtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name),
-          m_key(Created(HKEY_CURRENT_USER, m_path)) {
-        Check(RegOverridePredefKey(m_root, m_key.get()), "map root");
-    }
-    ~MappedRoot() {
-        RegOverridePredefKey(m_root, nullptr);
-        m_key.reset();
-        RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
-    }
-    MappedRoot(const MappedRoot&) = delete;
-    MappedRoot& operator=(const MappedRoot&) = delete;
-
-private:
-    HKEY m_root;
-    std::wstring m_path;
-    Key m_key;
-};
-
-void StoreBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type, std::string_view bytes) {
-    const Key key = Created(root, path);
-    Check(RegSetValueExW(key.get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
-                         static_cast<DWORD>(bytes.size())),
-          "store value");
-}
-void StoreText(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& text) {
-    StoreBytes(root, path, name, REG_SZ,
-               {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
-}
-void StoreNumber(HKEY root, const std::wstring& path, const std::wstring& name, DWORD number) {
-    StoreBytes(root, path, name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
-}
-
-std::optional<std::wstring> StoredText(HKEY root, const std::wstring& path, const std::wstring& name) {
-    std::array<wchar_t, 64> text{};
-    DWORD size = sizeof(text);
-    const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, text.data(), &size);
-    return status == ERROR_SUCCESS ? std::optional<std::wstring>(text.data()) : std::nullopt;
-}
-std::optional<DWORD> StoredNumber(HKEY root, const std::wstring& path, const std::wstring& name) {
-    DWORD number = 0;
-    DWORD size = sizeof(number);
-    const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &number, &size);
-    return status == ERROR_SUCCESS ? std::optional<DWORD>(number) : std::nullopt;
-}
-
 void SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr) == FALSE) {
@@ -140,7 +83,7 @@ void SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
     const std::unique_ptr<void, decltype(&LocalFree)> owned(descriptor, &LocalFree);
     HKEY key = nullptr;
     Check(RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, &key), "open for security");
-    const Key closing(key);
+    const kxtest::RegistryKey closing(key);
     Check(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor), "set security");
 }
 
@@ -151,7 +94,7 @@ public:
         SetSecurity(root, path, kNoWriting);
         HKEY key = nullptr;
         if (RegOpenKeyExW(root, path.c_str(), 0, KEY_ALL_ACCESS, &key) != ERROR_ACCESS_DENIED) {
-            const Key closing(key);
+            const kxtest::RegistryKey closing(key);
             throw std::runtime_error("the registry does not enforce the key's security");
         }
     }
@@ -184,7 +127,7 @@ protected:
 
     std::wstring OfUser(const std::wstring& path) const { return m_sid + L"\\" + path; }
     void StoreUserText(const std::wstring& path, const std::wstring& name, const std::wstring& text) const {
-        StoreText(HKEY_USERS, OfUser(path), name, text);
+        StoreRegistryText(HKEY_USERS, OfUser(path), name, text);
     }
     void StoreVersions(const std::wstring& below, const std::wstring& agreement, const std::wstring& privacy) const {
         StoreUserText(kService + L"\\" + below, L"133", agreement);
@@ -200,8 +143,8 @@ protected:
 
 private:
     std::wstring m_sid;
-    MappedRoot m_machine{HKEY_LOCAL_MACHINE, L"machine"};
-    MappedRoot m_users{HKEY_USERS, L"users"};
+    kxtest::MappedRoot m_machine{HKEY_LOCAL_MACHINE, L"machine", REG_OPTION_NON_VOLATILE};
+    kxtest::MappedRoot m_users{HKEY_USERS, L"users", REG_OPTION_NON_VOLATILE};
 };
 
 // --- agreement judgement
@@ -226,11 +169,11 @@ TEST_F(SettingsIntegrationTest, AgreeCache_IsWrittenReadAndDecides) {
     UseAgreementService(true);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
     AgreementSign::SetAgreeCache(true);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"1");
     EXPECT_TRUE(AgreementSign::GetAgreeCache());
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), -1);
     AgreementSign::SetAgreeCache(false);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"0");
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), 0);
 }
@@ -268,9 +211,9 @@ TEST_F(SettingsIntegrationTest, WithoutLoginPath_ComparesBothParts) {
 
 TEST_F(SettingsIntegrationTest, NumbersWhereFlagsAndVersionsBelong_ReadAsMissing) {
     UseAgreementService(true);
-    StoreNumber(HKEY_USERS, OfUser(kService), L"WndAgreeCache", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kService), L"WndAgreeCache", 1);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
-    StoreNumber(HKEY_USERS, OfUser(kService), L"UserLoginFlag", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kService), L"UserLoginFlag", 1);
     StoreVersions(L"KXRecordWithLogin", L"9", L"9");
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), 0);
 }
@@ -288,10 +231,10 @@ TEST_F(SettingsIntegrationTest, AgreeFlag_IsWrittenAndDeletedAlone) {
     kxtest::kPrivate<DeleteAgreeFlagTag>();
     kxtest::kPrivate<RecordeAgreeFlagTag>();
     StoreUserText(kService, L"Other", L"1");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"1");
     kxtest::kPrivate<DeleteAgreeFlagTag>();
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), std::nullopt);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"Other"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), std::nullopt);
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"Other"), L"1");
 }
 
 TEST_F(SettingsIntegrationTest, ServiceKeyWithoutWriteAccess_FlagsAreReadAndWritesIgnored) {
@@ -304,9 +247,9 @@ TEST_F(SettingsIntegrationTest, ServiceKeyWithoutWriteAccess_FlagsAreReadAndWrit
         AgreementSign::SetAgreeCache(false);
         EXPECT_TRUE(AgreementSign::GetAgreeCache());
         kxtest::kPrivate<RecordeAgreeFlagTag>();
-        EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
+        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
         kxtest::kPrivate<DeleteAgreeFlagTag>();
-        EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
+        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
     }
     AgreementSign::SetAgreeCache(false);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
@@ -338,29 +281,29 @@ TEST_F(SettingsIntegrationTest, Clause_FollowsProtocolVersionAndJudgement) {
 
 TEST_F(SettingsIntegrationTest, ExpiredClause_IsResetInTheRegistry) {
     AcceptClause();
-    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"0");
     EXPECT_THAT(m_lines.Lines(),
                 ElementsAre(L"current agreeClause is expired " + Sid() + L"(SystemEnvironment::IsAgreeClause)\n"));
 }
 
 TEST_F(SettingsIntegrationTest, ClauseValuesOfOtherTypes_ReadAsMissing) {
     AcceptClause();
-    StoreNumber(HKEY_LOCAL_MACHINE, kExpiry, Sid(), 1);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kExpiry, Sid(), 1);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
-    StoreNumber(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", 9);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", 9);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     AcceptClause();
-    StoreNumber(HKEY_USERS, OfUser(kGuide), L"Protocol", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kGuide), L"Protocol", 1);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_EQ(SystemEnvironment::GetLoginGuideProtocol(), "0");
 }
 
 TEST_F(SettingsIntegrationTest, ClauseTextWithoutTerminator_IsReadWhole) {
     AcceptClause();
-    StoreBytes(HKEY_USERS, OfUser(kGuide), L"Protocol", REG_SZ, std::string_view("7\0x", 3));
-    StoreBytes(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", REG_SZ, std::string_view("9\0", 2));
+    StoreRegistryBytes(HKEY_USERS, OfUser(kGuide), L"Protocol", REG_SZ, std::string_view("7\0x", 3));
+    StoreRegistryBytes(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", REG_SZ, std::string_view("9\0", 2));
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "7");
     StoreUserText(kGuide, L"Protocol", std::wstring(kLongLength, L'x'));
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), std::string(kLongLength, 'x'));
@@ -382,10 +325,10 @@ TEST_F(SettingsIntegrationTest, GuideKeyWithoutWriteAccess_ClauseIsNotAccepted) 
 
 TEST_F(SettingsIntegrationTest, ExpiryKeyWithoutWriteAccess_ClauseIsNotExpired) {
     AcceptClause();
-    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
     const ReadOnlyKey readOnly(HKEY_LOCAL_MACHINE, kExpiry);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"1");
     EXPECT_THAT(m_lines.Lines(), IsEmpty());
 }
 
@@ -402,10 +345,10 @@ TEST_F(SettingsIntegrationTest, EmptyRegistry_Defaults) {
 }
 
 TEST_F(SettingsIntegrationTest, TextSettings_AreReadFromTheirKeys) {
-    StoreText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"\u00e9");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"\u00e9");
     StoreUserText(kGuide, L"Capture", L"\u00e92");
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"4");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"4");
     EXPECT_EQ(SystemEnvironment::GetPowerManagerIntellMode(), "\xc3\xa9");
     EXPECT_EQ(SystemEnvironment::GetCaptureSwitch(), L"\u00e92");
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "3");
@@ -415,7 +358,7 @@ TEST_F(SettingsIntegrationTest, TextSettings_AreReadFromTheirKeys) {
 TEST_F(SettingsIntegrationTest, TextSettingsStoredAsNumbersOrEmpty_Defaults) {
     for (const bool isNumber : {true, false}) {
         const auto store = [isNumber](HKEY root, const std::wstring& path, const std::wstring& name) {
-            isNumber ? StoreNumber(root, path, name, 7) : StoreText(root, path, name, L"");
+            isNumber ? StoreRegistryNumber(root, path, name, 7) : StoreRegistryText(root, path, name, L"");
         };
         store(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode");
         store(HKEY_USERS, OfUser(kGuide), L"Capture");
@@ -430,27 +373,28 @@ TEST_F(SettingsIntegrationTest, TextSettingsStoredAsNumbersOrEmpty_Defaults) {
 
 TEST_F(SettingsIntegrationTest, CrashDump_OnlyThreeIsRaised) {
     for (const DWORD number : {0ul, 1ul, 2ul, 3ul, 7ul, 0xFFFFFFFFul}) {
-        StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", number);
+        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", number);
         EXPECT_EQ(SystemEnvironment::IsKernelCrashDumpEnabled(), number == 2);
         SystemEnvironment::FixSmallCrashDump();
-        EXPECT_EQ(StoredNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), number == 3 ? 2 : number);
+        EXPECT_EQ(StoredRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"),
+                  number == 3 ? 2 : number);
     }
 }
 
 TEST_F(SettingsIntegrationTest, NumbersStoredAsTexts_ReadAsMissing) {
-    StoreText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", L"1");
     SystemEnvironment::FixSmallCrashDump();
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"2");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"2");
     EXPECT_FALSE(SystemEnvironment::IsKernelCrashDumpEnabled());
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), -1);
 }
 
 TEST_F(SettingsIntegrationTest, SessionPowerValues_AreTakenAsSigned) {
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"All", 0xFFFFFFFF);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"High", 0x80000000);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"All", 0xFFFFFFFF);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"High", 0x80000000);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), 1);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"All"), -1);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"High"), -2147483647 - 1);
@@ -458,25 +402,25 @@ TEST_F(SettingsIntegrationTest, SessionPowerValues_AreTakenAsSigned) {
 
 TEST_F(SettingsIntegrationTest, LogSwitch_IsWrittenAndReadBack) {
     EXPECT_TRUE(SystemEnvironment::SetLogSwitch(true));
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "1");
     EXPECT_TRUE(SystemEnvironment::SetLogSwitch(false));
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"0");
 }
 
 TEST_F(SettingsIntegrationTest, MachineKeysWithoutWriteAccess_DefaultsAndNothingChanges) {
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"1");
-    StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 3);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"1");
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 3);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
     {
         const ReadOnlyKey guide(HKEY_LOCAL_MACHINE, kGuide);
         const ReadOnlyKey crashControl(HKEY_LOCAL_MACHINE, kCrashControl);
         const ReadOnlyKey sessionPower(HKEY_LOCAL_MACHINE, kSessionPower);
         EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "0");
         EXPECT_FALSE(SystemEnvironment::SetLogSwitch(false));
-        EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
+        EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
         SystemEnvironment::FixSmallCrashDump();
-        EXPECT_EQ(StoredNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), 3u);
+        EXPECT_EQ(StoredRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), 3u);
         EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), -1);
     }
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "1");
@@ -487,7 +431,7 @@ TEST_F(SettingsIntegrationTest, MachineKeysWithoutWriteAccess_DefaultsAndNothing
 // --- switches
 
 TEST_F(SettingsIntegrationTest, AutoRepair_NeedsClauseAndSetting) {
-    StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
     AcceptClause();
     EXPECT_TRUE(SystemEnvironment::IsAutoRepairEnabled());
@@ -495,9 +439,9 @@ TEST_F(SettingsIntegrationTest, AutoRepair_NeedsClauseAndSetting) {
         const ReadOnlyKey readOnly(HKEY_USERS, OfUser(kSetting));
         EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
     }
-    StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 2);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 2);
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
-    StoreText(HKEY_USERS, OfUser(kSetting), L"AutoRepair", L"1");
+    StoreRegistryText(HKEY_USERS, OfUser(kSetting), L"AutoRepair", L"1");
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
 }
 
