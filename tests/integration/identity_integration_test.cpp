@@ -191,6 +191,21 @@ TEST_F(IdentityIntegrationTest, ProductVersionOf62And63Characters_LimitIsBetween
     EXPECT_EQ(SystemEnvironment::GetVersionFromRegistry(), "");
 }
 
+// On the machine's own registry.
+TEST(HardwareKeyIntegration, OemFile_IsCopiedBelowTheMachinesHardwareKey) {
+    ASSERT_FALSE(std::filesystem::exists(kOemRoot));
+    HKEY kept = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProduct.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                              nullptr, &kept, nullptr),
+              ERROR_CHILD_MUST_BE_VOLATILE);
+    kxtest::WriteFileBytes(kOemFile, "V3_x");
+    const std::string version = SystemEnvironment::GetOEMVersion();
+    std::filesystem::remove_all(kOemRoot);
+    EXPECT_EQ(version, "V3");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kProduct, L"Version"), L"V3_x");
+    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, kProduct.c_str()), ERROR_SUCCESS);
+}
+
 // --- device identifier: each scenario has a process of its own
 
 const kxtest::ChildScenario kRegistrySerial("registry-serial", [] {
