@@ -134,14 +134,22 @@ TEST(ReadPrepare, OtherSizes_AreRefusedAndLeaveTheSettings) {
     EXPECT_EQ(settings.framesPerSecond, 7u);
 }
 
-TEST(ReadPrepare, TimeMachine_IsNotSupportedUnlessZero) {
+TEST(ReadPrepare, TimeMachine_IsTakenUpToItsLimit) {
     std::vector<std::byte> payload = BytesOf(ScreenRecordParam{});
     payload.resize(48);
     RecordSettings settings;
+    const auto read = [&](std::uint32_t seconds) {
+        std::memcpy(payload.data() + 44, &seconds, sizeof(seconds));
+        return ReadPrepare(payload, TwoMonitors(), settings);
+    };
 
-    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::Accepted);
-    payload[44] = std::byte{10};
-    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::NotSupported);
+    EXPECT_EQ(read(0), Result::Accepted);
+    EXPECT_EQ(settings.replaySeconds, 0u);
+    EXPECT_EQ(read(300), Result::Accepted);
+    EXPECT_EQ(settings.replaySeconds, 300u);
+    EXPECT_EQ(read(301), Result::NotSupported);
+    EXPECT_EQ(read(0xFFFFFFFF), Result::NotSupported);
+    EXPECT_EQ(settings.replaySeconds, 300u);
 }
 
 TEST(ReadLocalRecord, TerminatedPath_IsTaken) {
