@@ -73,8 +73,9 @@ bool FileSink::Write(const QueuedPicture& picture) noexcept {
     try {
         const Stopwatch watch(m_statistics.writeTicks);
         if (!m_writer->AddFrame(slot, *picture.jpeg)) {
+            const DWORD error = GetLastError(); // before the log changes it
             LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: error "
-                                             << GetLastError() << L"; the file ends here and was closed");
+                                             << error << L"; the file ends here and was closed");
             return false;
         }
     } catch (const std::bad_alloc&) {

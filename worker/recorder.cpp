@@ -176,14 +176,16 @@ Result ScreenRecorder::Prepare(const RecordSettings& settings) {
 std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) const {
     std::unique_ptr<DiskFile> file = DiskFile::Create(path);
     if (file == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << GetLastError());
+        const DWORD error = GetLastError(); // before the log changes it
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
     const ScreenRect& area = m_settings.area.area;
     std::unique_ptr<MatroskaWriter> writer =
         MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
     if (writer == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << GetLastError());
+        const DWORD error = GetLastError();
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
         file->Discard();
         return nullptr;
     }

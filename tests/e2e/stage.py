@@ -80,6 +80,7 @@ class Stage:
         self.folder = work / "bin"
         self.files = work / "files"
         self._prefix = work / "prefix"
+        self.drive = self._prefix / "drive_c"
         self._count = 0
         self.folder.mkdir(parents=True)
         self.files.mkdir()

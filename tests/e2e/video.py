@@ -52,6 +52,13 @@ class Video:
         assert len(pixels) == width * height * 3
         return lambda x, y: tuple(pixels[(y * width + x) * 3:(y * width + x) * 3 + 3])
 
+    def frame_times_ms(self):
+        """When each frame is shown, in milliseconds since the beginning."""
+        lines = subprocess.run(
+            ["ffprobe", "-v", "error", "-show_entries", "packet=pts_time", "-of", "csv=p=0", str(self.path)],
+            capture_output=True, text=True, timeout=READ_LIMIT_S, check=True).stdout.split()
+        return [round(float(line.strip(",")) * 1000) for line in lines]
+
     def counters(self):
         """The pattern's step number in every frame of a recording of the whole screen."""
         row = self._raw("-vf", f"crop={SCREEN_WIDTH}:2:0:{COUNTER_TOP + COUNTER_HEIGHT // 2}", "-pix_fmt", "gray",
