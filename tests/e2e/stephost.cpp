@@ -1,8 +1,11 @@
 // stephost.exe: a host that takes one step for each line on its standard input and answers with one line.
 //
-//   prepare REPLAY-SECONDS FPS CURSOR   runs the worker and prepares        ok MILLISECONDS
-//   start PATH                          starts a recording to the file      ok MILLISECONDS COUNTER
-//   stop                                ends the worker                     ok EXIT-CODE
+//   prepare REPLAY-SECONDS FPS CURSOR LEFT TOP WIDTH HEIGHT
+//                         runs the worker and prepares           ok MILLISECONDS
+//   start PATH            starts a recording to the file         ok MILLISECONDS COUNTER
+//   stop                  ends the worker                        ok EXIT-CODE
+//   display WIDTH HEIGHT  gives the screen another size          ok
+//   pointer X Y           moves the mouse pointer                ok
 //
 // COUNTER is the step number that the pattern on the screen shows when the command is sent. A step that fails is
 // answered with "failed", and the program goes on. The end of the input ends it at once, and leaves a running worker
@@ -63,7 +66,8 @@ void Answer(const std::string& text) {
 void Prepare(ScreenRecordProxy& proxy, std::istream& arguments) {
     unsigned int replaySeconds = 0;
     ScreenRecordParam param;
-    arguments >> replaySeconds >> param.framesPerSecond >> param.drawCursor;
+    arguments >> replaySeconds >> param.framesPerSecond >> param.drawCursor >> param.left >> param.top >> param.width >>
+        param.height;
     const DWORD before = GetTickCount();
     const bool prepared =
         proxy.RunProcess(kTimeoutMs) == 0 && proxy.PrepareTimemachine(param, replaySeconds, kTimeoutMs);
@@ -90,6 +94,21 @@ void Stop(ScreenRecordProxy& proxy) {
     Answer("ok " + std::to_string(code));
 }
 
+void ChangeDisplay(std::istream& arguments) {
+    DEVMODEW mode = {};
+    mode.dmSize = sizeof(mode);
+    mode.dmFields = DM_PELSWIDTH | DM_PELSHEIGHT;
+    arguments >> mode.dmPelsWidth >> mode.dmPelsHeight;
+    Answer(ChangeDisplaySettingsW(&mode, 0) == DISP_CHANGE_SUCCESSFUL ? "ok" : "failed");
+}
+
+void MovePointer(std::istream& arguments) {
+    int x = 0;
+    int y = 0;
+    arguments >> x >> y;
+    Answer(SetCursorPos(x, y) ? "ok" : "failed");
+}
+
 } // namespace
 
 int main() {
@@ -107,6 +126,10 @@ int main() {
             Start(*proxy, arguments);
         else if (step == "stop")
             Stop(*proxy);
+        else if (step == "display")
+            ChangeDisplay(arguments);
+        else if (step == "pointer")
+            MovePointer(arguments);
         else
             Answer("failed");
     }

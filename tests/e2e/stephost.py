@@ -42,9 +42,9 @@ class StepHost:
             raise StepFailed(f"{line}: {answer}")
         return [int(number) for number in answer[1:]]
 
-    def prepare(self, replay_s=0, rate=30, cursor=0):
+    def prepare(self, replay_s=0, rate=30, cursor=0, region=(0, 0, 0, 0)):
         """Runs the worker and prepares; returns the milliseconds that it took."""
-        return self._step(f"prepare {replay_s} {rate} {cursor}")[0]
+        return self._step(f"prepare {replay_s} {rate} {cursor} {' '.join(map(str, region))}")[0]
 
     def start(self, path):
         """Starts a recording; returns the milliseconds that it took and the counter on the screen at that time."""
@@ -53,6 +53,12 @@ class StepHost:
     def stop(self):
         """Stops the worker; returns its exit code."""
         return self._step("stop")[0]
+
+    def display(self, width, height):
+        self._step(f"display {width} {height}")
+
+    def pointer(self, x, y):
+        self._step(f"pointer {x} {y}")
 
     def leave(self):
         """Ends the host at once; a worker that runs has lost it."""

@@ -47,7 +47,11 @@ class Video:
 
     def first_picture(self):
         """A function from (x, y) to the colour (r, g, b) in the first frame."""
-        pixels = self._raw("-frames:v", "1", "-pix_fmt", "rgb24")
+        return self.picture(0)
+
+    def picture(self, frame):
+        """The same for any frame."""
+        pixels = self._raw("-vf", f"select=eq(n\\,{frame})", "-frames:v", "1", "-pix_fmt", "rgb24")
         width, height = self.size
         assert len(pixels) == width * height * 3
         return lambda x, y: tuple(pixels[(y * width + x) * 3:(y * width + x) * 3 + 3])

@@ -152,6 +152,16 @@ TEST(ReadPrepare, TimeMachine_IsTakenUpToItsLimit) {
     EXPECT_EQ(settings.replaySeconds, 300u);
 }
 
+TEST(ScreenLayout, Intersection_IsWhatBothHave) {
+    const ScreenRect screen{-800, 0, 2080, 720};
+
+    EXPECT_EQ(Intersection(screen, {100, 50, 10, 20}), (ScreenRect{100, 50, 10, 20}));
+    EXPECT_EQ(Intersection({1200, -10, 200, 30}, screen), (ScreenRect{1200, 0, 80, 20}));
+    EXPECT_EQ(Intersection(screen, {1280, 0, 10, 10}), ScreenRect{});
+    EXPECT_EQ(Intersection(screen, {-900, 0, 50, 10}), ScreenRect{});
+    EXPECT_EQ(Intersection({INT32_MIN, INT32_MIN, UINT32_MAX, UINT32_MAX}, screen), screen);
+}
+
 TEST(ReadLocalRecord, TerminatedPath_IsTaken) {
     std::wstring path;
 
