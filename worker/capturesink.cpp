@@ -31,13 +31,17 @@ void CaptureSink::KeepReplay(std::uint64_t slots) {
 }
 
 bool CaptureSink::SwitchTo(std::unique_ptr<FileSink>& file) {
-    const std::lock_guard lock(m_mutex);
-    if (m_ended)
-        return false;
-    LOG4CPLUS_INFO(GetLogger(), L"The file begins with " << m_replay.Bytes() << L" bytes of replay");
-    m_file = std::move(file);
-    m_file->LimitFinish(m_finishLimit);
-    m_file->Begin(m_replay.Take());
+    std::size_t replayBytes = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_ended)
+            return false;
+        replayBytes = m_replay.Bytes();
+        m_file = std::move(file);
+        m_file->LimitFinish(m_finishLimit);
+        m_file->Begin(m_replay.Take());
+    }
+    LOG4CPLUS_INFO(GetLogger(), L"The file begins with " << replayBytes << L" bytes of replay");
     return true;
 }
 

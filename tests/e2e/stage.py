@@ -119,6 +119,11 @@ class Stage:
             raise AssertionError("Xvfb found no free display")
         return display, xvfb
 
+    @property
+    def display_server(self):
+        """The id of the process that serves the display."""
+        return self._xvfb.pid
+
     def close(self):
         if self._prefix.exists():
             server = subprocess.check_output([WINE_RUN, "--wineserver"], text=True).strip()
