@@ -69,7 +69,7 @@ bool FileSink::Write(const QueuedPicture& picture) noexcept {
         LOG4CPLUS_ERROR(GetLogger(), L"The recording's last pictures are left out: writing them takes too long");
         return false;
     }
-    const std::uint64_t slot = picture.slot - *m_firstSlot;
+    const std::uint64_t slot = picture.slot - m_firstSlot.value_or(picture.slot);
     try {
         const Stopwatch watch(m_statistics.writeTicks);
         if (!m_writer->AddFrame(slot, *picture.jpeg)) {
@@ -88,8 +88,11 @@ bool FileSink::Write(const QueuedPicture& picture) noexcept {
     return true;
 }
 
-// A flush that fails is no reason to end the recording: the data is on its way all the same.
+// A flush that fails is no reason to end the recording: the data is on its way all the same. When finishing has a limit
+// there is no time to wait for the disk.
 void FileSink::Flush() {
+    if (m_finishLimit != INT64_MAX)
+        return;
     const Stopwatch watch(m_statistics.flushTicks);
     m_file->Flush();
     ++m_statistics.flushes;

@@ -144,6 +144,18 @@ TEST_F(FileSinkTest, FinishThatTakesTooLong_LeavesTheRestOut) {
     EXPECT_TRUE(file.segmentEndsWithFile);
 }
 
+TEST_F(FileSinkTest, FinishWithALimit_DoesNotWaitForTheDisk) {
+    const auto sink = Open(disk);
+    sink->AddFrame(0, Picture(0));
+
+    sink->LimitFinish(NowTicks() + 3600 * TicksPerSecond());
+    sink->Finish(1);
+
+    EXPECT_EQ(disk.flushes, 0u);
+    EXPECT_FALSE(sink->CutShort());
+    ExpectFrames(ReadMatroska(disk.bytes), 0, 1);
+}
+
 TEST_F(FileSinkTest, WithoutPictures_TheFileIsFinished) {
     const auto sink = Open(disk);
 
