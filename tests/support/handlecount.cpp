@@ -61,4 +61,8 @@ std::size_t OpenHandleCount() {
     throw std::runtime_error("the system's handle list cannot be read");
 }
 
+bool HandlesLeakedSince(std::size_t before, std::size_t times) {
+    return OpenHandleCount() >= before + times;
+}
+
 } // namespace kxtest

@@ -9,4 +9,10 @@ namespace kxtest {
  */
 std::size_t OpenHandleCount();
 
+/**
+ * Whether something that was done @p times left a handle each time. The C++ run-time library opens a handle of its own
+ * now and then, at a lock's first contention for example; those are fewer.
+ */
+bool HandlesLeakedSince(std::size_t before, std::size_t times);
+
 } // namespace kxtest
