@@ -1,10 +1,16 @@
 #include "support/scratchregistry.h"
 
+#include <sddl.h>
+
 #include <stdexcept>
 
 namespace kxtest {
 
 namespace {
+
+// Reading and deleting stay allowed, so that the key can be removed again.
+const wchar_t* const kNoWriting = L"D:P(D;;0x6;;;WD)(A;;KA;;;WD)";
+const wchar_t* const kEverything = L"D:P(A;;KA;;;WD)";
 
 void Check(LSTATUS status, const char* what) {
     if (status != ERROR_SUCCESS) {
@@ -23,6 +29,20 @@ RegistryKey Created(HKEY root, const std::wstring& path, DWORD option) {
     return RegistryKey(key);
 }
 
+LSTATUS SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr) == FALSE) {
+        return static_cast<LSTATUS>(GetLastError());
+    }
+    const std::unique_ptr<void, decltype(&LocalFree)> owned(descriptor, &LocalFree);
+    HKEY key = nullptr;
+    if (const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, &key); status != ERROR_SUCCESS) {
+        return status;
+    }
+    const RegistryKey closing(key);
+    return RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor);
+}
+
 } // namespace
 
 MappedRoot::MappedRoot(HKEY root, const std::wstring& name, DWORD option)
@@ -36,6 +56,20 @@ MappedRoot::~MappedRoot() {
     RegOverridePredefKey(m_root, nullptr);
     m_key.reset();
     RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
+}
+
+ReadOnlyKey::ReadOnlyKey(HKEY root, const std::wstring& path) : m_root(root), m_path(path) {
+    Check(SetSecurity(root, path, kNoWriting), "set security");
+    HKEY key = nullptr;
+    const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
+    const RegistryKey closing(key);
+    if (status != ERROR_ACCESS_DENIED) {
+        throw std::runtime_error("the registry does not enforce the key's security");
+    }
+}
+
+ReadOnlyKey::~ReadOnlyKey() {
+    SetSecurity(m_root, m_path, kEverything);
 }
 
 void StoreRegistryBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type,

@@ -27,7 +27,7 @@ public:
      * @param name   tells the scratch keys of one process apart
      * @param option REG_OPTION_VOLATILE makes a root like HARDWARE, below which no key can be kept on disk
      */
-    MappedRoot(HKEY root, const std::wstring& name, DWORD option);
+    MappedRoot(HKEY root, const std::wstring& name, DWORD option = REG_OPTION_NON_VOLATILE);
     ~MappedRoot();
     MappedRoot(const MappedRoot&) = delete;
     MappedRoot& operator=(const MappedRoot&) = delete;
@@ -36,6 +36,19 @@ private:
     HKEY m_root;
     std::wstring m_path;
     RegistryKey m_key;
+};
+
+/** Takes the right to write from everybody until the object goes, and makes sure that the registry obeys. */
+class ReadOnlyKey {
+public:
+    ReadOnlyKey(HKEY root, const std::wstring& path);
+    ~ReadOnlyKey();
+    ReadOnlyKey(const ReadOnlyKey&) = delete;
+    ReadOnlyKey& operator=(const ReadOnlyKey&) = delete;
+
+private:
+    HKEY m_root;
+    std::wstring m_path;
 };
 
 /** Stores a value; its key and those above are made when they are missing. */
