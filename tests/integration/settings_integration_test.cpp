@@ -2,12 +2,12 @@
 #include "agreementsign.h"
 #include "systemenvironment.h"
 
-#include "scratchregistry.h"
 #include "support/debuglines.h"
 #include "support/handlecount.h"
 #include "support/hostfolder.h"
 #include "support/logcapture.h"
 #include "support/privateaccess.h"
+#include "support/scratchregistry.h"
 
 #include "sdk/util/process.h"
 
@@ -42,7 +42,13 @@ template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
 
 namespace {
 
-using namespace scratchregistry;
+using kxtest::MappedRoot;
+using kxtest::ReadOnlyKey;
+using kxtest::StoredRegistryNumber;
+using kxtest::StoredRegistryText;
+using kxtest::StoreRegistryBytes;
+using kxtest::StoreRegistryNumber;
+using kxtest::StoreRegistryText;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -76,7 +82,7 @@ protected:
 
     std::wstring OfUser(const std::wstring& path) const { return m_sid + L"\\" + path; }
     void StoreUserText(const std::wstring& path, const std::wstring& name, const std::wstring& text) const {
-        StoreText(HKEY_USERS, OfUser(path), name, text);
+        StoreRegistryText(HKEY_USERS, OfUser(path), name, text);
     }
     void StoreVersions(const std::wstring& below, const std::wstring& agreement, const std::wstring& privacy) const {
         StoreUserText(kService + L"\\" + below, L"133", agreement);
@@ -118,11 +124,11 @@ TEST_F(SettingsIntegrationTest, AgreeCache_IsWrittenReadAndDecides) {
     UseAgreementService(true);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
     AgreementSign::SetAgreeCache(true);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"1");
     EXPECT_TRUE(AgreementSign::GetAgreeCache());
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), -1);
     AgreementSign::SetAgreeCache(false);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"WndAgreeCache"), L"0");
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), 0);
 }
@@ -160,9 +166,9 @@ TEST_F(SettingsIntegrationTest, WithoutLoginPath_ComparesBothParts) {
 
 TEST_F(SettingsIntegrationTest, NumbersWhereFlagsAndVersionsBelong_ReadAsMissing) {
     UseAgreementService(true);
-    StoreNumber(HKEY_USERS, OfUser(kService), L"WndAgreeCache", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kService), L"WndAgreeCache", 1);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
-    StoreNumber(HKEY_USERS, OfUser(kService), L"UserLoginFlag", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kService), L"UserLoginFlag", 1);
     StoreVersions(L"KXRecordWithLogin", L"9", L"9");
     EXPECT_EQ(AgreementSign::JudgeAgreementSign(), 0);
 }
@@ -180,10 +186,10 @@ TEST_F(SettingsIntegrationTest, AgreeFlag_IsWrittenAndDeletedAlone) {
     kxtest::kPrivate<DeleteAgreeFlagTag>();
     kxtest::kPrivate<RecordeAgreeFlagTag>();
     StoreUserText(kService, L"Other", L"1");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"1");
     kxtest::kPrivate<DeleteAgreeFlagTag>();
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), std::nullopt);
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"Other"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), std::nullopt);
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"Other"), L"1");
 }
 
 TEST_F(SettingsIntegrationTest, ServiceKeyWithoutWriteAccess_FlagsAreReadAndWritesIgnored) {
@@ -196,9 +202,9 @@ TEST_F(SettingsIntegrationTest, ServiceKeyWithoutWriteAccess_FlagsAreReadAndWrit
         AgreementSign::SetAgreeCache(false);
         EXPECT_TRUE(AgreementSign::GetAgreeCache());
         kxtest::kPrivate<RecordeAgreeFlagTag>();
-        EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
+        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
         kxtest::kPrivate<DeleteAgreeFlagTag>();
-        EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
+        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
     }
     AgreementSign::SetAgreeCache(false);
     EXPECT_FALSE(AgreementSign::GetAgreeCache());
@@ -230,29 +236,29 @@ TEST_F(SettingsIntegrationTest, Clause_FollowsProtocolVersionAndJudgement) {
 
 TEST_F(SettingsIntegrationTest, ExpiredClause_IsResetInTheRegistry) {
     AcceptClause();
-    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"0");
     EXPECT_THAT(m_lines.Lines(),
                 ElementsAre(L"current agreeClause is expired " + Sid() + L"(SystemEnvironment::IsAgreeClause)\n"));
 }
 
 TEST_F(SettingsIntegrationTest, ClauseValuesOfOtherTypes_ReadAsMissing) {
     AcceptClause();
-    StoreNumber(HKEY_LOCAL_MACHINE, kExpiry, Sid(), 1);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kExpiry, Sid(), 1);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
-    StoreNumber(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", 9);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", 9);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     AcceptClause();
-    StoreNumber(HKEY_USERS, OfUser(kGuide), L"Protocol", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kGuide), L"Protocol", 1);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_EQ(SystemEnvironment::GetLoginGuideProtocol(), "0");
 }
 
 TEST_F(SettingsIntegrationTest, ClauseTextWithoutTerminator_IsReadWhole) {
     AcceptClause();
-    StoreBytes(HKEY_USERS, OfUser(kGuide), L"Protocol", REG_SZ, std::string_view("7\0x", 3));
-    StoreBytes(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", REG_SZ, std::string_view("9\0", 2));
+    StoreRegistryBytes(HKEY_USERS, OfUser(kGuide), L"Protocol", REG_SZ, std::string_view("7\0x", 3));
+    StoreRegistryBytes(HKEY_USERS, OfUser(kGuide), L"ProtocolVer", REG_SZ, std::string_view("9\0", 2));
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "7");
     StoreUserText(kGuide, L"Protocol", std::wstring(kLongLength, L'x'));
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), std::string(kLongLength, 'x'));
@@ -274,10 +280,10 @@ TEST_F(SettingsIntegrationTest, GuideKeyWithoutWriteAccess_ClauseIsNotAccepted) 
 
 TEST_F(SettingsIntegrationTest, ExpiryKeyWithoutWriteAccess_ClauseIsNotExpired) {
     AcceptClause();
-    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
     const ReadOnlyKey readOnly(HKEY_LOCAL_MACHINE, kExpiry);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
-    EXPECT_EQ(StoredText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kGuide), L"Protocol"), L"1");
     EXPECT_THAT(m_lines.Lines(), IsEmpty());
 }
 
@@ -294,10 +300,10 @@ TEST_F(SettingsIntegrationTest, EmptyRegistry_Defaults) {
 }
 
 TEST_F(SettingsIntegrationTest, TextSettings_AreReadFromTheirKeys) {
-    StoreText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"\u00e9");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"\u00e9");
     StoreUserText(kGuide, L"Capture", L"\u00e92");
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"4");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"4");
     EXPECT_EQ(SystemEnvironment::GetPowerManagerIntellMode(), "\xc3\xa9");
     EXPECT_EQ(SystemEnvironment::GetCaptureSwitch(), L"\u00e92");
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "3");
@@ -307,7 +313,7 @@ TEST_F(SettingsIntegrationTest, TextSettings_AreReadFromTheirKeys) {
 TEST_F(SettingsIntegrationTest, TextSettingsStoredAsNumbersOrEmpty_Defaults) {
     for (const bool isNumber : {true, false}) {
         const auto store = [isNumber](HKEY root, const std::wstring& path, const std::wstring& name) {
-            isNumber ? StoreNumber(root, path, name, 7) : StoreText(root, path, name, L"");
+            isNumber ? StoreRegistryNumber(root, path, name, 7) : StoreRegistryText(root, path, name, L"");
         };
         store(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode");
         store(HKEY_USERS, OfUser(kGuide), L"Capture");
@@ -322,27 +328,28 @@ TEST_F(SettingsIntegrationTest, TextSettingsStoredAsNumbersOrEmpty_Defaults) {
 
 TEST_F(SettingsIntegrationTest, CrashDump_OnlyThreeIsRaised) {
     for (const DWORD number : {0ul, 1ul, 2ul, 3ul, 7ul, 0xFFFFFFFFul}) {
-        StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", number);
+        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", number);
         EXPECT_EQ(SystemEnvironment::IsKernelCrashDumpEnabled(), number == 2);
         SystemEnvironment::FixSmallCrashDump();
-        EXPECT_EQ(StoredNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), number == 3 ? 2 : number);
+        EXPECT_EQ(StoredRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"),
+                  number == 3 ? 2 : number);
     }
 }
 
 TEST_F(SettingsIntegrationTest, NumbersStoredAsTexts_ReadAsMissing) {
-    StoreText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", L"1");
     SystemEnvironment::FixSmallCrashDump();
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), L"3");
-    StoreText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"2");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), L"3");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", L"2");
     EXPECT_FALSE(SystemEnvironment::IsKernelCrashDumpEnabled());
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), -1);
 }
 
 TEST_F(SettingsIntegrationTest, SessionPowerValues_AreTakenAsSigned) {
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"All", 0xFFFFFFFF);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"High", 0x80000000);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"All", 0xFFFFFFFF);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"High", 0x80000000);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), 1);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"All"), -1);
     EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"High"), -2147483647 - 1);
@@ -350,25 +357,25 @@ TEST_F(SettingsIntegrationTest, SessionPowerValues_AreTakenAsSigned) {
 
 TEST_F(SettingsIntegrationTest, LogSwitch_IsWrittenAndReadBack) {
     EXPECT_TRUE(SystemEnvironment::SetLogSwitch(true));
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "1");
     EXPECT_TRUE(SystemEnvironment::SetLogSwitch(false));
-    EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"0");
+    EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"0");
 }
 
 TEST_F(SettingsIntegrationTest, MachineKeysWithoutWriteAccess_DefaultsAndNothingChanges) {
-    StoreText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"1");
-    StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 3);
-    StoreNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"1");
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 3);
+    StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"HiberbootEnabled", 1);
     {
         const ReadOnlyKey guide(HKEY_LOCAL_MACHINE, kGuide);
         const ReadOnlyKey crashControl(HKEY_LOCAL_MACHINE, kCrashControl);
         const ReadOnlyKey sessionPower(HKEY_LOCAL_MACHINE, kSessionPower);
         EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "0");
         EXPECT_FALSE(SystemEnvironment::SetLogSwitch(false));
-        EXPECT_EQ(StoredText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
+        EXPECT_EQ(StoredRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch"), L"1");
         SystemEnvironment::FixSmallCrashDump();
-        EXPECT_EQ(StoredNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), 3u);
+        EXPECT_EQ(StoredRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled"), 3u);
         EXPECT_EQ(SystemEnvironment::GetSessionPowerValue(L"HiberbootEnabled"), -1);
     }
     EXPECT_EQ(SystemEnvironment::GetLogSwitch(), "1");
@@ -379,7 +386,7 @@ TEST_F(SettingsIntegrationTest, MachineKeysWithoutWriteAccess_DefaultsAndNothing
 // --- switches
 
 TEST_F(SettingsIntegrationTest, AutoRepair_NeedsClauseAndSetting) {
-    StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
     AcceptClause();
     EXPECT_TRUE(SystemEnvironment::IsAutoRepairEnabled());
@@ -387,9 +394,9 @@ TEST_F(SettingsIntegrationTest, AutoRepair_NeedsClauseAndSetting) {
         const ReadOnlyKey readOnly(HKEY_USERS, OfUser(kSetting));
         EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
     }
-    StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 2);
+    StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 2);
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
-    StoreText(HKEY_USERS, OfUser(kSetting), L"AutoRepair", L"1");
+    StoreRegistryText(HKEY_USERS, OfUser(kSetting), L"AutoRepair", L"1");
     EXPECT_FALSE(SystemEnvironment::IsAutoRepairEnabled());
 }
 
@@ -428,8 +435,8 @@ protected:
         kxtest::WriteFileBytes(m_switches, "<S><Power><Boost support=\"Book 14;\">1</Boost></Power></S>");
         AcceptClause();
         AgreementSign::SetAgreeCache(true);
-        StoreNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
-        StoreNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 2);
+        StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
+        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 2);
     }
     ~EverythingTest() override { std::filesystem::remove(m_switches); }
 
@@ -472,7 +479,7 @@ TEST_F(EverythingTest, ManyCalls_LeaveNoHandleOpen) {
 TEST_F(EverythingTest, AnyAnswer_LeavesTheSharedLogAlone) {
     const kxtest::LogCapture log;
     EXPECT_TRUE(AskEverything());
-    StoreText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, Sid(), L"1");
     EXPECT_FALSE(AskEverything());
     kxtest::WriteFileBytes(ProfileFile(), "<");
     kxtest::WriteFileBytes(kxtest::OwnFolder() / "config" / "DeviceFuncSwitchConf.xml", "<");

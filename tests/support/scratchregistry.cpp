@@ -1,11 +1,10 @@
-#include "scratchregistry.h"
+#include "support/scratchregistry.h"
 
 #include <sddl.h>
 
-#include <array>
 #include <stdexcept>
 
-namespace scratchregistry {
+namespace kxtest {
 
 namespace {
 
@@ -19,12 +18,15 @@ void Check(LSTATUS status, const char* what) {
     }
 }
 
-Key Created(HKEY root, const std::wstring& path) {
+RegistryKey Created(HKEY root, const std::wstring& path, DWORD option) {
     HKEY key = nullptr;
-    Check(RegCreateKeyExW(root, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key,
-                          nullptr),
-          "create key");
-    return Key(key);
+    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, option, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    if (status == ERROR_CHILD_MUST_BE_VOLATILE) {
+        status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &key,
+                                 nullptr);
+    }
+    Check(status, "create key");
+    return RegistryKey(key);
 }
 
 LSTATUS SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
@@ -37,16 +39,16 @@ LSTATUS SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
     if (const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, &key); status != ERROR_SUCCESS) {
         return status;
     }
-    const Key closing(key);
+    const RegistryKey closing(key);
     return RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor);
 }
 
 } // namespace
 
-MappedRoot::MappedRoot(HKEY root, const std::wstring& name)
+MappedRoot::MappedRoot(HKEY root, const std::wstring& name, DWORD option)
     : m_root(root),
       m_path(L"Software\\kxtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name),
-      m_key(Created(HKEY_CURRENT_USER, m_path)) {
+      m_key(Created(HKEY_CURRENT_USER, m_path, option)) {
     Check(RegOverridePredefKey(m_root, m_key.get()), "map root");
 }
 
@@ -60,7 +62,7 @@ ReadOnlyKey::ReadOnlyKey(HKEY root, const std::wstring& path) : m_root(root), m_
     Check(SetSecurity(root, path, kNoWriting), "set security");
     HKEY key = nullptr;
     const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
-    const Key closing(key);
+    const RegistryKey closing(key);
     if (status != ERROR_ACCESS_DENIED) {
         throw std::runtime_error("the registry does not enforce the key's security");
     }
@@ -70,31 +72,39 @@ ReadOnlyKey::~ReadOnlyKey() {
     SetSecurity(m_root, m_path, kEverything);
 }
 
-void StoreBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type, std::string_view bytes) {
-    const Key key = Created(root, path);
+void StoreRegistryBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type,
+                        std::string_view bytes) {
+    const RegistryKey key = Created(root, path, REG_OPTION_NON_VOLATILE);
     Check(RegSetValueExW(key.get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
                          static_cast<DWORD>(bytes.size())),
           "store value");
 }
-void StoreText(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& text) {
-    StoreBytes(root, path, name, REG_SZ,
-               {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
-}
-void StoreNumber(HKEY root, const std::wstring& path, const std::wstring& name, DWORD number) {
-    StoreBytes(root, path, name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
+
+void StoreRegistryText(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& text) {
+    StoreRegistryBytes(root, path, name, REG_SZ,
+                       {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
 }
 
-std::optional<std::wstring> StoredText(HKEY root, const std::wstring& path, const std::wstring& name) {
-    std::array<wchar_t, 64> text{};
-    DWORD size = sizeof(text);
-    const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, text.data(), &size);
-    return status == ERROR_SUCCESS ? std::optional<std::wstring>(text.data()) : std::nullopt;
+void StoreRegistryNumber(HKEY root, const std::wstring& path, const std::wstring& name, DWORD number) {
+    StoreRegistryBytes(root, path, name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
 }
-std::optional<DWORD> StoredNumber(HKEY root, const std::wstring& path, const std::wstring& name) {
+
+std::optional<std::wstring> StoredRegistryText(HKEY root, const std::wstring& path, const std::wstring& name) {
+    DWORD size = 0;
+    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
+    size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+    Check(RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, text.data(), &size), "read text");
+    return std::wstring(text.c_str());
+}
+
+std::optional<DWORD> StoredRegistryNumber(HKEY root, const std::wstring& path, const std::wstring& name) {
     DWORD number = 0;
     DWORD size = sizeof(number);
     const LSTATUS status = RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &number, &size);
     return status == ERROR_SUCCESS ? std::optional<DWORD>(number) : std::nullopt;
 }
 
-} // namespace scratchregistry
+} // namespace kxtest
