@@ -23,10 +23,10 @@ enum ProductResult : int {
 
 /** Promotion parameters of the product. */
 struct PromoteParamInfo {
-    int id = 0;
+    int id = 0;              /**< number of the promotion */
     std::string productName; /**< the product's name in the sharing service */
-    std::string channel;
-    int flags = 0;
+    std::string channel;     /**< sales channel */
+    int flags = 0;           /**< flags of the promotion */
 };
 
 /** Identity of the product. */
