@@ -37,7 +37,7 @@ struct TagIPCMessageItem {
     std::uint32_t targetModuleId = kIPCUnset; ///< the receiver's module
     std::uint32_t messageId = kIPCUnset;      ///< which message of the module it is
     std::uint32_t replyMessageId = kIPCUnset; ///< the message id of a request that expects a reply, else kIPCUnset
-    std::uint32_t reserved = kIPCUnset;       ///< not looked at
+    std::uint32_t reserved = kIPCUnset;       ///< carried to the other end as it is
     std::uint32_t timeStamp = 0;              ///< GetTickCount() when the message was built, in milliseconds
     std::uint32_t payloadSize = 0;            ///< in bytes; not looked at without hasPayload
     void* payload = nullptr;                  ///< not looked at without hasPayload
