@@ -32,6 +32,9 @@ struct PromoteParamInfo {
 /** Identity of the product. */
 class KXUTIL_API MachineType {
 public:
+    MachineType(const MachineType&) = delete;
+    MachineType& operator=(const MachineType&) = delete;
+
     /** The one object; it belongs to the library. */
     static const MachineType& GetInstance();
 
@@ -47,13 +50,14 @@ public:
 private:
     MachineType() = default;
     ~MachineType() = default;
-    MachineType(const MachineType&) = delete;
-    MachineType& operator=(const MachineType&) = delete;
 };
 
 /** Features of the product. Each getter sets its argument to whether the product has the feature and returns kOk. */
 class KXUTIL_API ProductFeature {
 public:
+    ProductFeature(const ProductFeature&) = delete;
+    ProductFeature& operator=(const ProductFeature&) = delete;
+
     /** The one object; it belongs to the library. */
     static const ProductFeature& GetInstance();
 
@@ -76,8 +80,6 @@ public:
 private:
     ProductFeature() = default;
     ~ProductFeature() = default;
-    ProductFeature(const ProductFeature&) = delete;
-    ProductFeature& operator=(const ProductFeature&) = delete;
 };
 
 } // namespace ProductAdapt

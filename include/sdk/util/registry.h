@@ -93,7 +93,7 @@ private:
     void Close();
 
     HKEY m_root;
-    HKEY m_key;
+    HKEY m_key = nullptr;
 };
 
 } // namespace DE
