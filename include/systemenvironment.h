@@ -33,7 +33,10 @@ public:
      */
     static bool CompareFileIntergrity(const std::string& fileName);
 
-    // Consent, settings and switches
+    /**
+     * @name Consent, settings and switches
+     * @{
+     */
 
     /**
      * Whether a function of the suite is switched on for this device model. The switches are read afresh from
@@ -60,13 +63,12 @@ public:
      * "Protocol" of HKEY_USERS, "SID\SOFTWARE\Calvora\KXLoginGuide". It holds when
      * - the user's expiry mark, the text named by the SID in HKEY_LOCAL_MACHINE,
      *   "SOFTWARE\Calvora\setting\expireLogin", is not "1",
-     * - the text "ProtocolVer" beside "Protocol" is a number of at least 9, read as std::stoul does (a negative number
-     *   wraps to a large one, what follows the digits is ignored), and
+     * - the text "ProtocolVer" beside "Protocol", opened with KEY_READ, is a number of at least 9, read as std::stoul
+     *   does (a negative number wraps to a large one, what follows the digits is ignored), and
      * - AgreementSign::JudgeAgreementSign() answers neither kNoRecord nor kMustSignAgain.
      *
      * A clause that has expired is reset: "0" is written to "Protocol", and a line on the debugger output names the
-     * user, on every call until the mark is removed. The mark and "Protocol" are opened for full access; what the
-     * user may not open so counts as missing.
+     * user, on every call until the mark is removed. What the user may not open counts as missing.
      * @return the stored text as it is, in the ANSI code page, or "0" when the clause is not or no longer accepted
      *         or on any failure
      */
@@ -79,11 +81,6 @@ public:
      *         "ProtocolVer" is not at least 9, or on any failure
      */
     static std::string GetLoginGuideProtocol();
-
-    /*
-     * Single settings. Every key is opened for full access (KEY_ALL_ACCESS): without that right a value counts as
-     * missing, and a write fails.
-     */
 
     /**
      * The power manager's intelligent mode: the text "PowerManagerIntellMode" of
@@ -143,6 +140,8 @@ public:
      *         SKU (byte for byte, case included), or when either cannot be converted.
      */
     static std::string GetSecondarySku();
+
+    /** @} */
 
     /**
      * @name Product features
@@ -320,9 +319,9 @@ public:
      * The device's identifier, which is the firmware's serial number, narrow. Sources in this order:
      * - the answer of an earlier call in this process, which is kept until the process ends;
      * - HKEY_LOCAL_MACHINE, "HARDWARE\DESCRIPTION\System\BIOS", the text "BIOSSerialNumber", of at most 63 characters;
-     * a longer one is reported as "strcpy_s fail" and yields the default;
+     *   a longer one is reported as "strcpy_s fail" and yields the default;
      * - WMI, "ROOT\CIMV2", Win32_BIOS, SerialNumber, of any length, when the registry has none. The answer is written
-     * to that registry value.
+     *   to that registry value.
      * @return "21111111111111111111" when the source yields nothing, which is not kept: the next call asks again. An
      *         empty string when memory runs out.
      */
@@ -382,7 +381,7 @@ public:
     static std::wstring GetUnicodeString();
 
     /**
-     * The user's locale name in UTF-8, such as "de-DE": HKEY_USERS, the user's SID, "\Control Panel\International",
+     * The user's locale name in UTF-8, such as "de-DE": HKEY_USERS, "SID\Control Panel\International",
      * the text "LocaleName".
      * @return "en-US" when it cannot be read or is empty, and always for the local system account; not reported
      */
@@ -422,10 +421,9 @@ public:
     /**
      * The display scaling in force.
      * @param[out] systemDpi the system DPI in dots per inch; always written. Not null.
-     * @param[out] dpiValue the scaling step of the first monitor that Windows keeps one for: HKEY_USERS, the user's
-     * SID,
-     *        "\Control Panel\Desktop\PerMonitorSettings", its first subkey, the number "DpiValue". Untouched on
-     * failure. Not null.
+     * @param[out] dpiValue the scaling step of the first monitor that Windows keeps one for: the number "DpiValue" of
+     *        HKEY_USERS, "SID\Control Panel\Desktop\PerMonitorSettings", its first subkey. Untouched on failure. Not
+     *        null.
      * @return whether @p dpiValue was read. No subkey is reported as "GetLastestSystemDpi error: no-sub-keys", a subkey
      *         without the number as "GetLastestSystemDpi error: no-sub -keys".
      */
@@ -437,7 +435,7 @@ public:
      * @param dpiValue system DPI in dots per inch
      * @param dpiIndex scaling step of the monitor
      * @return true only when both were written now. False when the record already holds both, which is not reported,
-     * and when a write fails, reported as "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step" or
+     *         and when a write fails, reported as "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step" or
      *         "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step".
      */
     static bool SaveLastestSystemDpi(int dpiValue, int dpiIndex);

@@ -49,7 +49,7 @@ std::string SystemEnvironment::IsAgreeClause() try {
     std::wstring storedProtocol;
     DE::Registry::GetValue(HKEY_USERS, loginGuideKey, kProtocolName, storedProtocol, KEY_ALL_ACCESS);
     const std::string expiry = DE::UnicodeToANSI(storedExpiry);
-    const std::string protocol = DE::UnicodeToANSI(storedProtocol);
+    std::string protocol = DE::UnicodeToANSI(storedProtocol);
     if (expiry == kExpired) {
         DE::Registry::SetValue(HKEY_USERS, loginGuideKey, kProtocolName, kResetProtocol, KEY_ALL_ACCESS);
         WriteDebugLine("SystemEnvironment::IsAgreeClause", "current agreeClause is expired ", sid);
@@ -71,7 +71,7 @@ std::string SystemEnvironment::GetLoginGuideProtocol() try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kLoginGuideKey;
     std::wstring stored;
     DE::Registry::GetValue(HKEY_USERS, key, kProtocolName, stored, KEY_ALL_ACCESS);
-    const std::string protocol = Utf8FromWide(stored);
+    std::string protocol = Utf8FromWide(stored);
     if (!IsProtocolVersionCurrent() || protocol.empty()) {
         return kNotAccepted;
     }

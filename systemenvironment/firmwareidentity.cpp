@@ -112,7 +112,7 @@ std::string ParseBIOSVersionOfPadLeft(char* version) try {
     if (dot == nullptr) {
         return version;
     }
-    const std::size_t dotAt = static_cast<std::size_t>(dot - version);
+    const auto dotAt = static_cast<std::size_t>(dot - version);
     if (char* const secondDot = std::strchr(version + dotAt + 1, '.')) {
         *secondDot = '\0';
     }
@@ -139,7 +139,7 @@ std::string SystemEnvironment::GetDeviceId() try {
     if (std::string known = cache.Get(); !known.empty()) {
         return known;
     }
-    const std::string id = QueryDeviceId(); // outside the cache's lock: two threads may both ask
+    std::string id = QueryDeviceId(); // outside the cache's lock: two threads may both ask
     if (id.empty()) {
         return kDefaultDeviceId;
     }

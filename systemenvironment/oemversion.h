@@ -12,7 +12,7 @@
 
 namespace oemversion {
 
-inline constexpr char kFile[] = "c:\\recovery\\OEM\\version.txt";
+inline constexpr char kFile[] = R"(c:\recovery\OEM\version.txt)";
 inline constexpr wchar_t kKey[] = L"HARDWARE\\DESCRIPTION\\System\\Product"; // under HKEY_LOCAL_MACHINE
 inline constexpr wchar_t kValue[] = L"Version";
 

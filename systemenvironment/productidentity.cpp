@@ -45,9 +45,9 @@ std::string LocalTimeStamp() {
     SYSTEMTIME time = {};
     GetLocalTime(&time);
     char text[32] = {};
-    std::snprintf(text, sizeof(text), "%04u%02u%02u%02u%02u%02u", time.wYear, time.wMonth, time.wDay, time.wHour,
-                  time.wMinute, time.wSecond);
-    return text;
+    const int length = std::snprintf(text, sizeof(text), "%04u%02u%02u%02u%02u%02u", time.wYear, time.wMonth, time.wDay,
+                                     time.wHour, time.wMinute, time.wSecond);
+    return length > 0 ? text : "";
 }
 
 std::string LogPackageName(const std::string& trailingText, int logTypeId, const std::string& leadingText) {
@@ -113,7 +113,7 @@ std::string SystemEnvironment::GetProductSeries() try {
 
 std::string SystemEnvironment::GetSystemSkuCode() try {
     const NarrowText narrow(SmBiosHelper::GetInstance()->GetSysSKU().c_str());
-    const std::string sku = narrow ? narrow.Get() : "";
+    std::string sku = narrow ? narrow.Get() : "";
     if (sku.find(kSkuMark) != std::string::npos) {
         return sku;
     }

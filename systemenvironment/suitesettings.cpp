@@ -61,6 +61,7 @@ bool SystemEnvironment::IsKernelCrashDumpEnabled() try {
     return false;
 }
 
+// By value: callers link against it so. NOLINTNEXTLINE(performance-unnecessary-value-param)
 int SystemEnvironment::GetSessionPowerValue(std::wstring name) try {
     unsigned long value = 0;
     if (!DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kSessionPowerKey, name, value, KEY_ALL_ACCESS)) {

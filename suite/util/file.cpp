@@ -38,7 +38,7 @@ struct HashPolicy {
 };
 
 constexpr size_t kDigestBytes = 32;
-constexpr size_t kBlockBytes = 256 * 1024;
+constexpr size_t kBlockBytes = size_t{256} * 1024;
 
 bool Succeeded(NTSTATUS status) {
     return status >= 0;

@@ -9,6 +9,7 @@
 #include <exception>
 #include <limits>
 #include <optional>
+#include <utility>
 
 namespace DE {
 
@@ -121,15 +122,14 @@ std::optional<std::vector<std::wstring>> SubKeysOf(HKEY key) {
 
 } // namespace
 
-Registry::Registry() : m_root(HKEY_USERS), m_key(nullptr) {}
+Registry::Registry() : m_root(HKEY_USERS) {}
 
 Registry::~Registry() {
     Close();
 }
 
 void Registry::Close() {
-    kxutil::OwnedRegistryKey closing(m_key);
-    m_key = nullptr;
+    const kxutil::OwnedRegistryKey closing(std::exchange(m_key, nullptr));
 }
 
 void Registry::SetRootKey(HKEY root) {

@@ -80,7 +80,7 @@ std::string SmBiosTable::StringOf(const Structure& structure, size_t number) {
             return {};
         }
         if (current == number) {
-            return std::string(begin, end);
+            return {begin, end};
         }
         begin = end + 1;
     }

@@ -71,7 +71,7 @@ public:
             FAILED(VariantChangeType(&m_value, &m_value, VARIANT_ALPHABOOL, VT_BSTR))) {
             return {};
         }
-        return std::wstring(m_value.bstrVal, SysStringLen(m_value.bstrVal));
+        return {m_value.bstrVal, SysStringLen(m_value.bstrVal)};
     }
 
 private:

@@ -110,8 +110,8 @@ KxXMLDocument::~KxXMLDocument() = default;
 
 namespace {
 
-constexpr size_t kMaxFileBytes = 16 * 1024 * 1024;
-constexpr size_t kBlockBytes = 64 * 1024;
+constexpr size_t kMaxFileBytes = size_t{16} * 1024 * 1024;
+constexpr size_t kBlockBytes = size_t{64} * 1024;
 
 using FileBytes = std::vector<unsigned char>;
 

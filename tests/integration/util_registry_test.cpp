@@ -277,6 +277,7 @@ TEST_F(UtilRegistry, KeyThatTheUserMayOnlyRead_IsReadWithAReadMaskAndNeverWritte
         EXPECT_FALSE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_ALL_ACCESS));
         EXPECT_FALSE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_SET_VALUE));
         EXPECT_FALSE(DE::Registry().OpenKey(HKEY_USERS, m_path, false));
+        EXPECT_TRUE(DE::Registry().KeyExists(m_path));
         EXPECT_EQ(read(KEY_READ), 1);
     }
     EXPECT_TRUE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_ALL_ACCESS));

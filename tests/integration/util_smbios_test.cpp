@@ -124,6 +124,19 @@ TEST(SmBiosTable, StructureWithoutStrings_HasEmptyTextsAndTheNextOneIsFound) {
     EXPECT_EQ(TextsOf(block), "\n\n\noem");
 }
 
+TEST(SmBiosTable, StructureOfItsHeaderAlone_IsSteppedOver) {
+    const Bytes block = Table(3, 0, {Structure(126, {}, {}), SystemStructure(), kEnd});
+    EXPECT_EQ(TextsOf(block), "V2.10\nSKU_C14\n\n");
+}
+
+TEST(SmBiosTable, RecordThatEndsJustBeforeAField_HasNoSuchText) {
+    Bytes fields = SystemFields(3, 1);
+    fields.resize(0x19 - 4);
+    // The byte behind the record would name the second string.
+    const Bytes block = Table(2, 3, {Structure(1, fields, {"\x02", "stray", "V1"}), kEnd});
+    EXPECT_EQ(TextsOf(block), "V1\n\n\n");
+}
+
 TEST(SmBiosTable, NumberOfAStringThatIsNotThere_IsAnEmptyText) {
     EXPECT_EQ(TextsOf(Table(3, 0, {Structure(1, SystemFields(6, 255), kSystemStrings), kEnd})), "\n\n\n");
     EXPECT_EQ(TextsOf(Table(3, 0, {Structure(1, SystemFields(1, 1), {}), kEnd})), "\n\n\n");

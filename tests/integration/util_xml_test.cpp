@@ -55,6 +55,14 @@ TEST(UtilXml, NamesAndValues_KeepLetterCaseBlanksAndEntities) {
     EXPECT_TRUE(element.FirstAttribute("path").IsAttributeNull());
 }
 
+TEST(UtilXml, NamesThatGoOnBehindAZero_NameNothing) {
+    Loaded loaded("<r a='1'><e/><e/></r>");
+    const KxXmlElement root = loaded.document.RootElement();
+    EXPECT_TRUE(root.FirstAttribute(std::string("a\0x", 3)).IsAttributeNull());
+    EXPECT_TRUE(root.FirstNode(std::string("e\0x", 3)).IsElementNull());
+    EXPECT_TRUE(root.FirstNode("e").NextSiblingElement(std::string("e\0x", 3)).IsElementNull());
+}
+
 TEST(UtilXml, EmptyAttribute_IsPresentAndEmpty) {
     Loaded loaded("<r a=''/>");
     EXPECT_FALSE(loaded.document.RootElement().FirstAttribute("a").IsAttributeNull());

@@ -15,6 +15,7 @@
 #include <memory>
 #include <type_traits>
 
+/** Marks what the library exports. */
 #if defined(KXIPCMESSAGE_BUILD)
 #define KXIPCMESSAGE_API __declspec(dllexport)
 #else
@@ -32,15 +33,15 @@ inline constexpr std::uint32_t kIPCWriteLimitMs = 2000;
  * the caller's payload for the call; a reply is received into an IPCReplyItem, which owns its block.
  */
 struct TagIPCMessageItem {
-    std::uint32_t sourceModuleId = kIPCUnset;
-    std::uint32_t targetModuleId = kIPCUnset;
-    std::uint32_t messageId = kIPCUnset;
+    std::uint32_t sourceModuleId = kIPCUnset; ///< the sender's module
+    std::uint32_t targetModuleId = kIPCUnset; ///< the receiver's module
+    std::uint32_t messageId = kIPCUnset;      ///< which message of the module it is
     std::uint32_t replyMessageId = kIPCUnset; ///< the message id of a request that expects a reply, else kIPCUnset
-    std::uint32_t reserved = kIPCUnset;
-    std::uint32_t timeStamp = 0;   ///< GetTickCount() when the message was built, in milliseconds
-    std::uint32_t payloadSize = 0; ///< in bytes; not looked at without hasPayload
-    void* payload = nullptr;       ///< not looked at without hasPayload
-    bool hasPayload = false;       ///< whether the payload is sent; a payload that is present may have 0 bytes
+    std::uint32_t reserved = kIPCUnset;       ///< carried to the other end as it is
+    std::uint32_t timeStamp = 0;              ///< GetTickCount() when the message was built, in milliseconds
+    std::uint32_t payloadSize = 0;            ///< in bytes; not looked at without hasPayload
+    void* payload = nullptr;                  ///< not looked at without hasPayload
+    bool hasPayload = false; ///< whether the payload is sent; a payload that is present may have 0 bytes
 };
 static_assert(std::is_standard_layout_v<TagIPCMessageItem> && std::is_trivially_copyable_v<TagIPCMessageItem>);
 static_assert(sizeof(TagIPCMessageItem) == 48);

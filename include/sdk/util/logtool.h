@@ -11,6 +11,7 @@
 
 #include <log4cplus/logger.h>
 
+/** Marks what the library exports. */
 #if defined(KXLOGTOOL_BUILD)
 #define KXLOGTOOL_API __declspec(dllexport)
 #else
@@ -20,6 +21,7 @@
 /** The one logger that the suite's modules share; every call returns the same. May be called from any thread. */
 KXLOGTOOL_API log4cplus::Logger& GetLogger();
 
+/** Lets the compiler check a narrow format against its arguments. */
 #if defined(__clang__)
 #define KXLOGTOOL_PRINTF __attribute__((format(printf, 1, 2)))
 #elif defined(__GNUC__)
@@ -29,12 +31,15 @@ KXLOGTOOL_API log4cplus::Logger& GetLogger();
 #endif
 
 /**
- * Logs one printf-formatted text at WARN or at ERROR, followed by the helper's name in brackets and with the helper's
- * signature as its location. Narrow text is in the process's ANSI code page. A text longer than 4095 characters is
- * cut there. A text that cannot be formatted logs the format itself; a null format logs nothing. Nothing is formatted
- * when the level is off. Nothing throws; may be called from any thread.
+ * Logs one printf-formatted text at WARN, followed by the helper's name in brackets and with the helper's signature as
+ * its location. Narrow text is in the process's ANSI code page. A text longer than 4095 characters is cut there. A text
+ * that cannot be formatted logs the format itself; a null format logs nothing. Nothing is formatted when the level is
+ * off. Nothing throws; may be called from any thread.
  */
 KXLOGTOOL_API void LogWarnFun(const char* format, ...) KXLOGTOOL_PRINTF;
+/** LogWarnFun for wide text. */
 KXLOGTOOL_API void LogWarnFun(const wchar_t* format, ...);
+/** LogWarnFun at ERROR. */
 KXLOGTOOL_API void LogErrorFun(const char* format, ...) KXLOGTOOL_PRINTF;
+/** LogWarnFun at ERROR and for wide text. */
 KXLOGTOOL_API void LogErrorFun(const wchar_t* format, ...);

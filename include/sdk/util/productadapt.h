@@ -23,15 +23,18 @@ enum ProductResult : int {
 
 /** Promotion parameters of the product. */
 struct PromoteParamInfo {
-    int id = 0;
+    int id = 0;              /**< number of the promotion */
     std::string productName; /**< the product's name in the sharing service */
-    std::string channel;
-    int flags = 0;
+    std::string channel;     /**< sales channel */
+    int flags = 0;           /**< flags of the promotion */
 };
 
 /** Identity of the product. */
 class KXUTIL_API MachineType {
 public:
+    MachineType(const MachineType&) = delete;
+    MachineType& operator=(const MachineType&) = delete;
+
     /** The one object; it belongs to the library. */
     static const MachineType& GetInstance();
 
@@ -47,13 +50,14 @@ public:
 private:
     MachineType() = default;
     ~MachineType() = default;
-    MachineType(const MachineType&) = delete;
-    MachineType& operator=(const MachineType&) = delete;
 };
 
 /** Features of the product. Each getter sets its argument to whether the product has the feature and returns kOk. */
 class KXUTIL_API ProductFeature {
 public:
+    ProductFeature(const ProductFeature&) = delete;
+    ProductFeature& operator=(const ProductFeature&) = delete;
+
     /** The one object; it belongs to the library. */
     static const ProductFeature& GetInstance();
 
@@ -76,8 +80,6 @@ public:
 private:
     ProductFeature() = default;
     ~ProductFeature() = default;
-    ProductFeature(const ProductFeature&) = delete;
-    ProductFeature& operator=(const ProductFeature&) = delete;
 };
 
 } // namespace ProductAdapt

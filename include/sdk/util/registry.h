@@ -95,7 +95,7 @@ private:
     void Close();
 
     HKEY m_root;
-    HKEY m_key;
+    HKEY m_key = nullptr;
 };
 
 } // namespace DE

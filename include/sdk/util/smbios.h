@@ -15,6 +15,9 @@
  */
 class KXUTIL_API SmBiosHelper {
 public:
+    SmBiosHelper(const SmBiosHelper&) = delete;
+    SmBiosHelper& operator=(const SmBiosHelper&) = delete;
+
     /** The one object, never null; it belongs to the library. */
     static SmBiosHelper* GetInstance();
 
@@ -33,6 +36,4 @@ public:
 private:
     SmBiosHelper() = default;
     ~SmBiosHelper() = default;
-    SmBiosHelper(const SmBiosHelper&) = delete;
-    SmBiosHelper& operator=(const SmBiosHelper&) = delete;
 };

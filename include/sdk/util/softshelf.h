@@ -14,6 +14,9 @@
  */
 class KXUTIL_API ZLKSoftShelf {
 public:
+    ZLKSoftShelf(const ZLKSoftShelf&) = delete;
+    ZLKSoftShelf& operator=(const ZLKSoftShelf&) = delete;
+
     /** The one object, never null; it belongs to the library. */
     static ZLKSoftShelf* GetInstance();
 
@@ -23,6 +26,4 @@ public:
 private:
     ZLKSoftShelf() = default;
     ~ZLKSoftShelf() = default;
-    ZLKSoftShelf(const ZLKSoftShelf&) = delete;
-    ZLKSoftShelf& operator=(const ZLKSoftShelf&) = delete;
 };

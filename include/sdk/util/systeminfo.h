@@ -10,7 +10,7 @@
 class KXUTIL_API SystemInfo {
 public:
     SystemInfo();
-    ~SystemInfo();
+    ~SystemInfo(); // NOLINT(performance-trivially-destructible): the library exports it, empty or not
 
     /** The system DPI in dots per inch, 96 for a scaling of 100 per cent; 96 when it cannot be read. */
     int GetSystemDPI() const;

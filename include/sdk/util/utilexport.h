@@ -4,6 +4,7 @@
  */
 #pragma once
 
+/** Marks what the library exports. */
 #if defined(KXUTIL_BUILD)
 #define KXUTIL_API __declspec(dllexport)
 #else

@@ -18,9 +18,14 @@ using KxXmlError = int;
 /** One attribute of an element, or none. */
 class KXUTIL_API KxXmlAttribute {
 public:
+    /** Holds no attribute. */
     KxXmlAttribute();
     ~KxXmlAttribute();
+
+    /** Points to the same attribute. */
     KxXmlAttribute(const KxXmlAttribute&);
+
+    /** Points to the same attribute. */
     KxXmlAttribute& operator=(const KxXmlAttribute&);
 
     /** Whether this holds no attribute. */
@@ -38,9 +43,14 @@ private:
 /** One element of a document, or none. */
 class KXUTIL_API KxXmlElement {
 public:
+    /** Holds no element. */
     KxXmlElement();
     ~KxXmlElement();
+
+    /** Points to the same element. */
     KxXmlElement(const KxXmlElement&);
+
+    /** Points to the same element. */
     KxXmlElement& operator=(const KxXmlElement&);
 
     /** Whether this holds no element. */
