@@ -37,6 +37,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 
 namespace KxScreenRecord {
 namespace {
@@ -407,7 +408,15 @@ TagIPCMessageItem MakeRequest(std::uint32_t id, void* payload, std::size_t paylo
 
 constexpr std::uint32_t kResultSize = sizeof(std::int32_t);
 
-std::int32_t ReadResult(const TagIPCMessageItem& reply) noexcept {
+/** A reply's result; nothing when it has none. A payload of another size is logged: @p sizeText and the size. */
+std::optional<std::int32_t> ResultOf(const TagIPCMessageItem& reply, LogSite site, const char* sizeText) noexcept {
+    if (!reply.hasPayload || reply.payload == nullptr) {
+        return std::nullopt;
+    }
+    if (reply.payloadSize != kResultSize) {
+        LogError(site, sizeText, reply.payloadSize, ") error");
+        return std::nullopt;
+    }
     std::int32_t result = 0;
     std::memcpy(&result, reply.payload, kResultSize);
     return result;
@@ -427,18 +436,13 @@ bool ScreenRecordProxy::SendVCRMessage(unsigned int timeoutMs, TagIPCMessageItem
         OnError();
         return false;
     }
-    if (!reply.hasPayload || reply.payload == nullptr) {
+    const std::optional<std::int32_t> result = ResultOf(reply, kHere, "IPC return value size(");
+    if (!result) {
         OnError();
         return false;
     }
-    if (reply.payloadSize != kResultSize) {
-        LogError(kHere, "IPC return value size(", reply.payloadSize, ") error");
-        OnError();
-        return false;
-    }
-    const std::int32_t result = ReadResult(reply);
-    if (result < 0) {
-        LogError(kHere, "IPC failed!err=", result);
+    if (*result < 0) {
+        LogError(kHere, "IPC failed!err=", *result);
         OnError();
         return false;
     }
@@ -531,22 +535,17 @@ bool ScreenRecordProxy::StartLiveServer(const LiveServerParam& param, unsigned i
         OnError();
         return false;
     }
-    if (!reply.hasPayload || reply.payload == nullptr) {
+    const std::optional<std::int32_t> port = ResultOf(reply, kHere, "StartLive IPC return value size(");
+    if (!port) {
         OnError();
         return false;
     }
-    if (reply.payloadSize != kResultSize) {
-        LogError(kHere, "StartLive IPC return value size(", reply.payloadSize, ") error");
-        OnError();
-        return false;
-    }
-    const std::int32_t port = ReadResult(reply);
-    if (port <= 0) { // stricter than the other commands: 0 is no port
+    if (*port <= 0) { // stricter than the other commands: 0 is no port
         OnError();
         result = 0;
         return false;
     }
-    result = port;
+    result = *port;
     m_runStatus = RunStatus::LiveServerRunning;
     m_recordMode = RecordMode::LiveServer;
     return true;
