@@ -184,7 +184,7 @@ bool Session::Exchange(const TagIPCMessageItem& request, IPCReplyItem& reply, De
         }
     }
     static_cast<TagIPCMessageItem&>(reply) = ItemOf(exchange.reply);
-    exchange.reply.payload.release();
+    static_cast<void>(exchange.reply.payload.release()); // the reply owns the block now
     return true;
 }
 
