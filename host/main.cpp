@@ -2,6 +2,7 @@
 // options of one command and a failure into the exit code.
 #include "console.h"
 #include "errors.h"
+#include "info.h"
 #include "manifest.h"
 #include "record.h"
 #include "text.h"
@@ -10,6 +11,7 @@
 
 #include <chrono>
 #include <exception>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -40,6 +42,9 @@ struct Arguments {
     bool cursor = false;
     std::vector<std::string> manifestFiles;
     RecordOptions record;
+    InfoOptions info;
+    std::map<Argument, std::vector<std::string>> infoArguments = {
+        {Argument::File, {"KXVCR.exe"}}, {Argument::PowerValue, {"HiberbootEnabled"}}, {Argument::LogType, {"1"}}};
 };
 
 CLI::App* AddRecord(CLI::App& app, Arguments& arguments) {
@@ -82,6 +87,52 @@ CLI::App* AddManifest(CLI::App& app, Arguments& arguments) {
         ->type_name("")
         ->required();
     return manifest;
+}
+
+constexpr char kInfoHelp[] =
+    "Ask the library about this machine and the installed suite; nothing is changed. Queries that may write the "
+    "registry while they answer are left out unless --all is given";
+constexpr char kAllHelp[] =
+    "Ask also the queries that may write the registry: they take back an agreement clause that has expired, and keep "
+    "the OEM version and the serial number there";
+
+struct ArgumentOption {
+    const char* name;
+    Argument argument;
+    const char* type;
+    const char* help;
+};
+
+constexpr ArgumentOption kArgumentOptions[] = {
+    {"--file", Argument::File, "NAME", "File below kxrecord.exe's folder to verify (default KXVCR.exe)"},
+    {"--function", Argument::Function, "GROUP/NAME", "Function in config\\DeviceFuncSwitchConf.xml"},
+    {"--setting", Argument::Setting, "NAME", "Value of the suite's settings for the user"},
+    {"--power-value", Argument::PowerValue, "NAME", "Value of the system's power settings (default HiberbootEnabled)"},
+    {"--log-type", Argument::LogType, "ID", "Log type for names of log packages (default 1)"},
+};
+
+CLI::App* AddInfo(CLI::App& app, Arguments& arguments) {
+    CLI::App* const info = app.add_subcommand("info", kInfoHelp);
+    info->add_flag("--json", arguments.info.json, "One JSON object with an object for each group");
+    info->add_flag("--dpi", arguments.info.onlyDpi, "Only the display scaling");
+    info->add_flag("--all", arguments.info.mayWrite, kAllHelp);
+    for (const ArgumentOption& option : kArgumentOptions) {
+        info->add_option(option.name, arguments.infoArguments[option.argument], option.help)
+            ->type_name(option.type)
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    }
+    info->get_option("--log-type")->check(CLI::Range(0, 0x7fffffff).description(""));
+    return info;
+}
+
+InfoOptions InfoOptionsOf(const Arguments& arguments) {
+    InfoOptions options = arguments.info;
+    for (const auto& [argument, texts] : arguments.infoArguments) {
+        for (const std::string& text : texts)
+            options.arguments[argument].push_back(WideFromUtf8(text));
+    }
+    return options;
 }
 
 RecordOptions OptionsOf(Arguments& arguments) {
@@ -128,11 +179,14 @@ unsigned long Run(int count, wchar_t** texts) {
     app.require_subcommand(1);
     app.allow_windows_style_options(false); // "/videos/a.mkv" is a path, as everywhere in Windows
     const CLI::App* const record = AddRecord(app, arguments);
+    const CLI::App* const info = AddInfo(app, arguments);
     AddManifest(app, arguments);
     try {
         app.parse(ReversedArguments(count, texts));
         if (record->parsed())
             return Record(OptionsOf(arguments));
+        if (info->parsed())
+            return PrintInfo(InfoOptionsOf(arguments));
     } catch (const CLI::ParseError& error) {
         return ReportParse(app, error);
     }
