@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds everything, records five seconds of a moving screen and takes one picture out of the recording.
+# Builds host and worker, records five seconds of a moving screen and takes one picture out of the recording.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -7,7 +7,7 @@ usage() {
     cat <<'HELP'
 usage: scripts/demo.sh [--help]
 
-Prepares the machine and builds the mingw-release preset, starts a virtual display with a moving colour pattern,
+Prepares the machine and builds host and worker (mingw-release), starts a virtual display with a moving colour pattern,
 records 5 s of it with kxrecord.exe (through ScreenRecordProxy.dll, which starts the worker KXVCR.exe) and takes
 one picture out of the recording. The last line names both files, build/demo/screen.mkv and build/demo/frame.png.
 
@@ -55,7 +55,10 @@ start_pattern() {
     read -r -t "$START_LIMIT_S" line <&"${PATTERN[0]}" || { echo "the pattern did not appear" >&2; exit 1; }
 }
 
-scripts/build.sh mingw-release
+scripts/bootstrap.sh
+say "building the host, the libraries and the worker"
+cmake --preset mingw-release -Wno-dev >build/configure-demo.log || { cat build/configure-demo.log >&2; exit 1; }
+cmake --build --preset mingw-release --target kxrecord KXVCR pattern
 
 rm -rf "$DEMO"
 mkdir -p "$DEMO"

@@ -206,7 +206,9 @@ bool SystemEnvironment::RestoreSystemDpi4Common(int stepOffset) try {
     return false;
 }
 
-bool SystemEnvironment::RestoreSystemDpi() {
+bool SystemEnvironment::RestoreSystemDpi() try {
     const int product = ProductAdapt::MachineType::GetInstance().GetProductIndex();
     return RestoreSystemDpi4Common(product == kOtherOffsetProduct ? kOtherOffset : kUsualOffset);
+} catch (...) { // no memory
+    return false;
 }

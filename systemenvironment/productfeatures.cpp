@@ -53,13 +53,15 @@ const FeatureQuery kNpsPop{&ProductFeature::GetSupportNpsPopStatus,
 
 constexpr char kTimeBackPlugin[] = "SynergyPYP";
 
-bool Ask(const FeatureQuery& query) {
+bool Ask(const FeatureQuery& query) try {
     bool present = false;
     const int code = (ProductFeature::GetInstance().*query.getter)(present);
     if (code != 0) {
         WriteDebugLine(query.function, query.beforeCode, code, query.beforeFlag, present);
     }
     return present;
+} catch (...) { // no memory
+    return false;
 }
 
 } // namespace

@@ -74,9 +74,14 @@ bool ScreenCapture::CopyScreen(const ScreenRect& source, const ScreenRect& targe
     const ScreenDc screen(GetDC(nullptr));
     if (!screen)
         return false;
-    if (target.width == source.width && target.height == source.height)
-        return BitBlt(m_next.Dc(), target.left, target.top, Signed(target.width), Signed(target.height), screen.Get(),
-                      source.left, source.top, SRCCOPY) != FALSE;
+    if (target.width == source.width && target.height == source.height) {
+        const ScreenRect visible = Intersection(source, WholeScreen());
+        if (visible.width == 0)
+            return true;
+        return BitBlt(m_next.Dc(), target.left + visible.left - source.left, target.top + visible.top - source.top,
+                      Signed(visible.width), Signed(visible.height), screen.Get(), visible.left, visible.top,
+                      SRCCOPY) != FALSE;
+    }
     SetStretchBltMode(m_next.Dc(), HALFTONE);
     SetBrushOrgEx(m_next.Dc(), 0, 0, nullptr); // as HALFTONE asks
     return StretchBlt(m_next.Dc(), target.left, target.top, Signed(target.width), Signed(target.height), screen.Get(),
@@ -86,17 +91,22 @@ bool ScreenCapture::CopyScreen(const ScreenRect& source, const ScreenRect& targe
 void ScreenCapture::DrawCursor(const ScreenRect& source, const ScreenRect& target) const noexcept {
     CURSORINFO cursor = {};
     cursor.cbSize = sizeof(cursor);
-    if (!GetCursorInfo(&cursor) || (cursor.flags & CURSOR_SHOWING) == 0)
+    if (!GetCursorInfo(&cursor) || (cursor.flags & CURSOR_SHOWING) == 0 || cursor.hCursor == nullptr)
         return;
+    // The shape belongs to another program, and may be gone or out of reach; the ordinary arrow shows the place then.
+    HCURSOR shape = cursor.hCursor;
     ICONINFO icon = {};
-    if (!GetIconInfo(cursor.hCursor, &icon))
-        return;
+    if (!GetIconInfo(shape, &icon)) {
+        shape = LoadCursorW(nullptr, IDC_ARROW);
+        if (!GetIconInfo(shape, &icon))
+            return;
+    }
     const Bitmap mask(icon.hbmMask);
     const Bitmap color(icon.hbmColor);
     const int x = MulDiv(cursor.ptScreenPos.x - source.left, Signed(target.width), Signed(source.width));
     const int y = MulDiv(cursor.ptScreenPos.y - source.top, Signed(target.height), Signed(source.height));
-    DrawIconEx(m_next.Dc(), target.left + x - Signed(icon.xHotspot), target.top + y - Signed(icon.yHotspot),
-               cursor.hCursor, 0, 0, 0, nullptr, DI_NORMAL);
+    DrawIconEx(m_next.Dc(), target.left + x - Signed(icon.xHotspot), target.top + y - Signed(icon.yHotspot), shape, 0,
+               0, 0, nullptr, DI_NORMAL);
 }
 
 Grab ScreenCapture::Take() noexcept {

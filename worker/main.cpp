@@ -24,6 +24,7 @@ namespace {
 using namespace kxvcr;
 
 constexpr unsigned int kConnectTimeoutMs = 5000;
+constexpr std::uint32_t kFinishWithoutHostMs = 700; // the worker outlives its host by a second at most
 constexpr char kUsage[] =
     "KXVCR.exe is started by its host program with the argument -IPCProxy; it does nothing else.\r\n";
 
@@ -73,8 +74,9 @@ bool Serve(ScreenRecorder& recorder) {
         LOG4CPLUS_INFO(GetLogger(), L"The host says stop");
         SetEvent(end.Get());
     });
-    service.SetDisconnectCallback([&end] {
+    service.SetDisconnectCallback([&end, &recorder] {
         LOG4CPLUS_WARN(GetLogger(), L"The host is gone");
+        recorder.LimitFinish(kFinishWithoutHostMs);
         SetEvent(end.Get());
     });
     if (const unsigned long error = service.Connect(kConnectTimeoutMs); error != ERROR_SUCCESS) {

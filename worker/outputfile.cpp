@@ -62,6 +62,10 @@ bool DiskFile::Truncate(std::uint64_t size) {
     return SetFileInformationByHandle(m_file.Get(), FileEndOfFileInfo, &end, sizeof(end)) != FALSE;
 }
 
+bool DiskFile::Flush() {
+    return FlushFileBuffers(m_file.Get()) != FALSE;
+}
+
 void DiskFile::Discard() noexcept {
     m_file.Reset();
     DeleteFileW(m_path.c_str());

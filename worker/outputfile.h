@@ -27,6 +27,12 @@ public:
 
     /** Cuts the file after @p size bytes. */
     virtual bool Truncate(std::uint64_t size) = 0;
+
+    /** Waits until everything written is on the disk itself, and no longer in the system's memory alone. */
+    virtual bool Flush() = 0;
+
+    /** Closes and removes the file; every later call fails. */
+    virtual void Discard() noexcept = 0;
 };
 
 /** An OutputFile on disk. Others may read it while it is written. */
@@ -43,9 +49,8 @@ public:
 
     bool WriteAt(std::uint64_t offset, std::span<const std::byte> bytes) override;
     bool Truncate(std::uint64_t size) override;
-
-    /** Closes and removes the file; every later call fails. */
-    void Discard() noexcept;
+    bool Flush() override;
+    void Discard() noexcept override;
 
 private:
     DiskFile(FileHandle file, std::wstring path) noexcept;

@@ -2,6 +2,8 @@
 // payload has no alignment.
 #include "parameters.h"
 
+#include "replaybuffer.h"
+
 #include "screenrecordproxy.h"
 
 #include <algorithm>
@@ -63,13 +65,14 @@ Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layou
     RecordSettings read;
     if (const Result result = ChooseArea(param, layout, read.area); result != Result::Accepted)
         return result;
-    if (timeMachineSeconds != 0)
+    if (timeMachineSeconds > kMaxReplaySeconds)
         return Result::NotSupported;
     if (param.framesPerSecond != 0)
         read.framesPerSecond = param.framesPerSecond;
     if (param.jpegQuality != 0)
         read.jpegQuality = param.jpegQuality;
     read.drawCursor = param.drawCursor != 0;
+    read.replaySeconds = timeMachineSeconds;
     settings = read;
     return Result::Accepted;
 }

@@ -34,6 +34,7 @@ struct RecordSettings {
     std::uint32_t framesPerSecond = kDefaultFramesPerSecond;
     std::uint32_t jpegQuality = kDefaultJpegQuality;
     bool drawCursor = false;
+    std::uint32_t replaySeconds = 0; ///< of the screen, kept from prepare on until a recording begins with them
 };
 
 /**

@@ -1,5 +1,6 @@
-// The recorder. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
-// leave a finished, closed file.
+// The recorder. One thread captures from prepare on when a replay is kept, else from the start of the file on. Ways a
+// recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both leave a finished, closed
+// file.
 #include "recorder.h"
 
 #include "capture.h"
@@ -7,6 +8,7 @@
 #include "matroskawriter.h"
 #include "outputfile.h"
 #include "pacing.h"
+#include "stopwatch.h"
 
 #include "sdk/util/logtool.h"
 
@@ -19,35 +21,19 @@ namespace kxvcr {
 
 namespace {
 
-// Adds the time it lives to a sum of ticks.
-class Stopwatch {
-public:
-    explicit Stopwatch(std::int64_t& sum) noexcept : m_sum(sum), m_start(NowTicks()) {}
-    ~Stopwatch() { m_sum += NowTicks() - m_start; }
-    Stopwatch(const Stopwatch&) = delete;
-    Stopwatch& operator=(const Stopwatch&) = delete;
+// What may wait for the disk beside a full replay buffer: some seconds of full screens.
+constexpr std::size_t kQueueMemory = std::size_t{64} << 20;
 
-private:
-    std::int64_t& m_sum;
-    std::int64_t m_start;
-};
-
-double Milliseconds(std::int64_t ticks, std::uint64_t times) {
-    return times == 0 ? 0.0
-                      : 1000.0 * static_cast<double>(ticks) / static_cast<double>(TicksPerSecond()) /
-                            static_cast<double>(times);
-}
-
-void LogSummary(const RecordStatistics& statistics, std::uint64_t bytes) {
+void LogSummary(const RecordStatistics& statistics) {
     const std::uint64_t slots = statistics.captured + statistics.repeated + statistics.skipped;
-    LOG4CPLUS_INFO(GetLogger(),
-                   L"Recording finished: "
-                       << slots << L" frames due, " << statistics.captured << L" captured (" << statistics.unchanged
-                       << L" unchanged), " << statistics.repeated << L" repeated, " << statistics.skipped
-                       << L" skipped, " << statistics.written << L" written, " << bytes << L" bytes; grab "
-                       << Milliseconds(statistics.grabTicks, statistics.captured) << L" ms, encode "
-                       << Milliseconds(statistics.encodeTicks, statistics.captured - statistics.unchanged)
-                       << L" ms, write " << Milliseconds(statistics.writeTicks, statistics.written) << L" ms each");
+    LOG4CPLUS_INFO(
+        GetLogger(), L"Capture finished: "
+                         << slots << L" frames due, " << statistics.captured << L" captured (" << statistics.unchanged
+                         << L" unchanged), " << statistics.repeated << L" repeated, " << statistics.skipped
+                         << L" skipped; grab " << MillisecondsEach(statistics.grabTicks, statistics.captured)
+                         << L" ms, encode "
+                         << MillisecondsEach(statistics.encodeTicks, statistics.captured - statistics.unchanged)
+                         << L" ms each");
 }
 
 // The screen as encoded pictures. A screen that cannot be read (locked, another desktop) shows its last picture.
@@ -105,7 +91,6 @@ private:
 } // namespace
 
 bool FrameLoop::Give(std::uint64_t slot) {
-    const Stopwatch watch(m_statistics.writeTicks);
     if (!m_sink.AddFrame(slot, m_picture))
         return false;
     ++m_statistics.written;
@@ -177,55 +162,81 @@ Result ScreenRecorder::Prepare(const RecordSettings& settings) {
         return Result::EncoderFailed;
     m_pictures = std::move(pictures);
     m_settings = settings;
+    if (settings.replaySeconds == 0)
+        return Result::Accepted;
+    m_sink.KeepReplay(std::uint64_t{settings.replaySeconds} * settings.framesPerSecond);
+    if (!StartCapturing()) {
+        m_pictures.reset();
+        return Result::OutOfResources;
+    }
+    LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
     return Result::Accepted;
 }
 
-Result ScreenRecorder::StartFile(const std::wstring& path) {
-    const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_thread.joinable())
-        return Result::WrongOrder;
+std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) const {
     std::unique_ptr<DiskFile> file = DiskFile::Create(path);
     if (file == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << GetLastError());
-        return Result::CannotCreateFile;
+        const DWORD error = GetLastError(); // before the log changes it
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
+        return nullptr;
     }
     const ScreenRect& area = m_settings.area.area;
     std::unique_ptr<MatroskaWriter> writer =
         MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
     if (writer == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << GetLastError());
+        const DWORD error = GetLastError();
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
         file->Discard();
-        return Result::CannotCreateFile;
+        return nullptr;
     }
-    m_file = std::move(file);
-    m_writer = std::move(writer);
-    try {
-        m_thread = std::thread(&ScreenRecorder::Record, this);
-    } catch (const std::system_error&) {
-        m_writer.reset();
-        m_file->Discard();
-        m_file.reset();
+    return std::make_unique<FileSink>(std::move(file), std::move(writer), kReplayMemoryLimit + kQueueMemory);
+}
+
+Result ScreenRecorder::StartFile(const std::wstring& path) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended || m_pictures == nullptr || m_fileStarted)
+        return Result::WrongOrder;
+    std::unique_ptr<FileSink> file = OpenFile(path);
+    if (file == nullptr)
+        return Result::CannotCreateFile;
+    if (!file->Start() || !m_sink.SwitchTo(file)) {
+        file->Discard();
         return Result::OutOfResources;
     }
+    if (!StartCapturing()) {
+        m_sink.Detach()->Discard();
+        return Result::OutOfResources;
+    }
+    m_fileStarted = true;
     LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path);
     return Result::Accepted;
 }
 
-// While the thread runs, the file and its writer are the thread's; it leaves them closed.
-void ScreenRecorder::Record() noexcept {
-    FrameLoop loop(*m_pictures, *m_writer, m_settings.framesPerSecond);
+bool ScreenRecorder::StartCapturing() noexcept {
+    if (m_thread.joinable())
+        return true;
     try {
-        m_cutShort = !loop.Run(m_stop.Get());
-        if (m_cutShort)
-            LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: error "
-                                             << GetLastError() << L"; the file ends here and was closed");
-        LogSummary(loop.Statistics(), m_writer->Size());
+        m_thread = std::thread(&ScreenRecorder::Capture, this);
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+void ScreenRecorder::Capture() noexcept {
+    FrameLoop loop(*m_pictures, m_sink, m_settings.framesPerSecond);
+    try {
+        loop.Run(m_stop.Get());
+        LogSummary(loop.Statistics());
     } catch (const std::exception& failure) {
-        m_cutShort = true;
+        m_captureFailed = true;
         LOG4CPLUS_ERROR(GetLogger(), L"The recording ended early: " << failure.what());
     }
-    m_writer.reset();
-    m_file.reset();
+    m_sink.End();
+}
+
+void ScreenRecorder::LimitFinish(std::uint32_t milliseconds) noexcept {
+    m_sink.LimitFinish(NowTicks() + milliseconds * TicksPerSecond() / 1000);
 }
 
 void ScreenRecorder::Finish() noexcept {

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "capturesink.h"
 #include "commands.h"
 #include "framesink.h"
 #include "owners.h"
@@ -20,9 +21,6 @@
 
 namespace kxvcr {
 
-class DiskFile;
-class MatroskaWriter;
-
 /** What became of the slots of one recording, and the time that the steps took together. */
 struct RecordStatistics {
     std::uint64_t captured = 0;  ///< slots with a picture of their own
@@ -32,7 +30,6 @@ struct RecordStatistics {
     std::uint64_t written = 0;   ///< pictures that the sink took
     std::int64_t grabTicks = 0;
     std::int64_t encodeTicks = 0;
-    std::int64_t writeTicks = 0;
 };
 
 /** Encoded pictures of something. */
@@ -87,30 +84,41 @@ public:
 
     ScreenLayout Layout() const override;
 
-    /** Does everything slow: devices, memory, the first picture and its encoding. */
+    /**
+     * Does everything slow: devices, memory, the first picture and its encoding. Begins to capture when a replay is
+     * to be kept.
+     */
     Result Prepare(const RecordSettings& settings) override;
 
-    /** Creates the file and begins to record. A file that cannot be started is removed. */
+    /**
+     * Creates the file and begins to record, with what the replay has kept at the file's beginning. A file that
+     * cannot be started is removed.
+     */
     Result StartFile(const std::wstring& path) override;
 
     /** Ends the recording, if any; returns when its file is closed. Nothing can be started afterwards. */
     void Finish() noexcept;
 
+    /** From now on, Finish() leaves out the pictures that are still in memory after so many milliseconds. */
+    void LimitFinish(std::uint32_t milliseconds) noexcept;
+
     /** Whether a recording's file had to be closed before its end, because it could not be written. */
-    bool FileCutShort() const noexcept { return m_cutShort; }
+    bool FileCutShort() const noexcept { return m_captureFailed || m_sink.CutShort(); }
 
 private:
-    void Record() noexcept;
+    std::unique_ptr<FileSink> OpenFile(const std::wstring& path) const;
+    bool StartCapturing() noexcept;
+    void Capture() noexcept;
 
     mutable std::mutex m_mutex;
     KernelHandle m_stop;
     bool m_ended = false;
+    bool m_fileStarted = false;
     RecordSettings m_settings;
     std::unique_ptr<PictureSource> m_pictures;
-    std::unique_ptr<DiskFile> m_file;
-    std::unique_ptr<MatroskaWriter> m_writer;
+    CaptureSink m_sink;
     std::thread m_thread;
-    std::atomic<bool> m_cutShort = false;
+    std::atomic<bool> m_captureFailed = false;
 };
 
 } // namespace kxvcr

@@ -17,6 +17,17 @@ bool Contains(const ScreenRect& outer, const ScreenRect& inner) noexcept {
            covers(outer.top, outer.height, inner.top, inner.height);
 }
 
+ScreenRect Intersection(const ScreenRect& a, const ScreenRect& b) noexcept {
+    const auto end = [](std::int32_t start, std::uint32_t length) { return std::int64_t{start} + length; };
+    const std::int32_t left = std::max(a.left, b.left);
+    const std::int32_t top = std::max(a.top, b.top);
+    const std::int64_t width = std::min(end(a.left, a.width), end(b.left, b.width)) - left;
+    const std::int64_t height = std::min(end(a.top, a.height), end(b.top, b.height)) - top;
+    if (width <= 0 || height <= 0)
+        return {};
+    return {left, top, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)};
+}
+
 ScreenRect WholeScreen() noexcept {
     return {GetSystemMetrics(SM_XVIRTUALSCREEN), GetSystemMetrics(SM_YVIRTUALSCREEN),
             static_cast<std::uint32_t>(GetSystemMetrics(SM_CXVIRTUALSCREEN)),

@@ -24,6 +24,9 @@ struct ScreenRect {
 /** Whether @p inner has pixels and all of them lie in @p outer; no value overflows. */
 bool Contains(const ScreenRect& outer, const ScreenRect& inner) noexcept;
 
+/** The pixels that both have; without pixels when there are none. No value overflows. */
+ScreenRect Intersection(const ScreenRect& a, const ScreenRect& b) noexcept;
+
 /** One monitor; the handle is valid until the display configuration changes. */
 struct Monitor {
     HMONITOR handle = nullptr;

@@ -37,9 +37,19 @@ kxutil::OwnedRegistryKey Open(HKEY root, const std::wstring& subKey, DWORD acces
 
 kxutil::OwnedRegistryKey Create(HKEY root, const std::wstring& subKey, DWORD access) {
     kxutil::OwnedRegistryKey key;
-    if (IsName(subKey) && RegCreateKeyExW(root, WithoutLeadingBackslash(subKey), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                          access, nullptr, key.Receive(), nullptr) != ERROR_SUCCESS) {
-        key.Release();
+    if (!IsName(subKey)) {
+        return key;
+    }
+    const wchar_t* const path = WithoutLeadingBackslash(subKey);
+    const auto create = [&](DWORD option) {
+        const LSTATUS status = RegCreateKeyExW(root, path, 0, nullptr, option, access, nullptr, key.Receive(), nullptr);
+        if (status != ERROR_SUCCESS) {
+            key.Release();
+        }
+        return status;
+    };
+    if (create(REG_OPTION_NON_VOLATILE) == ERROR_CHILD_MUST_BE_VOLATILE) {
+        create(REG_OPTION_VOLATILE);
     }
     return key;
 }

@@ -119,6 +119,7 @@ int main() {
     windowClass.lpfnWndProc = OnMessage;
     windowClass.hInstance = GetModuleHandleW(nullptr);
     windowClass.lpszClassName = L"KxPattern";
+    windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     if (RegisterClassW(&windowClass) == 0)
         return 1;
     const HWND window = CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, L"pattern", WS_POPUP | WS_VISIBLE, 0,

@@ -80,6 +80,7 @@ class Stage:
         self.folder = work / "bin"
         self.files = work / "files"
         self._prefix = work / "prefix"
+        self.drive = self._prefix / "drive_c"
         self._count = 0
         self.folder.mkdir(parents=True)
         self.files.mkdir()
@@ -117,6 +118,11 @@ class Stage:
         if not display:
             raise AssertionError("Xvfb found no free display")
         return display, xvfb
+
+    @property
+    def display_server(self):
+        """The id of the process that serves the display."""
+        return self._xvfb.pid
 
     def close(self):
         if self._prefix.exists():

@@ -47,10 +47,21 @@ class Video:
 
     def first_picture(self):
         """A function from (x, y) to the colour (r, g, b) in the first frame."""
-        pixels = self._raw("-frames:v", "1", "-pix_fmt", "rgb24")
+        return self.picture(0)
+
+    def picture(self, frame):
+        """The same for any frame."""
+        pixels = self._raw("-vf", f"select=eq(n\\,{frame})", "-frames:v", "1", "-pix_fmt", "rgb24")
         width, height = self.size
         assert len(pixels) == width * height * 3
         return lambda x, y: tuple(pixels[(y * width + x) * 3:(y * width + x) * 3 + 3])
+
+    def frame_times_ms(self):
+        """When each frame is shown, in milliseconds since the beginning."""
+        lines = subprocess.run(
+            ["ffprobe", "-v", "error", "-show_entries", "packet=pts_time", "-of", "csv=p=0", str(self.path)],
+            capture_output=True, text=True, timeout=READ_LIMIT_S, check=True).stdout.split()
+        return [round(float(line.strip(",")) * 1000) for line in lines]
 
     def counters(self):
         """The pattern's step number in every frame of a recording of the whole screen."""

@@ -82,6 +82,36 @@ TEST_F(UtilRegistry, SetValue_MakesTheKeyAndThoseAboveIt) {
     EXPECT_EQ(number, 7);
 }
 
+/** Makes a subkey and closes it; the error code. */
+LSTATUS MakeKey(const std::wstring& path, DWORD option) {
+    HKEY key = nullptr;
+    const LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, option, kAll, nullptr, &key, nullptr);
+    if (status == ERROR_SUCCESS) {
+        RegCloseKey(key);
+    }
+    return status;
+}
+
+TEST_F(UtilRegistry, SetValueBelowAVolatileKey_MakesVolatileKeys) {
+    const std::wstring above = m_path + L"\\volatile";
+    const std::wstring deep = above + L"\\one\\two";
+    ASSERT_EQ(MakeKey(above, REG_OPTION_VOLATILE), ERROR_SUCCESS);
+    ASSERT_EQ(MakeKey(above + L"\\kept", REG_OPTION_NON_VOLATILE), ERROR_CHILD_MUST_BE_VOLATILE);
+    EXPECT_TRUE(DE::Registry::SetValue(HKEY_USERS, deep, L"number", 7, kAll));
+    EXPECT_TRUE(DE::Registry::SetValue(HKEY_USERS, above + L"\\other", L"text", std::wstring(L"1"), kAll));
+    int number = 0;
+    EXPECT_TRUE(DE::Registry::GetValue(HKEY_USERS, deep, L"number", number, kAll));
+    EXPECT_EQ(number, 7);
+    EXPECT_EQ(MakeKey(deep + L"\\kept", REG_OPTION_NON_VOLATILE), ERROR_CHILD_MUST_BE_VOLATILE);
+    DE::Registry opened;
+    EXPECT_TRUE(opened.OpenKey(HKEY_USERS, above + L"\\third", true));
+}
+
+TEST_F(UtilRegistry, SetValueBelowAKeptKey_MakesKeptKeys) {
+    ASSERT_TRUE(DE::Registry::SetValue(HKEY_USERS, m_path + L"\\one", L"number", 7, kAll));
+    EXPECT_EQ(MakeKey(m_path + L"\\one\\kept", REG_OPTION_NON_VOLATILE), ERROR_SUCCESS);
+}
+
 TEST_F(UtilRegistry, PathWithOneLeadingBackslash_NamesTheSameKey) {
     ASSERT_TRUE(DE::Registry::SetValue(HKEY_USERS, L"\\" + m_path, L"text", std::wstring(L"1"), kAll));
     EXPECT_EQ(TextOf(L"text"), L"1");

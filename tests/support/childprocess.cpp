@@ -44,12 +44,16 @@ void RunChildScenarioIfAsked(int argc, char** argv) {
 }
 
 ChildResult RunChild(const std::string& scenario) {
+    return RunChild(scenario, OwnProgram());
+}
+
+ChildResult RunChild(const std::string& scenario, const std::filesystem::path& program) {
     const TempFolder folder;
     const std::filesystem::path outputPath = folder.Path() / "output.txt";
     SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
     const HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable, CREATE_ALWAYS,
                                       FILE_ATTRIBUTE_NORMAL, nullptr);
-    std::wstring commandLine = L"\"" + OwnProgram().wstring() + L"\" " + std::wstring(kOption, std::end(kOption) - 1) +
+    std::wstring commandLine = L"\"" + program.wstring() + L"\" " + std::wstring(kOption, std::end(kOption) - 1) +
                                std::wstring(scenario.begin(), scenario.end());
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace kxtest {
@@ -24,5 +25,8 @@ struct ChildResult {
 
 /** Starts this program for the scenario and waits for its end. Throws std::runtime_error after 30 s. */
 ChildResult RunChild(const std::string& scenario);
+
+/** The same with a copy of this program that lies elsewhere. */
+ChildResult RunChild(const std::string& scenario, const std::filesystem::path& program);
 
 } // namespace kxtest

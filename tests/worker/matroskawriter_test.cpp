@@ -90,15 +90,29 @@ TEST(MatroskaWriter, AbandonedFile_PlaysToItsLastFrameAndKnowsItsLengthToTheSeco
     ExpectFrames(file, 95);
 }
 
-TEST(MatroskaWriter, FileCutAnywhere_PlaysEveryWholeFrame) {
+// Where the machine stopped: at any byte of the last two seconds, with the start of a cluster in the middle of them.
+TEST(MatroskaWriter, FileCutAtAnyByte_PlaysEveryWholeFrame) {
+    constexpr std::uint64_t kFrames = 95;
+    constexpr std::uint64_t kCutFrom = kFrames - 2 * 30;
+    const std::vector<std::byte> picture(40, std::byte{1});
     MemoryFile disk;
     const auto writer = MatroskaWriter::Create(disk, kFormat);
-    AddFrames(*writer, 65);
-
-    for (std::size_t size = disk.bytes.size(); size > disk.bytes.size() - 3 * kFrameBytes; size -= 7) {
-        const std::vector<std::byte> cut(disk.bytes.begin(), disk.bytes.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_GE(ReadMatroska(cut).frames.size(), 61u);
+    std::vector<std::size_t> ends;
+    for (std::uint64_t slot = 0; slot < kFrames; ++slot) {
+        writer->AddFrame(slot, picture);
+        ends.push_back(disk.bytes.size());
     }
+
+    std::size_t cuts = 0;
+    for (std::size_t size = disk.bytes.size(); size >= ends[kCutFrom]; --size) {
+        const std::vector<std::byte> cut(disk.bytes.begin(), disk.bytes.begin() + static_cast<std::ptrdiff_t>(size));
+        const auto whole = std::upper_bound(ends.begin(), ends.end(), size) - ends.begin();
+        const MatroskaFile file = ReadMatroska(cut);
+        ASSERT_EQ(file.frames.size(), static_cast<std::size_t>(whole)) << "cut at byte " << size;
+        ASSERT_EQ(file.frames.back().bytes, picture);
+        ++cuts;
+    }
+    EXPECT_GT(cuts, 60 * picture.size());
 }
 
 TEST(MatroskaWriter, FrameInAnOpenCluster_ReachesTheFileInOneWrite) {

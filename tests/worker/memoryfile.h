@@ -34,9 +34,38 @@ public:
         return true;
     }
 
+    bool Flush() override {
+        ++flushes;
+        return true;
+    }
+
+    void Discard() noexcept override {
+        capacity = 0;
+        bytes.clear();
+        isDiscarded = true;
+    }
+
     std::uint64_t capacity;
     std::vector<std::byte> bytes;
+    std::size_t flushes = 0;
+    bool isDiscarded = false;
     std::size_t writes = 0;
+};
+
+/** Hands everything on to a file that outlives it. */
+class ForwardingFile final : public kxvcr::OutputFile {
+public:
+    explicit ForwardingFile(kxvcr::OutputFile& target) : m_target(target) {}
+
+    bool WriteAt(std::uint64_t offset, std::span<const std::byte> source) override {
+        return m_target.WriteAt(offset, source);
+    }
+    bool Truncate(std::uint64_t size) override { return m_target.Truncate(size); }
+    bool Flush() override { return m_target.Flush(); }
+    void Discard() noexcept override { m_target.Discard(); }
+
+private:
+    kxvcr::OutputFile& m_target;
 };
 
 } // namespace kxtest

@@ -89,6 +89,30 @@ TEST_F(DiskFileTest, PathPastTheOrdinaryLimit_IsCreated) {
     EXPECT_TRUE(file->WriteAt(0, Bytes("x")));
 }
 
+// The system stores the hole before the bytes in no space, or in four gigabytes until the test ends.
+TEST_F(DiskFileTest, OffsetPastFourGigabytes_IsReached) {
+    constexpr std::uint64_t kOffset = (std::uint64_t{1} << 32) + 5;
+    const auto file = DiskFile::Create(folder / L"a.mkv");
+
+    EXPECT_TRUE(file->WriteAt(0, Bytes("first")));
+    EXPECT_TRUE(file->WriteAt(kOffset, Bytes("second")));
+
+    EXPECT_EQ(fs::file_size(folder / L"a.mkv"), kOffset + 6);
+    EXPECT_TRUE(file->Truncate(kOffset + 3));
+    EXPECT_EQ(fs::file_size(folder / L"a.mkv"), kOffset + 3);
+    EXPECT_TRUE(file->Truncate(5));
+    EXPECT_EQ(Read(folder / L"a.mkv"), "first");
+}
+
+TEST_F(DiskFileTest, Flush_WorksUntilTheFileIsDiscarded) {
+    const auto file = DiskFile::Create(folder / L"a.mkv");
+    file->WriteAt(0, Bytes("x"));
+
+    EXPECT_TRUE(file->Flush());
+    file->Discard();
+    EXPECT_FALSE(file->Flush());
+}
+
 TEST_F(DiskFileTest, DiscardedFile_IsGone) {
     const auto file = DiskFile::Create(folder / L"a.mkv");
     file->WriteAt(0, Bytes("x"));

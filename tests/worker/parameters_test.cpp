@@ -134,14 +134,32 @@ TEST(ReadPrepare, OtherSizes_AreRefusedAndLeaveTheSettings) {
     EXPECT_EQ(settings.framesPerSecond, 7u);
 }
 
-TEST(ReadPrepare, TimeMachine_IsNotSupportedUnlessZero) {
+TEST(ReadPrepare, TimeMachine_IsTakenUpToItsLimit) {
     std::vector<std::byte> payload = BytesOf(ScreenRecordParam{});
     payload.resize(48);
     RecordSettings settings;
+    const auto read = [&](std::uint32_t seconds) {
+        std::memcpy(payload.data() + 44, &seconds, sizeof(seconds));
+        return ReadPrepare(payload, TwoMonitors(), settings);
+    };
 
-    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::Accepted);
-    payload[44] = std::byte{10};
-    EXPECT_EQ(ReadPrepare(payload, TwoMonitors(), settings), Result::NotSupported);
+    EXPECT_EQ(read(0), Result::Accepted);
+    EXPECT_EQ(settings.replaySeconds, 0u);
+    EXPECT_EQ(read(300), Result::Accepted);
+    EXPECT_EQ(settings.replaySeconds, 300u);
+    EXPECT_EQ(read(301), Result::NotSupported);
+    EXPECT_EQ(read(0xFFFFFFFF), Result::NotSupported);
+    EXPECT_EQ(settings.replaySeconds, 300u);
+}
+
+TEST(ScreenLayout, Intersection_IsWhatBothHave) {
+    const ScreenRect screen{-800, 0, 2080, 720};
+
+    EXPECT_EQ(Intersection(screen, {100, 50, 10, 20}), (ScreenRect{100, 50, 10, 20}));
+    EXPECT_EQ(Intersection({1200, -10, 200, 30}, screen), (ScreenRect{1200, 0, 80, 20}));
+    EXPECT_EQ(Intersection(screen, {1280, 0, 10, 10}), ScreenRect{});
+    EXPECT_EQ(Intersection(screen, {-900, 0, 50, 10}), ScreenRect{});
+    EXPECT_EQ(Intersection({INT32_MIN, INT32_MIN, UINT32_MAX, UINT32_MAX}, screen), screen);
 }
 
 TEST(ReadLocalRecord, TerminatedPath_IsTaken) {

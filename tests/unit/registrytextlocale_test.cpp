@@ -1,0 +1,558 @@
+// Per-user settings, the OEM file's text, the user's locale and the names of log types.
+#include "systemenvironment.h"
+
+#include "queryfixture.h"
+#include "support/childprocess.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <optional>
+#include <ostream>
+
+namespace {
+
+using fakeutil::Call;
+using fakeutil::RegistryData;
+namespace call = fakeutil::call;
+using querytest::kFullAccess;
+using querytest::kLongLength;
+using querytest::LockedFile;
+using querytest::OemFile;
+using querytest::QueryTest;
+using querytest::Utf16File;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::wstring kSettings = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Orvane\\Calvora\\setting";
+const Call kSidCall{"KXPROCESS::GetCurrentUserSidstr", ""};
+
+// --- per-user settings
+
+class ReadValueTest : public QueryTest {
+protected:
+    using Bytes = std::vector<unsigned char>;
+
+    static void Store(RegistryData data) {
+        fakeutil::SetRegistryValue(HKEY_USERS, kSettings, L"Name", std::move(data));
+    }
+    static constexpr wchar_t kBadArgumentLine[] =
+        L"key name is empty or out value ptr is null(SystemEnvironment::ReadValue)\n";
+};
+
+TEST_F(ReadValueTest, StoredBytes_FillTheBeginningOfTheBuffer) {
+    Store(Bytes{1, 0, 0xFF});
+    Bytes buffer(5, 0xAA);
+    EXPECT_TRUE(SystemEnvironment::ReadValue(L"Name", buffer.data(), 5));
+    EXPECT_EQ(buffer, (Bytes{1, 0, 0xFF, 0xAA, 0xAA}));
+    EXPECT_THAT(fakeutil::Calls(),
+                ElementsAre(kSidCall, call::ReadBytes(HKEY_USERS, kSettings, L"Name", 5, kFullAccess)));
+}
+
+TEST_F(ReadValueTest, BufferOfTheExactSize_IsEnoughAndOneByteLessIsNot) {
+    Store(Bytes{1, 2, 3});
+    Bytes buffer(3, 0xAA);
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", buffer.data(), 2));
+    EXPECT_EQ(buffer, Bytes(3, 0xAA));
+    EXPECT_TRUE(SystemEnvironment::ReadValue(L"Name", buffer.data(), 3));
+    EXPECT_EQ(buffer, (Bytes{1, 2, 3}));
+}
+
+TEST_F(ReadValueTest, SizeOfZeroOrLess_IsPassedThrough) {
+    Store(Bytes{1});
+    unsigned char byte = 0xAA;
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", &byte, 0));
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", &byte, -1));
+    EXPECT_EQ(byte, 0xAA);
+    EXPECT_THAT(fakeutil::RegistryCalls(),
+                ElementsAre(call::ReadBytes(HKEY_USERS, kSettings, L"Name", 0, kFullAccess),
+                            call::ReadBytes(HKEY_USERS, kSettings, L"Name", -1, kFullAccess)));
+}
+
+TEST_F(ReadValueTest, EmptyName_IsReportedAndTheRegistryIsNotTouched) {
+    unsigned char byte = 0xAA;
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"", &byte, 1));
+    EXPECT_EQ(byte, 0xAA);
+    EXPECT_THAT(fakeutil::Calls(), IsEmpty());
+    EXPECT_THAT(TakeLines(), ElementsAre(kBadArgumentLine));
+}
+
+TEST_F(ReadValueTest, NullBuffer_IsReportedAndTheRegistryIsNotTouched) {
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", nullptr, 1));
+    EXPECT_THAT(fakeutil::Calls(), IsEmpty());
+    EXPECT_THAT(TakeLines(), ElementsAre(kBadArgumentLine));
+}
+
+TEST_F(ReadValueTest, EmptyNameAndNullBuffer_AreReportedOnce) {
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"", nullptr, 1));
+    EXPECT_THAT(TakeLines(), ElementsAre(kBadArgumentLine));
+}
+
+TEST_F(ReadValueTest, MissingOrRefused_FalseAndTheBufferIsUntouched) {
+    unsigned char byte = 0xAA;
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", &byte, 1));
+    Store(Bytes{1});
+    fakeutil::RefuseRegistryAccess(KEY_SET_VALUE);
+    EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", &byte, 1));
+    EXPECT_EQ(byte, 0xAA);
+}
+
+TEST_F(ReadValueTest, AnyCallThrows_FalseAndTheNextWorks) {
+    Store(Bytes{1});
+    unsigned char byte = 0xAA;
+    for (const char* function : {"KXPROCESS::GetCurrentUserSidstr", "DE::Registry::GetValue"}) {
+        SCOPED_TRACE(function);
+        fakeutil::ThrowFrom(function);
+        EXPECT_NO_THROW(EXPECT_FALSE(SystemEnvironment::ReadValue(L"Name", &byte, 1)));
+        EXPECT_FALSE(fakeutil::IsThrowPending());
+    }
+    EXPECT_TRUE(SystemEnvironment::ReadValue(L"Name", &byte, 1));
+    EXPECT_EQ(byte, 1);
+}
+
+struct NumberCase {
+    unsigned long stored;
+    int expected;
+};
+class ReadNumberTest : public ReadValueTest, public testing::WithParamInterface<NumberCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Numbers, ReadNumberTest,
+                         testing::Values(NumberCase{0, 0}, NumberCase{7, 7}, NumberCase{0x7FFFFFFF, 2147483647},
+                                         NumberCase{0x80000000, -2147483647 - 1}, NumberCase{0xFFFFFFFE, -2},
+                                         NumberCase{0xFFFFFFFF, -1}));
+
+TEST_P(ReadNumberTest, StoredNumber_IsGiven) {
+    Store(GetParam().stored);
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), GetParam().expected);
+    EXPECT_THAT(fakeutil::Calls(), ElementsAre(kSidCall, call::ReadInt(HKEY_USERS, kSettings, L"Name", kFullAccess)));
+}
+
+TEST_F(ReadValueTest, NumberMissingOrNoNumber_MinusOne) {
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), -1);
+    Store(std::wstring(L"7"));
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), -1);
+    Store(7ul);
+    fakeutil::RefuseRegistryAccess(KEY_SET_VALUE);
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), -1);
+}
+
+TEST_F(ReadValueTest, NumberWithAnEmptyName_IsTheKeysOwnValue) {
+    fakeutil::SetRegistryValue(HKEY_USERS, kSettings, L"", 4ul);
+    EXPECT_EQ(SystemEnvironment::ReadValue(L""), 4);
+}
+
+TEST_F(ReadValueTest, AnyCallThrowsForANumber_MinusOneAndTheNextWorks) {
+    Store(7ul);
+    for (const char* function : {"KXPROCESS::GetCurrentUserSidstr", "DE::Registry::GetValue"}) {
+        SCOPED_TRACE(function);
+        fakeutil::ThrowFrom(function);
+        EXPECT_NO_THROW(EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), -1));
+        EXPECT_FALSE(fakeutil::IsThrowPending());
+    }
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), 7);
+}
+
+TEST_F(ReadValueTest, UserChanges_TheOtherUsersKeyIsRead) {
+    Store(7ul);
+    fakeutil::SetUserSid(L"S-1-5-18");
+    fakeutil::SetRegistryValue(HKEY_USERS, L"S-1-5-18\\SOFTWARE\\Orvane\\Calvora\\setting", L"Name", 8ul);
+    EXPECT_EQ(SystemEnvironment::ReadValue(L"Name"), 8);
+}
+
+// --- the OEM file
+
+class OemFileTest : public QueryTest {
+private:
+    OemFile m_file;
+};
+
+struct MarkCase {
+    std::string bytes;
+    bool isUnicode;
+};
+std::ostream& operator<<(std::ostream& out, const MarkCase& mark) {
+    return out << testing::PrintToString(mark.bytes);
+}
+class MarkTest : public OemFileTest, public testing::WithParamInterface<MarkCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Files, MarkTest,
+                         testing::Values(MarkCase{"", false}, MarkCase{"\xff", false}, MarkCase{"\xfe", false},
+                                         MarkCase{"\xff\xfe", true}, MarkCase{"\xfe\xff", true},
+                                         MarkCase{"\xff\xff", false}, MarkCase{"\xfe\xfe", false},
+                                         MarkCase{std::string(2, '\0'), false}, MarkCase{"V1", false},
+                                         MarkCase{"\xff\xfeV", true}, MarkCase{Utf16File(L"V1.05"), true},
+                                         MarkCase{"\xfe\xff\x56", true}, MarkCase{"\xef\xbb\xbfV", false},
+                                         MarkCase{"V\xff\xfe", false}, MarkCase{"\x1a\xff\xfe", false},
+                                         MarkCase{"\r\n\xff\xfe", false}));
+
+TEST_P(MarkTest, FirstTwoBytes_Decide) {
+    OemFile::Write(GetParam().bytes);
+    EXPECT_EQ(SystemEnvironment::IsFileUnicode(), GetParam().isUnicode);
+}
+
+struct TextCase {
+    std::string bytes;
+    std::wstring text;
+};
+std::ostream& operator<<(std::ostream& out, const TextCase& file) {
+    return out << testing::PrintToString(file.bytes);
+}
+class UnicodeStringTest : public OemFileTest, public testing::WithParamInterface<TextCase> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, UnicodeStringTest,
+    testing::Values(TextCase{"", L""}, TextCase{"\xff", L""}, TextCase{"\xff\xfe", L""}, TextCase{"V1", L""},
+                    TextCase{Utf16File(L"V"), L"V"}, TextCase{Utf16File(L"V1.05_2021\r\n"), L"V1.05_2021\r\n"},
+                    // The units are as stored whatever the mark says, and whether there is one.
+                    TextCase{std::string("\xfe\xff\0V", 4), L"\x5600"}, TextCase{std::string("\xfe\xffV\0", 4), L"V"},
+                    TextCase{std::string("abV\0", 4), L"V"},
+                    // Nothing ends the text before the file's end.
+                    TextCase{Utf16File(std::wstring(L"a\0b", 3)), std::wstring(L"a\0b", 3)},
+                    TextCase{"\xff\xfe\x1a\x1a\r\n\x0a\x0d", L"\x1a1a\x0a0d\x0d0a"},
+                    TextCase{Utf16File(L"\xd83d\xde00\xd800"), L"\xd83d\xde00\xd800"},
+                    TextCase{Utf16File(std::wstring(1 << 20, L'x')), std::wstring(1 << 20, L'x')}));
+
+TEST_P(UnicodeStringTest, UnitsAfterTheFirstTwoBytes_AreTheText) {
+    OemFile::Write(GetParam().bytes);
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), GetParam().text);
+}
+
+TEST_F(OemFileTest, OddLength_EmptyAndReported) {
+    for (const std::string bytes : {"\xff\xfeV", "V12", "\xff\xfeV1V"}) {
+        SCOPED_TRACE(testing::PrintToString(bytes));
+        OemFile::Write(bytes);
+        EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"");
+        EXPECT_THAT(TakeLines(), ElementsAre(L"memcpy_s fail err:34(SystemEnvironment::GetUnicodeString)\n"));
+    }
+}
+
+TEST_F(OemFileTest, LargeFileOfOddLength_EmptyAndReported) {
+    OemFile::Write(Utf16File(std::wstring(1 << 20, L'x')) + "x");
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"");
+    EXPECT_THAT(TakeLines(), ElementsAre(L"memcpy_s fail err:34(SystemEnvironment::GetUnicodeString)\n"));
+}
+
+TEST_F(OemFileTest, Missing_NoUnicodeAndNoText) {
+    EXPECT_FALSE(SystemEnvironment::IsFileUnicode());
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"");
+}
+
+TEST_F(OemFileTest, CannotBeOpened_NoUnicodeAndNoTextUntilItCan) {
+    OemFile::Write(Utf16File(L"V"));
+    {
+        const LockedFile locked(OemFile::kPath);
+        EXPECT_FALSE(SystemEnvironment::IsFileUnicode());
+        EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"");
+    }
+    EXPECT_TRUE(SystemEnvironment::IsFileUnicode());
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"V");
+}
+
+TEST_F(OemFileTest, FolderInItsPlace_NoUnicodeAndNoText) {
+    std::filesystem::create_directories(OemFile::kPath);
+    EXPECT_FALSE(SystemEnvironment::IsFileUnicode());
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"");
+}
+
+TEST_F(OemFileTest, AfterReading_TheFileIsClosed) {
+    OemFile::Write(Utf16File(L"V"));
+    SystemEnvironment::IsFileUnicode();
+    SystemEnvironment::GetUnicodeString();
+    EXPECT_NO_THROW(LockedFile{OemFile::kPath});
+    OemFile::Write("V12");
+    SystemEnvironment::GetUnicodeString();
+    EXPECT_NO_THROW(LockedFile{OemFile::kPath});
+    TakeLines();
+}
+
+// --- the user's locale
+
+constexpr wchar_t kSystemAccount[] = L"S-1-5-18";
+
+struct LocaleReader {
+    const char* function;
+    std::function<std::string()> read;
+    std::string defaultName;
+};
+std::ostream& operator<<(std::ostream& out, const LocaleReader& reader) {
+    return out << reader.function;
+}
+
+class LocaleTest : public QueryTest, public testing::WithParamInterface<LocaleReader> {
+protected:
+    static std::wstring KeyOf(const std::wstring& sid) { return sid + L"\\Control Panel\\International"; }
+    static void Store(RegistryData data, const std::wstring& sid = fakeutil::kDefaultSid) {
+        fakeutil::SetRegistryValue(HKEY_USERS, KeyOf(sid), L"LocaleName", std::move(data));
+    }
+    static void ExpectRead(const std::string& expected, const std::wstring& sid = fakeutil::kDefaultSid) {
+        EXPECT_EQ(GetParam().read(), expected);
+        EXPECT_THAT(fakeutil::Calls(),
+                    ElementsAre(kSidCall, call::ReadText(HKEY_USERS, KeyOf(sid), L"LocaleName", kFullAccess)));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, LocaleTest,
+    testing::Values(LocaleReader{"GetUserLocaleName", [] { return SystemEnvironment::GetUserLocaleName(); }, "en-US"},
+                    LocaleReader{"GetUserLocaleNameCN", [] { return SystemEnvironment::GetUserLocaleNameCN(); },
+                                 "zh-CN"}));
+
+TEST_P(LocaleTest, StoredName_IsGivenAsItIs) {
+    Store(std::wstring(L"de-DE"));
+    ExpectRead("de-DE");
+}
+
+TEST_P(LocaleTest, Missing_Default) {
+    ExpectRead(GetParam().defaultName);
+}
+
+TEST_P(LocaleTest, EmptyName_Default) {
+    Store(std::wstring());
+    ExpectRead(GetParam().defaultName);
+}
+
+TEST_P(LocaleTest, NumberWhereATextBelongs_Default) {
+    Store(7ul);
+    ExpectRead(GetParam().defaultName);
+}
+
+TEST_P(LocaleTest, FullAccessRefused_Default) {
+    Store(std::wstring(L"de-DE"));
+    fakeutil::RefuseRegistryAccess(KEY_SET_VALUE);
+    ExpectRead(GetParam().defaultName);
+}
+
+TEST_P(LocaleTest, NameOutsideAscii_IsUtf8) {
+    Store(std::wstring(L" \u00e9\u4e00\U0001F600 "));
+    ExpectRead(" \xc3\xa9\xe4\xb8\x80\xf0\x9f\x98\x80 ");
+}
+
+TEST_P(LocaleTest, LongName_IsWhole) {
+    Store(std::wstring(kLongLength, L'x'));
+    ExpectRead(std::string(kLongLength, 'x'));
+}
+
+TEST_P(LocaleTest, AccountsLikeTheLocalSystem_AreReadLikeAnyOther) {
+    for (const std::wstring sid : {L"S-1-5-19", L"S-1-5-180", L"S-1-5-1", L"s-1-5-18", L"S-1-5-18 ", L""}) {
+        SCOPED_TRACE(testing::PrintToString(sid));
+        Restart();
+        fakeutil::SetUserSid(sid);
+        Store(std::wstring(L"de-DE"), sid);
+        ExpectRead("de-DE", sid);
+    }
+}
+
+TEST_P(LocaleTest, AnyCallThrows_DefaultAndTheNextWorks) {
+    Store(std::wstring(L"de-DE"));
+    for (const char* function : {"KXPROCESS::GetCurrentUserSidstr", "DE::Registry::GetValue"}) {
+        SCOPED_TRACE(function);
+        fakeutil::ThrowFrom(function);
+        EXPECT_NO_THROW(EXPECT_EQ(GetParam().read(), GetParam().defaultName));
+        EXPECT_FALSE(fakeutil::IsThrowPending());
+    }
+    EXPECT_EQ(GetParam().read(), "de-DE");
+}
+
+TEST_F(QueryTest, LocaleInTheLocalSystemAccount_EnglishWithoutReading) {
+    fakeutil::SetUserSid(kSystemAccount);
+    fakeutil::SetRegistryValue(HKEY_USERS, L"S-1-5-18\\Control Panel\\International", L"LocaleName",
+                               std::wstring(L"de-DE"));
+    EXPECT_EQ(SystemEnvironment::GetUserLocaleName(), "en-US");
+    EXPECT_THAT(fakeutil::Calls(), ElementsAre(kSidCall));
+}
+
+TEST_F(QueryTest, LocaleCnInTheLocalSystemAccount_IsItsHivesOrChinese) {
+    fakeutil::SetUserSid(kSystemAccount);
+    EXPECT_EQ(SystemEnvironment::GetUserLocaleNameCN(), "zh-CN");
+    fakeutil::SetRegistryValue(HKEY_USERS, L"S-1-5-18\\Control Panel\\International", L"LocaleName",
+                               std::wstring(L"de-DE"));
+    EXPECT_EQ(SystemEnvironment::GetUserLocaleNameCN(), "de-DE");
+}
+
+// --- log types
+
+std::filesystem::path LogTypeFile() {
+    return kxtest::OwnFolder() / "config" / "LogType.xml";
+}
+
+class LogTypeTest : public QueryTest {
+protected:
+    ~LogTypeTest() override { std::filesystem::remove(LogTypeFile()); }
+    static constexpr wchar_t kFailedLine[] = L"load xml file failed(SystemEnvironment::GetStringNameById)\n";
+};
+
+struct LogTypeCase {
+    std::string file;
+    int id;
+    std::string name;
+};
+std::ostream& operator<<(std::ostream& out, const LogTypeCase& logType) {
+    return out << logType.id << " in " << logType.file;
+}
+class LogTypeLookUpTest : public LogTypeTest, public testing::WithParamInterface<LogTypeCase> {};
+
+const char* const kTwoItems = "<T><Item ID=\"1\" Value=\"one\"/><Item ID=\"2\" Value=\"two\"/></T>";
+const char* const kOthersAround = "<T><Other ID=\"3\" Value=\"before\"/><Item ID=\"1\" Value=\"one\"/>"
+                                  "<Other ID=\"3\" Value=\"after\"/></T>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Tables, LogTypeLookUpTest,
+    testing::Values(
+        LogTypeCase{kTwoItems, 1, "one"}, LogTypeCase{kTwoItems, 2, "two"}, LogTypeCase{kTwoItems, 3, "null"},
+        LogTypeCase{kTwoItems, 0, "null"}, LogTypeCase{"<any-root><Item ID=\"1\" Value=\"one\"/></any-root>", 1, "one"},
+        // Any name counts, but only from the first Item on.
+        LogTypeCase{kOthersAround, 3, "after"}, LogTypeCase{"<T><Other ID=\"3\" Value=\"x\"/></T>", 3, "null"},
+        LogTypeCase{"<T><item ID=\"3\" Value=\"x\"/></T>", 3, "null"}, LogTypeCase{"<T/>", 3, "null"},
+        LogTypeCase{"<T><Box><Item ID=\"3\" Value=\"x\"/></Box></T>", 3, "null"},
+        LogTypeCase{"<T><Item ID=\"1\"/><Box><Item ID=\"3\" Value=\"x\"/></Box></T>", 3, "null"},
+        LogTypeCase{"<T><Item ID=\"3\" Value=\"x\"/><Item ID=\"3\" Value=\"y\"/></T>", 3, "x"},
+        LogTypeCase{"<Item ID=\"3\" Value=\"root\"/>", 3, "null"},
+        LogTypeCase{"<T>text<!-- c --><Item ID=\"1\"/>text<Item ID=\"3\" Value=\"x\"/></T>", 3, "x"},
+        // An element without the attribute has no number, not even 0.
+        LogTypeCase{"<T><Item Value=\"x\"/></T>", 0, "null"},
+        LogTypeCase{"<T><Item id=\"3\" Value=\"x\"/></T>", 3, "null"},
+        LogTypeCase{"<T><Item Value=\"x\"/><Item ID=\"3\" Value=\"y\"/></T>", 3, "y"},
+        LogTypeCase{"<T><Item ID=\"07\" Value=\"x\"/></T>", 7, "x"},
+        LogTypeCase{"<T><Item ID=\"  7\" Value=\"x\"/></T>", 7, "x"},
+        LogTypeCase{"<T><Item ID=\"+7\" Value=\"x\"/></T>", 7, "x"},
+        LogTypeCase{"<T><Item ID=\"-7\" Value=\"x\"/></T>", -7, "x"},
+        LogTypeCase{"<T><Item ID=\"-7\" Value=\"x\"/></T>", 7, "null"},
+        LogTypeCase{"<T><Item ID=\"7.9\" Value=\"x\"/></T>", 7, "x"},
+        LogTypeCase{"<T><Item ID=\"7 8\" Value=\"x\"/></T>", 7, "x"},
+        LogTypeCase{"<T><Item ID=\"x7\" Value=\"x\"/></T>", 0, "x"},
+        LogTypeCase{"<T><Item ID=\"\" Value=\"x\"/></T>", 0, "x"},
+        LogTypeCase{"<T><Item ID=\"0x10\" Value=\"x\"/></T>", 0, "x"},
+        LogTypeCase{"<T><Item ID=\"- 7\" Value=\"x\"/></T>", 0, "x"},
+        LogTypeCase{"<T><Item ID=\"2147483647\" Value=\"x\"/></T>", 2147483647, "x"},
+        LogTypeCase{"<T><Item ID=\"-2147483648\" Value=\"x\"/></T>", -2147483647 - 1, "x"},
+        LogTypeCase{"<T><Item ID=\"7\"/></T>", 7, ""}, LogTypeCase{"<T><Item ID=\"7\" Value=\"\"/></T>", 7, ""},
+        LogTypeCase{"<T><Item ID=\"7\" value=\"x\">text</Item></T>", 7, ""},
+        LogTypeCase{"<T><Item ID=\"7\" Value=\" a &amp; \xc3\xa9 \"/></T>", 7, " a & \xc3\xa9 "},
+        LogTypeCase{"<T><Item ID=\"7\" Value=\"null\"/></T>", 7, "null"}));
+
+TEST_P(LogTypeLookUpTest, Table_GivesTheName) {
+    kxtest::WriteFileBytes(LogTypeFile(), GetParam().file);
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(GetParam().id), GetParam().name);
+    EXPECT_THAT(fakeutil::ArgumentsOf("KxXMLDocument::LoadFile"), ElementsAre(LogTypeFile().string()));
+}
+
+TEST_F(LogTypeTest, MissingFile_NullAndReportedUntilItIsThere) {
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+    EXPECT_THAT(TakeLines(), ElementsAre(kFailedLine));
+    kxtest::WriteFileBytes(LogTypeFile(), kTwoItems);
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "one");
+}
+
+TEST_F(LogTypeTest, FileThatIsNoXml_NullAndReported) {
+    for (const char* bytes : {"", "no xml", "<T><Item ID=\"1\" Value=\"one\"/>"}) {
+        SCOPED_TRACE(bytes);
+        kxtest::WriteFileBytes(LogTypeFile(), bytes);
+        EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+        EXPECT_THAT(TakeLines(), ElementsAre(kFailedLine));
+    }
+}
+
+TEST_F(LogTypeTest, LoadFailsWithAnyCode_NullAndReported) {
+    kxtest::WriteFileBytes(LogTypeFile(), kTwoItems);
+    for (const int code : {1, 19, -1}) {
+        fakeutil::ScriptLoadFile([code](const std::string&) { return code; });
+        EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+        EXPECT_THAT(TakeLines(), ElementsAre(kFailedLine));
+    }
+}
+
+TEST_F(LogTypeTest, NoRootElement_NullWithoutALine) {
+    kxtest::WriteFileBytes(LogTypeFile(), kTwoItems);
+    fakeutil::ScriptRootElementIsNull([] { return true; });
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+}
+
+TEST_F(LogTypeTest, LoadThrows_NullAndTheNextWorks) {
+    kxtest::WriteFileBytes(LogTypeFile(), kTwoItems);
+    fakeutil::ScriptLoadFile([](const std::string&) -> std::optional<KxXmlError> { throw std::bad_alloc(); });
+    EXPECT_NO_THROW(EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null"));
+    fakeutil::ScriptLoadFile(nullptr);
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "one");
+}
+
+// The path of Util.dll as the library under test gets it.
+using ModulePathHook = kxtest::ImportHook<"KERNEL32.dll", "GetModuleFileNameA", decltype(GetModuleFileNameA)>;
+
+TEST_F(LogTypeTest, PathOfTheLoadedUtil_IsAskedForAndDecides) {
+    HMODULE asked = nullptr;
+    DWORD offered = 0;
+    const ModulePathHook hook([&](HMODULE module, LPSTR path, DWORD size) -> DWORD {
+        asked = module;
+        offered = size;
+        const std::string elsewhere = "Q:\\some where\\Util.dll";
+        std::memcpy(path, elsewhere.c_str(), elsewhere.size() + 1);
+        return static_cast<DWORD>(elsewhere.size());
+    });
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+    EXPECT_THAT(fakeutil::ArgumentsOf("KxXMLDocument::LoadFile"), ElementsAre("Q:\\some where\\config\\LogType.xml"));
+    EXPECT_EQ(asked, GetModuleHandleW(L"Util.dll"));
+    EXPECT_EQ(offered, DWORD{MAX_PATH});
+    EXPECT_THAT(TakeLines(), ElementsAre(kFailedLine));
+}
+
+TEST_F(LogTypeTest, PathThatFillsTheBuffer_NullAndReported) {
+    const ModulePathHook hook([](HMODULE, LPSTR path, DWORD size) {
+        std::memset(path, 'x', size);
+        std::memcpy(path, "Q:\\", 3);
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return size;
+    });
+    EXPECT_EQ(SystemEnvironment::GetStringNameById(1), "null");
+    EXPECT_THAT(TakeLines(), ElementsAre(kFailedLine));
+}
+
+// --- Util.dll in another folder than the host
+
+class PathVariable {
+public:
+    explicit PathVariable(const std::filesystem::path& first) {
+        const DWORD length = GetEnvironmentVariableW(L"PATH", nullptr, 0);
+        m_former.resize(length);
+        m_former.resize(GetEnvironmentVariableW(L"PATH", m_former.data(), length));
+        SetEnvironmentVariableW(L"PATH", (first.wstring() + L";" + m_former).c_str());
+    }
+    ~PathVariable() { SetEnvironmentVariableW(L"PATH", m_former.c_str()); }
+    PathVariable(const PathVariable&) = delete;
+    PathVariable& operator=(const PathVariable&) = delete;
+
+private:
+    std::wstring m_former;
+};
+
+const kxtest::ChildScenario kLogTypeScenario("log-type", [] {
+    std::wstring util(MAX_PATH, L'\0');
+    util.resize(GetModuleFileNameW(GetModuleHandleW(L"Util.dll"), util.data(), MAX_PATH));
+    std::printf("%s %s %s", kxtest::OwnFolder().filename().string().c_str(),
+                std::filesystem::path(util).parent_path().filename().string().c_str(),
+                SystemEnvironment::GetStringNameById(1).c_str());
+});
+
+TEST(LogTypeFolder, UtilInAnotherFolderThanTheHost_TableBesideUtilIsRead) {
+    const kxtest::TempFolder folder;
+    const std::filesystem::path host = folder.Path() / "host";
+    const std::filesystem::path shared = folder.Path() / "shared";
+    std::filesystem::create_directories(host);
+    std::filesystem::create_directories(shared);
+    for (const auto& file : std::filesystem::directory_iterator(kxtest::OwnFolder())) {
+        if (file.path().extension() == ".dll") {
+            std::filesystem::copy(file.path(), file.path().filename() == "Util.dll" ? shared : host);
+        }
+    }
+    const std::filesystem::path program = host / kxtest::OwnProgram().filename();
+    std::filesystem::copy(kxtest::OwnProgram(), program);
+    kxtest::WriteFileBytes(host / "config" / "LogType.xml", "<T><Item ID=\"1\" Value=\"of the host\"/></T>");
+    // The current folder comes before those of the variable.
+    const kxtest::CurrentFolder current(host);
+    const PathVariable path(shared);
+    EXPECT_EQ(kxtest::RunChild("log-type", program).output, "host shared null");
+    kxtest::WriteFileBytes(shared / "config" / "LogType.xml", "<T><Item ID=\"1\" Value=\"of the library\"/></T>");
+    EXPECT_EQ(kxtest::RunChild("log-type", program).output, "host shared of the library");
+}
+
+} // namespace
