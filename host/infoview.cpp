@@ -67,10 +67,11 @@ public:
         std::wstring lines;
         std::size_t blanks = m_used == 0 ? 0 : kGap;
         while (!text.empty()) {
-            const std::wstring_view word = text.substr(0, text.find(L' '));
+            const std::wstring_view word = text.substr(0, std::min(text.find(L' '), m_width));
             AddWord(word, blanks, lines);
-            text.remove_prefix(std::min(word.size() + 1, text.size()));
-            blanks = 1;
+            text.remove_prefix(word.size());
+            blanks = text.starts_with(L' ') ? 1 : 0; // none when the word is longer than the column
+            text.remove_prefix(blanks);
         }
         WriteColoured(colour, lines);
     }
