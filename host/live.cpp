@@ -53,7 +53,7 @@ void WaitWhileServing(const Session& session, const StopSignal& stop, const Live
 unsigned long Live(const LiveOptions& options) {
     const std::unique_ptr<Report> report = options.session.json ? MakeJsonReport() : MakeTextReport();
     const StopSignal stop;
-    Session session(*report, options.session);
+    Session session(*report, options.session, stop);
     if (const unsigned long code = session.Begin(std::chrono::seconds{0}); code != kExitSuccess)
         return code;
     int port = 0;

@@ -97,7 +97,7 @@ unsigned long Record(const RecordOptions& options) {
     }
 
     const StopSignal stop;
-    Session session(*report, options.session);
+    Session session(*report, options.session, stop);
     if (const unsigned long code = session.Begin(options.replay); code != kExitSuccess)
         return code;
     if (options.replay.count() != 0) {

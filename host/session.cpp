@@ -19,7 +19,10 @@ void Session::Releaser::operator()(ScreenRecordProxy* proxy) const {
     ScreenRecordProxy::ReleaseProxy(proxy);
 }
 
-Session::Session(Report& report, const SessionOptions& options) : m_report(report), m_options(options) {}
+Session::Session(Report& report, const SessionOptions& options, const StopSignal& stop)
+    : m_report(report),
+      m_options(options),
+      m_stop(stop) {}
 
 unsigned long Session::Begin(std::chrono::seconds replay) {
     m_proxy.reset(ScreenRecordProxy::CreateProxy());
@@ -46,6 +49,8 @@ unsigned long Session::Refused(unsigned long code) {
 unsigned long Session::End(Stage whileWorking, RecordMode working) {
     if (!Is(working)) {
         const unsigned long code = m_proxy->WaitLiveProcessEnd(m_options.timeoutMs);
+        if (code == 0 && m_stop.WaitFor(0)) // Wine passes Ctrl-C on to the worker, which then ends as if told to stop
+            return kExitSuccess;
         Fail(whileWorking, code);
         return code == 0 ? kExitWorkerGone : code;
     }

@@ -7,6 +7,7 @@
 #include "errors.h"
 #include "report.h"
 #include "screenrecordproxy.h"
+#include "stopsignal.h"
 
 #include <chrono>
 #include <cstdint>
@@ -24,7 +25,7 @@ struct SessionOptions {
  */
 class Session {
 public:
-    Session(Report& report, const SessionOptions& options);
+    Session(Report& report, const SessionOptions& options, const StopSignal& stop);
 
     /**
      * Starts the worker and prepares it.
@@ -59,6 +60,7 @@ private:
 
     Report& m_report;
     const SessionOptions& m_options;
+    const StopSignal& m_stop;
     std::unique_ptr<KxScreenRecord::ScreenRecordProxy, Releaser> m_proxy;
 };
 

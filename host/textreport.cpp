@@ -31,10 +31,7 @@ public:
                                   L" s of the screen (Enter begins the recording with them, Ctrl-C ends)\n");
     }
 
-    void NotRecorded(unsigned long) override {
-        // A terminal has echoed ^C at the beginning of the line.
-        Write(Stream::Output, m_redraws ? L"\rNothing was recorded\n" : L"Nothing was recorded\n");
-    }
+    void NotRecorded(unsigned long) override { Write(Stream::Output, L"Nothing was recorded\n"); }
 
     void Recording(const RecordStart& start) override {
         m_file = start.file;

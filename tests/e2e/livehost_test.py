@@ -96,7 +96,7 @@ class LiveView(RecordCase):
                             answer=b"\x03")
         self.assertEqual(terminal.code, 0, terminal.text)
         port = int(re.search(r"http://127\.0\.0\.1:(\d+)/", terminal.text).group(1))
-        self.assertRegex("\n".join(terminal.lines()), r"\nServed for 00:00:0\d\.\d\n")
+        self.assertRegex("\n".join(terminal.lines()), r"Served for 00:00:0\d\.\d\n")
         self.expect_nobody_listens(port)
 
     def test_KilledWorker_IsReported(self):
