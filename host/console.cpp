@@ -12,6 +12,48 @@ HANDLE HandleOf(Stream stream) {
     return GetStdHandle(stream == Stream::Output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
 
+/** Gives text on standard output the colour while it lives. */
+class Ink {
+public:
+    explicit Ink(WORD foreground) {
+        CONSOLE_SCREEN_BUFFER_INFO screen = {};
+        if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen))
+            return;
+        m_before = screen.wAttributes;
+        SetConsoleTextAttribute(HandleOf(Stream::Output), static_cast<WORD>((m_before & ~kForeground) | foreground));
+    }
+    ~Ink() {
+        if (m_before != kNotSet)
+            SetConsoleTextAttribute(HandleOf(Stream::Output), m_before);
+    }
+    Ink(const Ink&) = delete;
+    Ink& operator=(const Ink&) = delete;
+
+private:
+    static constexpr WORD kForeground = FOREGROUND_RED | FOREGROUND_GREEN | FOREGROUND_BLUE | FOREGROUND_INTENSITY;
+    static constexpr WORD kNotSet = 0xFFFF;
+    WORD m_before = kNotSet;
+};
+
+// As no-color.org has it: an empty variable does not count.
+bool IsColourWanted() {
+    return GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1;
+}
+
+WORD ForegroundOf(Colour colour) {
+    switch (colour) {
+    case Colour::Heading:
+        return FOREGROUND_GREEN | FOREGROUND_BLUE | FOREGROUND_INTENSITY;
+    case Colour::Good:
+        return FOREGROUND_GREEN | FOREGROUND_INTENSITY;
+    case Colour::Faint:
+        return FOREGROUND_INTENSITY;
+    case Colour::Plain:
+        break;
+    }
+    return FOREGROUND_RED | FOREGROUND_GREEN | FOREGROUND_BLUE;
+}
+
 } // namespace
 
 bool IsTerminal(Stream stream) {
@@ -27,4 +69,20 @@ void Write(Stream stream, std::wstring_view text) {
     }
     const std::string utf8 = Utf8FromWide(text);
     WriteFile(HandleOf(stream), utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr);
+}
+
+std::size_t TerminalWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO screen = {};
+    if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen))
+        return 0;
+    return static_cast<std::size_t>(screen.srWindow.Right - screen.srWindow.Left + 1);
+}
+
+void WriteColoured(Colour colour, std::wstring_view text) {
+    if (colour == Colour::Plain || !IsColourWanted()) {
+        Write(Stream::Output, text);
+        return;
+    }
+    const Ink ink(ForegroundOf(colour));
+    Write(Stream::Output, text);
 }

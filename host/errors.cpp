@@ -26,6 +26,12 @@ constexpr Sentence kSentences[] = {
     {Stage::Host, kExitStartRefused,
      L"the worker could not write the file: see that its folder exists, that you may write there and that no other "
      L"program has the file open; its log, KXVCR.log beside kxrecord.exe, says more."},
+    {Stage::Host, kExitReplayRefused,
+     L"the worker refused to keep the last seconds of the screen: it does not support a replay, or refused the region, "
+     L"rate, quality or monitor; its log, KXVCR.log beside kxrecord.exe, says which and why."},
+    {Stage::Host, kExitLiveRefused,
+     L"the worker refused to serve the live view: it does not support one, or the port is in use; try another --port, "
+     L"its log, KXVCR.log beside kxrecord.exe, says why."},
     {Stage::Host, ERROR_FILENAME_EXCED_RANGE,
      L"the file's full path is longer than 260 characters; give a shorter name or folder."},
     {Stage::Start, ERROR_BUSY, L"a recording is running already in this process; wait until it has ended."},
@@ -37,12 +43,14 @@ constexpr Sentence kSentences[] = {
     {Stage::Start, WAIT_TIMEOUT,
      L"the worker did not get ready in time and was ended; try again with a longer --timeout."},
     {Stage::Finish, WAIT_TIMEOUT,
-     L"the worker did not finish the file in time and was ended; what was recorded until then is in the file. Give a "
+     L"the worker did not finish in time and was ended; what was recorded until then is in the file. Give a "
      L"longer --timeout."},
     {Stage::Recording, kWorkerFileCutShort, kFileCutShort},
     {Stage::Finish, kWorkerFileCutShort, kFileCutShort},
     {Stage::Recording, kExitSuccess,
      L"the worker ended by itself while it recorded; its log, KXVCR.log beside kxrecord.exe, says why."},
+    {Stage::Serving, kExitSuccess,
+     L"the worker ended by itself while it served the live view; its log, KXVCR.log beside kxrecord.exe, says why."},
 };
 
 struct LocalBlockFree {
@@ -69,8 +77,10 @@ const wchar_t* Introduction(Stage stage) {
         return L"the worker could not be started, or ended before it was ready";
     case Stage::Recording:
         return L"the worker ended by itself while it recorded";
+    case Stage::Serving:
+        return L"the worker ended by itself while it served the live view";
     case Stage::Finish:
-        return L"the worker reported a failure when it finished the file";
+        return L"the worker reported a failure when it finished";
     case Stage::Host:
         break;
     }

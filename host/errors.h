@@ -14,9 +14,11 @@ enum ExitCode : unsigned long {
     kExitNoProxy = 241,        ///< the proxy could not be created
     kExitPrepareRefused = 242, ///< the worker refused the picture's parameters
     kExitStartRefused = 243,   ///< the worker refused to write the file
-    kExitWorkerGone = 244,     ///< the worker ended by itself, with code 0, while it recorded
+    kExitWorkerGone = 244,     ///< the worker ended by itself, with code 0, while it worked
     kExitManifest = 245,       ///< the manifest could not be read or written
     kExitNoSuchFile = 246,     ///< a file named for the manifest does not exist or cannot be read
+    kExitLiveRefused = 247,    ///< the worker refused to serve the picture
+    kExitReplayRefused = 248,  ///< the worker refused to keep the last seconds, or the picture's parameters
 };
 
 /** Where a code comes from: the same number means different things at different stages. */
@@ -25,6 +27,7 @@ enum class Stage {
     Start, ///< RunProcess: the proxy's or the system's code, or the exit code of a worker that ended at once
     StartWithoutWorker, ///< RunProcess, when no KXVCR.exe lies beside the host
     Recording,          ///< exit code of a worker that ended while it recorded
+    Serving,            ///< exit code of a worker that ended while it served the live view
     Finish,             ///< exit code of a worker that was told to stop, or 258 when it did not end
 };
 

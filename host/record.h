@@ -4,21 +4,20 @@
  */
 #pragma once
 
-#include "screenrecordproxy.h"
+#include "session.h"
 
 #include <chrono>
-#include <optional>
 #include <string>
 
 struct RecordOptions {
-    std::wstring file;                               ///< as the user wrote it
-    KxScreenRecord::ScreenRecordParam picture;       ///< what to record
-    std::optional<std::chrono::milliseconds> length; ///< none: until Ctrl-C
-    unsigned int timeoutMs = 10000;                  ///< limit of each step of the start, and of the end
+    std::wstring file; ///< as the user wrote it
+    SessionOptions session;
+    std::chrono::seconds replay{0}; ///< of the screen before the start that the file begins with; 0: none
 };
 
 /**
- * Records the screen and reports progress on standard output.
- * @return the process's exit code; a failure has been reported on standard error
+ * Records the screen. With a replay the recording begins when a line comes on standard input, or, when that is closed,
+ * as soon as so much of the screen is kept.
+ * @return the process's exit code; a failure has been reported
  */
 unsigned long Record(const RecordOptions& options);

@@ -18,6 +18,9 @@ public:
     /** Waits for an interrupt. @return whether one came within @p timeoutMs milliseconds, or earlier */
     bool WaitFor(DWORD timeoutMs) const;
 
+    /** The event itself, for a wait on more than one. */
+    HANDLE Handle() const { return m_interrupted.get(); }
+
 private:
     KernelHandle m_interrupted;
     KernelHandle m_finished;

@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <cwchar>
+#include <iterator>
+
 std::string Utf8FromWide(std::wstring_view text) {
     const int length = static_cast<int>(text.size());
     const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
@@ -16,4 +19,14 @@ std::wstring WideFromUtf8(std::string_view text) {
     std::wstring wide(static_cast<std::size_t>(length), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
     return wide;
+}
+
+std::wstring SizeText(std::uint64_t bytes) {
+    constexpr double kMegabyte = 1024.0 * 1024.0;
+    constexpr double kGigabyte = 1024.0 * kMegabyte;
+    const double size = static_cast<double>(bytes);
+    wchar_t text[40] = {};
+    std::swprintf(text, std::size(text), size < kGigabyte ? L"%.1f MB" : L"%.1f GB",
+                  size / (size < kGigabyte ? kMegabyte : kGigabyte));
+    return text;
 }

@@ -47,16 +47,20 @@ class Result:
 class Run:
     """A program that is running, most often the host."""
 
-    def __init__(self, stage, program, arguments, cwd, limit_s):
+    def __init__(self, stage, program, arguments, cwd, limit_s, stdin):
         self._limit_s = limit_s
         self._report = stage.new_path("report.txt")
         command = [WINE_RUN, stage.folder / "launch.exe", self._report, stage.folder / program, *arguments]
         self.process = subprocess.Popen(command, cwd=cwd, env=stage.environment, text=True, encoding="utf-8",
-                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                        stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
     def first_line(self):
-        """Waits for the line that says that the recording has begun."""
+        """Waits for the next line, the first of which says that the recording has begun."""
         return self.process.stdout.readline()
+
+    def type(self, text):
+        self.process.stdin.write(text)
+        self.process.stdin.flush()
 
     def finish(self):
         try:
@@ -141,11 +145,16 @@ class Stage:
         self._count += 1
         return self.files / f"{self._count:02d}-{name}"
 
-    def start(self, *arguments, program=HOST, cwd=None, limit_s=RUN_LIMIT_S):
-        return Run(self, program, [str(argument) for argument in arguments], cwd or self.files, limit_s)
+    def start(self, *arguments, program=HOST, cwd=None, limit_s=RUN_LIMIT_S, stdin=subprocess.DEVNULL):
+        return Run(self, program, [str(argument) for argument in arguments], cwd or self.files, limit_s, stdin)
 
     def run(self, *arguments, **options):
         return self.start(*arguments, **options).finish()
+
+    def wine(self, *arguments):
+        """Runs one of the system's own programs in this stage's prefix; a failure is an exception."""
+        return subprocess.run([WINE_RUN, *arguments], env=self.environment, timeout=START_LIMIT_S, check=True,
+                              capture_output=True)
 
     def trust(self, *files):
         result = self.run("manifest", *files)

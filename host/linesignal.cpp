@@ -1,0 +1,54 @@
+#include "linesignal.h"
+
+#include <stdexcept>
+#include <thread>
+
+struct LineSignal::State {
+    KernelHandle line{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    KernelHandle closed{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+};
+
+namespace {
+
+void ReadUntilLine(HANDLE line, HANDLE closed) {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    for (;;) {
+        char character = 0;
+        DWORD size = 0;
+        const BOOL isRead = ReadFile(input, &character, 1, &size, nullptr);
+        if (isRead && size == 1 && character != '\n' && character != '\r')
+            continue;
+        if (!isRead && GetLastError() == ERROR_OPERATION_ABORTED) // by Ctrl-C, which has a signal of its own
+            return;
+        SetEvent(isRead && size == 1 ? line : closed);
+        return;
+    }
+}
+
+} // namespace
+
+LineSignal::LineSignal() {
+    auto state = std::make_shared<const State>();
+    if (!state->line || !state->closed)
+        throw std::runtime_error("the system refuses events for the keyboard");
+    m_state = state;
+    // Single keys instead of lines: Enter is a carriage return on some terminals and a line feed on others.
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(input, &mode) && SetConsoleMode(input, mode & ~DWORD{ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT}))
+        m_terminalMode = mode;
+    std::thread([state] { ReadUntilLine(state->line.get(), state->closed.get()); }).detach();
+}
+
+LineSignal::~LineSignal() {
+    if (m_terminalMode)
+        SetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), *m_terminalMode);
+}
+
+HANDLE LineSignal::Line() const {
+    return m_state->line.get();
+}
+
+bool LineSignal::IsClosed() const {
+    return WaitForSingleObject(m_state->closed.get(), 0) == WAIT_OBJECT_0;
+}

@@ -1,0 +1,79 @@
+/**
+ * @file
+ * One worker from its start to its end, for a recording or a live view.
+ */
+#pragma once
+
+#include "errors.h"
+#include "report.h"
+#include "screenrecordproxy.h"
+#include "stopsignal.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+/** What a recording and a live view have in common. */
+struct SessionOptions {
+    KxScreenRecord::ScreenRecordParam picture;       ///< what is shown
+    std::optional<std::chrono::milliseconds> length; ///< none: until Ctrl-C
+    unsigned int timeoutMs = 10000;                  ///< limit of each step of the start, and of the end
+    bool json = false;                               ///< objects for machines instead of sentences
+};
+
+/** Every failure is reported before its code is returned. A worker that still runs is told to stop by the destructor.
+ */
+class Session {
+public:
+    Session(Report& report, const SessionOptions& options, const StopSignal& stop);
+
+    /**
+     * Starts the worker and prepares it.
+     * @param replay how much of the screen is kept from now on; 0 keeps none
+     * @return 0, or the process's exit code
+     */
+    unsigned long Begin(std::chrono::seconds replay);
+
+    KxScreenRecord::ScreenRecordProxy& Proxy() { return *m_proxy; }
+
+    /** Whether the worker is still doing that. */
+    bool Is(KxScreenRecord::RecordMode mode) const;
+
+    /** Ends a worker that refused a command; the refusal, not the worker's end, is what is reported. @return @p code */
+    unsigned long Refused(unsigned long code);
+
+    /**
+     * Tells a worker to end and waits, or, when it has ended by itself, says so; one that does not end in time is
+     * killed.
+     * @param whileWorking what it was doing, for the sentence about one that ended by itself
+     * @return 0, or the process's exit code
+     */
+    unsigned long End(Stage whileWorking, KxScreenRecord::RecordMode working);
+
+private:
+    struct Releaser {
+        void operator()(KxScreenRecord::ScreenRecordProxy* proxy) const;
+    };
+
+    unsigned long Fail(Stage stage, unsigned long code);
+    unsigned long StopWorker();
+
+    Report& m_report;
+    const SessionOptions& m_options;
+    const StopSignal& m_stop;
+    std::unique_ptr<KxScreenRecord::ScreenRecordProxy, Releaser> m_proxy;
+};
+
+/** The clock of a recording or a live view. */
+class Stopwatch {
+public:
+    std::chrono::milliseconds Elapsed() const {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_start);
+    }
+
+private:
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+/** How long to wait until the next look at the worker: 0 when the length, if one was asked for, is over. */
+DWORD NextWaitMs(const SessionOptions& options, std::chrono::milliseconds elapsed);
