@@ -38,6 +38,10 @@ enum class Result : std::int32_t {
     CaptureFailed = -13,    ///< the screen cannot be read
     EncoderFailed = -14,    ///< the picture cannot be encoded
     OutOfResources = -15,   ///< memory, a thread or another system resource was refused
+    BadPort = -20,          ///< above 65535
+    BadClientLimit = -21,   ///< more than 64 viewers
+    BadInterfaceFlag = -22, ///< neither 0 nor 1
+    CannotListen = -23,     ///< the port is in use, or the system refused it
 };
 
 /** Exit code of the worker process. */

@@ -1,9 +1,10 @@
 // The recorder. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
-// leave a finished, closed file.
+// leave a finished, closed file. The live server ends with Finish() alone.
 #include "recorder.h"
 
 #include "capture.h"
 #include "encode.h"
+#include "liveserver.h"
 #include "matroskawriter.h"
 #include "outputfile.h"
 #include "pacing.h"
@@ -228,10 +229,47 @@ void ScreenRecorder::Record() noexcept {
     m_file.reset();
 }
 
+std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended || m_pictures == nullptr || m_thread.joinable())
+        return static_cast<std::int32_t>(Result::WrongOrder);
+    const ScreenRect& area = m_settings.area.area;
+    auto live = std::make_unique<LiveServer>(area.width, area.height);
+    const std::int32_t port = live->Start(settings);
+    if (port < 0)
+        return port;
+    m_live = std::move(live);
+    try {
+        m_thread = std::thread(&ScreenRecorder::Serve, this);
+    } catch (const std::system_error&) {
+        m_live.reset();
+        return static_cast<std::int32_t>(Result::OutOfResources);
+    }
+    return port;
+}
+
+void ScreenRecorder::Serve() noexcept {
+    FrameLoop loop(*m_pictures, *m_live, m_settings.framesPerSecond);
+    try {
+        loop.Run(m_stop.Get());
+    } catch (const std::exception& failure) {
+        LOG4CPLUS_ERROR(GetLogger(), L"The live pictures ended early: " << failure.what());
+    }
+    const RecordStatistics& statistics = loop.Statistics();
+    LOG4CPLUS_INFO(GetLogger(), L"Live server finished: "
+                                    << statistics.captured << L" pictures captured (" << statistics.unchanged
+                                    << L" unchanged), " << m_live->PicturesServed() << L" sent to viewers; grab "
+                                    << Milliseconds(statistics.grabTicks, statistics.captured) << L" ms, encode "
+                                    << Milliseconds(statistics.encodeTicks, statistics.captured - statistics.unchanged)
+                                    << L" ms each");
+}
+
 void ScreenRecorder::Finish() noexcept {
     const std::lock_guard lock(m_mutex);
     m_ended = true;
     SetEvent(m_stop.Get());
+    if (m_live != nullptr)
+        m_live->Stop();
     if (m_thread.joinable())
         m_thread.join();
 }

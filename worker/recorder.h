@@ -21,6 +21,7 @@
 namespace kxvcr {
 
 class DiskFile;
+class LiveServer;
 class MatroskaWriter;
 
 /** What became of the slots of one recording, and the time that the steps took together. */
@@ -93,7 +94,13 @@ public:
     /** Creates the file and begins to record. A file that cannot be started is removed. */
     Result StartFile(const std::wstring& path) override;
 
-    /** Ends the recording, if any; returns when its file is closed. Nothing can be started afterwards. */
+    /** Begins to listen and to show the screen to viewers. */
+    std::int32_t StartLive(const LiveSettings& settings) override;
+
+    /**
+     * Ends the recording or the live server, if any; returns when its file is closed or its viewers are gone.
+     * Nothing can be started afterwards.
+     */
     void Finish() noexcept;
 
     /** Whether a recording's file had to be closed before its end, because it could not be written. */
@@ -101,6 +108,7 @@ public:
 
 private:
     void Record() noexcept;
+    void Serve() noexcept;
 
     mutable std::mutex m_mutex;
     KernelHandle m_stop;
@@ -109,6 +117,7 @@ private:
     std::unique_ptr<PictureSource> m_pictures;
     std::unique_ptr<DiskFile> m_file;
     std::unique_ptr<MatroskaWriter> m_writer;
+    std::unique_ptr<LiveServer> m_live;
     std::thread m_thread;
     std::atomic<bool> m_cutShort = false;
 };
