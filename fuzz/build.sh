@@ -23,3 +23,5 @@ readonly COMPILE=("${CXX:-clang++}" -std=c++20 -O1 -g -Wall -Wextra -Werror
 mkdir -p build/fuzz
 echo "== building frame_fuzz"
 "${COMPILE[@]}" fuzz/frame_fuzz.cpp suite/ipcmessage/frame.cpp -o build/fuzz/frame_fuzz
+echo "== building smbios_fuzz"
+"${COMPILE[@]}" fuzz/smbios_fuzz.cpp suite/util/smbiostable.cpp -o build/fuzz/smbios_fuzz

@@ -108,7 +108,8 @@ public:
      * @param timeoutMs how long to wait for the notice, in milliseconds
      * @return 0; 170 when a worker is known already; 191 when the worker fails verification; 258 when it did not
      *         get ready in time (it is then ended with exit code 21); the worker's exit code when it ended first;
-     *         or the system's error code. After a failure nothing runs and RunProcess may be called again.
+     *         or the system's error code. After a failure RunProcess may be called again. Nothing runs then, but for one
+     *         case: when the system refuses the monitor thread the worker runs on, until KillProcess.
      */
     unsigned long RunProcess(unsigned long timeoutMs);
 

@@ -27,7 +27,7 @@ readonly PREFIX="$DEPS/x86_64-w64-mingw32"
 readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
 readonly HOST_PACKAGES=(
     ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
-    procps wine64 x11-utils xauth xvfb
+    procps python3 util-linux wine64 x11-utils xauth xvfb
 )
 
 say() { printf '== %s\n' "$*"; }

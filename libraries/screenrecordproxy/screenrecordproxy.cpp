@@ -62,12 +62,17 @@ constexpr std::uint32_t kStopMessage = 0x4E0006;
 constexpr UINT kExitCodeNoMemory = 8;
 constexpr UINT kExitCodeNeverReady = 21;
 constexpr UINT kExitCodeKilled = 157;
+constexpr DWORD kMonitorThreadStartTimeoutMs = 1000;
 constexpr DWORD kMonitorThreadEndTimeoutMs = 5000;
 constexpr unsigned int kMaxPathCharacters = 260;
 
 std::mutex g_proxyMutex;
 ScreenRecordProxy* g_proxy = nullptr;
 std::uint32_t g_proxyReferences = 0;
+
+// Whether the newest monitor thread has its worker; both under the instance's lock.
+bool g_monitorWatches = false;
+CONDITION_VARIABLE g_monitorWatchesChanged = CONDITION_VARIABLE_INIT;
 
 template <class... Values>
 void LogWarn(LogSite site, const Values&... values) noexcept {
@@ -276,11 +281,17 @@ unsigned long ScreenRecordProxy::WaitProcessRunResult(void*& process, unsigned l
         process = worker.Release();
         m_workerProcess = process;
         KernelHandle(std::exchange(m_monitorThread, nullptr)).Reset();
+        g_monitorWatches = false;
         m_monitorThread = CreateThread(nullptr, 0, ScrRecProcessMonitorThreadProcWarpper, this, 0, nullptr);
         if (m_monitorThread == nullptr) {
             const DWORD error = GetLastError();
             LogError(kHere, "Create monitor thread failed! err=", error);
             return error;
+        }
+        // A worker that is killed, or a proxy that is released, at once must not be gone before the thread looks:
+        // the record mode would stay as it is, or the destructor would wait for a thread that waits for its lock.
+        while (!g_monitorWatches &&
+               SleepConditionVariableCS(&g_monitorWatchesChanged, &m_lock, kMonitorThreadStartTimeoutMs)) {
         }
         return ERROR_SUCCESS;
     }
@@ -325,6 +336,8 @@ void ScreenRecordProxy::ScrRecProcessMonitorThreadProc() {
             return;
         }
         worker = SharedHandle(m_workerProcess);
+        g_monitorWatches = true;
+        WakeAllConditionVariable(&g_monitorWatchesChanged);
     }
     WaitForSingleObject(worker.Get(), INFINITE);
     m_recordMode = RecordMode::NoWorker;

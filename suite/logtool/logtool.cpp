@@ -28,7 +28,7 @@ namespace {
 
 constexpr wchar_t kLoggerName[] = L"KxSuite";
 constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
-constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d %H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
+constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
 constexpr long kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
@@ -44,8 +44,8 @@ std::filesystem::path HostExecutable() {
     }
 }
 
-// The appender's locale has its code in this library, and unloading log4cplus would wait for its threads under the
-// loader lock: from the first use on, both stay until the process ends.
+// The appender's locale has its code in this library, and log4cplus may outlive it where the host uses log4cplus as
+// well: from the first use on, this library stays until the process ends.
 void StayLoaded() {
     HMODULE self = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, kLoggerName, &self);
@@ -71,6 +71,14 @@ void Configure(log4cplus::Logger& logger) {
     AddRollingFile(logger, file.replace_extension(L".log"));
 }
 
+// A file whose level for the root cannot be read leaves it without one, and asking a logger below would throw.
+void EnsureRootLevel() {
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    if (root.getLogLevel() == log4cplus::NOT_SET_LOG_LEVEL) {
+        root.setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    }
+}
+
 // Never destroyed: other libraries may still log while the process ends.
 log4cplus::Logger* MakeLogger() {
     StayLoaded();
@@ -81,6 +89,7 @@ log4cplus::Logger* MakeLogger() {
     } catch (const std::exception&) {
         OutputDebugStringW(L"the suite's log could not be configured(GetLogger)\n");
     }
+    EnsureRootLevel();
     return logger.release();
 }
 
@@ -131,7 +140,7 @@ std::wstring Format(const wchar_t* format, va_list arguments) {
         return format;
     }
     std::vector<wchar_t> buffer(kMaxCharacters + 1);
-    _vsnwprintf(buffer.data(), kMaxCharacters, format, arguments);
+    _vsnwprintf_s(buffer.data(), buffer.size(), _TRUNCATE, format, arguments);
     return buffer.data();
 }
 

@@ -65,10 +65,15 @@ const char* NameOrAny(const std::string& name) {
     return name.empty() ? nullptr : name.c_str();
 }
 
+// tinyxml2 reads a name up to its first zero: a text that goes on behind it would find something else.
+bool IsName(const std::string& name) {
+    return name.find('\0') == std::string::npos;
+}
+
 } // namespace
 
 KxXmlElement KxXmlElement::FirstNode(const std::string& name) const try {
-    const auto* child = m_data ? m_data->element->FirstChildElement(NameOrAny(name)) : nullptr;
+    const auto* child = m_data && IsName(name) ? m_data->element->FirstChildElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
     if (child != nullptr) {
         result.m_data = std::make_shared<const Data>(Data{m_data->document, child});
@@ -79,7 +84,7 @@ KxXmlElement KxXmlElement::FirstNode(const std::string& name) const try {
 }
 
 KxXmlElement KxXmlElement::NextSiblingElement(const std::string& name) const try {
-    const auto* sibling = m_data ? m_data->element->NextSiblingElement(NameOrAny(name)) : nullptr;
+    const auto* sibling = m_data && IsName(name) ? m_data->element->NextSiblingElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
     if (sibling != nullptr) {
         result.m_data = std::make_shared<const Data>(Data{m_data->document, sibling});
@@ -90,7 +95,7 @@ KxXmlElement KxXmlElement::NextSiblingElement(const std::string& name) const try
 }
 
 KxXmlAttribute KxXmlElement::FirstAttribute(const std::string& name) const try {
-    const auto* attribute = m_data ? m_data->element->FindAttribute(name.c_str()) : nullptr;
+    const auto* attribute = m_data && IsName(name) ? m_data->element->FindAttribute(name.c_str()) : nullptr;
     KxXmlAttribute result;
     if (attribute != nullptr) {
         result.m_data = std::make_shared<const KxXmlAttribute::Data>(KxXmlAttribute::Data{m_data->document, attribute});

@@ -10,6 +10,7 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <cstdio>
+#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -146,13 +147,17 @@ const ChildScenario kDefaults("defaults", [] {
     return 0;
 });
 
-// The lines of a log without the time, process and thread in front of the text, and without the location.
+// The lines of a log without date, time, process and thread, and without the location at the end.
 std::string TextsOf(const std::string& log) {
     std::istringstream lines(log);
     std::string texts;
     for (std::string line; std::getline(lines, line);) {
-        const size_t begin = line.find("] ");
-        texts += line.substr(24, 5) + line.substr(begin + 1, line.rfind(" [") - begin - 1) + "\n";
+        std::string date;
+        std::string time;
+        std::string level;
+        std::istringstream(line) >> date >> time >> level;
+        const size_t text = line.find("] ") + 2;
+        texts += level + " " + line.substr(text, line.rfind(" [") - text) + "\n";
     }
     return texts;
 }
@@ -163,7 +168,17 @@ TEST(LogTool, WithoutConfiguration_WarnAndAboveGoToAFileBesideTheHostInUtf8) {
     EXPECT_EQ(result.exitCode, 0u);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))),
-              "WARN  first \xE4\xB8\xAD\xC3\xA9\nERROR second 2(LogErrorFun)\n");
+              "WARN first \xE4\xB8\xAD\xC3\xA9\nERROR second 2(LogErrorFun)\n");
+}
+
+TEST(LogTool, LineOfTheFile_TellsTimeLevelProcessThreadTextAndLocation) {
+    const TemporaryFolder folder;
+    RunChild("defaults", folder.Path());
+    const std::string log = ReadBytes(folder.Name("child.log"));
+    const std::regex line(
+        "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ERROR \\[\\d+:\\d+\\] second 2\\(LogErrorFun\\) "
+        "\\[suite\\\\logtool\\\\logtool\\.cpp:\\d+ void __cdecl LogErrorFun\\(const char \\*,\\.\\.\\.\\)\\]\r?\n");
+    EXPECT_TRUE(std::regex_match(log.substr(log.find('\n') + 1), line)) << log;
 }
 
 TEST(LogTool, SecondRun_AppendsToTheFile) {
@@ -188,10 +203,15 @@ TEST(LogTool, ConfigurationBesideTheHost_ReplacesTheDefault) {
 }
 
 TEST(LogTool, ConfigurationThatIsNonsense_LeavesTheHostAlive) {
-    const TemporaryFolder folder;
-    std::filesystem::create_directory(folder.Path() / "config");
-    WriteBytes(folder.Path() / "config" / "log4cplus.properties", "log4cplus.rootLogger=, nowhere\n\xFF\xFE\0=\n");
-    EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u);
+    for (const std::string_view text : {std::string_view(), std::string_view("\xFF\xFE\0=\n", 5),
+                                        std::string_view("log4cplus.rootLogger=, nowhere\n"),
+                                        std::string_view("log4cplus.rootLogger=LOUD\nlog4cplus.logger.KxSuite=, x\n"),
+                                        std::string_view("log4cplus.rootLogger=WARN, a\nlog4cplus.appender.a=No\n")}) {
+        const TemporaryFolder folder;
+        std::filesystem::create_directory(folder.Path() / "config");
+        WriteBytes(folder.Path() / "config" / "log4cplus.properties", text);
+        EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u) << text;
+    }
 }
 
 TEST(LogTool, LogFileThatCannotBeOpened_LeavesTheHostAlive) {
@@ -223,7 +243,7 @@ TEST(LogTool, ManyThreadsAtOnce_ShareOneLoggerWithOneFile) {
     const TemporaryFolder folder;
     std::string expected;
     for (int count = 0; count < 400; ++count) {
-        expected += "WARN  line(LogWarnFun)\n";
+        expected += "WARN line(LogWarnFun)\n";
     }
     EXPECT_EQ(RunChild("threads", folder.Path()).output, "1 logger, 1 appender");
     EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))), expected);

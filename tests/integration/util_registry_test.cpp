@@ -5,10 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+// sddl.h needs the types of windows.h.
+#include <sddl.h>
+
 #include <array>
 #include <atomic>
 #include <initializer_list>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -200,6 +205,52 @@ TEST_F(UtilRegistry, AccessMask_IsTheOneThatTheKeyIsOpenedWith) {
     EXPECT_FALSE(DE::Registry::GetValue(HKEY_USERS, m_path, L"number", number, KEY_SET_VALUE));
     EXPECT_TRUE(DE::Registry::GetValue(HKEY_USERS, m_path, L"number", number, KEY_QUERY_VALUE));
     EXPECT_EQ(number, 1);
+}
+
+/** Leaves the users only the right to read a key, and gives its old rights back at the end. */
+class ReadOnlyKey {
+public:
+    explicit ReadOnlyKey(HKEY key) : m_key(key) {
+        DWORD size = 0;
+        RegGetKeySecurity(m_key, DACL_SECURITY_INFORMATION, nullptr, &size);
+        m_before.resize(size);
+        RegGetKeySecurity(m_key, DACL_SECURITY_INFORMATION, m_before.data(), &size);
+        PSECURITY_DESCRIPTOR readOnly = nullptr;
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;KR;;;WD)", SDDL_REVISION_1, &readOnly, nullptr);
+        m_isSet = RegSetKeySecurity(m_key, DACL_SECURITY_INFORMATION, readOnly) == ERROR_SUCCESS;
+        LocalFree(readOnly);
+    }
+    ~ReadOnlyKey() { RegSetKeySecurity(m_key, DACL_SECURITY_INFORMATION, m_before.data()); }
+    ReadOnlyKey(const ReadOnlyKey&) = delete;
+    ReadOnlyKey& operator=(const ReadOnlyKey&) = delete;
+
+    bool IsSet() const { return m_isSet; }
+
+private:
+    HKEY m_key;
+    std::vector<unsigned char> m_before;
+    bool m_isSet = false;
+};
+
+TEST_F(UtilRegistry, KeyThatTheUserMayOnlyRead_IsReadWithAReadMaskAndNeverWritten) {
+    Store(L"number", REG_DWORD, "\1\0\0", 4);
+    const auto read = [&](DWORD access) {
+        int number = -1;
+        DE::Registry::GetValue(HKEY_USERS, m_path, L"number", number, access);
+        return number;
+    };
+    {
+        const ReadOnlyKey readOnly(m_key);
+        ASSERT_TRUE(readOnly.IsSet());
+        EXPECT_EQ(read(KEY_ALL_ACCESS), -1);
+        EXPECT_EQ(read(KEY_READ), 1);
+        EXPECT_FALSE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_ALL_ACCESS));
+        EXPECT_FALSE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_SET_VALUE));
+        EXPECT_FALSE(DE::Registry().OpenKey(HKEY_USERS, m_path, false));
+        EXPECT_EQ(read(KEY_READ), 1);
+    }
+    EXPECT_TRUE(DE::Registry::SetValue(HKEY_USERS, m_path, L"number", 2, KEY_ALL_ACCESS));
+    EXPECT_EQ(read(KEY_ALL_ACCESS), 2);
 }
 
 TEST_F(UtilRegistry, NameThatGoesOnBehindAZero_IsRefused) {

@@ -22,7 +22,11 @@ constexpr UINT kOverdueExitCode = 99;
 // Ends the process when one test takes longer than the limit.
 class Watchdog : public testing::EmptyTestEventListener {
 public:
-    Watchdog() : m_thread([this] { Watch(); }) {}
+    // The thread has made its own handles when this returns: tests count them.
+    Watchdog() : m_thread([this] { Watch(); }) {
+        std::unique_lock guard(m_mutex);
+        m_changed.wait(guard, [this] { return m_watching; });
+    }
     ~Watchdog() override {
         {
             const std::lock_guard guard(m_mutex);
@@ -49,6 +53,8 @@ private:
 
     void Watch() {
         std::unique_lock guard(m_mutex);
+        m_watching = true;
+        m_changed.notify_all();
         while (!m_ending) {
             if (std::chrono::steady_clock::now() >= m_deadline) {
                 std::fprintf(stderr, "watchdog: %s took longer than %lld s\n", m_name.c_str(),
@@ -64,6 +70,7 @@ private:
     std::condition_variable m_changed;
     std::string m_name = "start";
     std::chrono::steady_clock::time_point m_deadline = std::chrono::steady_clock::now() + kTestLimit;
+    bool m_watching = false;
     bool m_ending = false;
     std::thread m_thread;
 };

@@ -189,7 +189,7 @@ const Command kCommands[] = {
 
 class EveryCommand : public ProxyCommands, public testing::WithParamInterface<Command> {};
 INSTANTIATE_TEST_SUITE_P(Commands, EveryCommand, testing::ValuesIn(kCommands),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_P(EveryCommand, OtherStatus_IsRefusedAndChangesNothing) {
     for (const RunStatus status : kAllStatuses) {
@@ -338,7 +338,7 @@ INSTANTIATE_TEST_SUITE_P(
                     PathCase{"LongestLengthShortText", 1, 260, 260, L""},
                     PathCase{"LengthTooLongForShortText", 9, 261, 0, L"261"},
                     PathCase{"GreatestLength", 9, 0xFFFFFFFF, 0, L"4294967295"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_P(LocalRecordPath, Length_DecidesWhatIsSent) {
     std::wstring text;

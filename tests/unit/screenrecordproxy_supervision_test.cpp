@@ -168,6 +168,32 @@ TEST_F(ProxySupervision, AfterKill_TheNextRunWorks) {
     ExpectMessages({});
 }
 
+/** A thread that begins late, as on a busy machine. */
+struct LateThread {
+    LPTHREAD_START_ROUTINE entry;
+    void* argument;
+
+    static DWORD WINAPI Start(void* self) {
+        const std::unique_ptr<LateThread> late(static_cast<LateThread*>(self));
+        constexpr DWORD kLateMs = 200;
+        Sleep(kLateMs);
+        return late->entry(late->argument);
+    }
+};
+
+TEST_F(ProxySupervision, MonitorThatBeginsLate_StillSeesTheWorkerThatIsKilledAtOnce) {
+    const hooks::CreateThreadHook create([](LPSECURITY_ATTRIBUTES security, SIZE_T stack, LPTHREAD_START_ROUTINE entry,
+                                            void* argument, DWORD flags, DWORD* id) {
+        return hooks::CreateThreadHook::Original(security, stack, LateThread::Start, new LateThread{entry, argument},
+                                                 flags, id);
+    });
+    const OwnedHandle worker = RunWorker();
+    Proxy().KillProcess();
+    AwaitMonitor();
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({});
+}
+
 TEST_F(ProxySupervision, WaitWithoutWorker_IsLoggedAndGivesZero) {
     EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 0u);
     ExpectMessages({Warn("WaitLiveProcessEnd", L"processHandle is null.")});

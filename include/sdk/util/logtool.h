@@ -4,7 +4,8 @@
  *
  * The logger is named KxSuite. It is configured once, on first use: from "config\log4cplus.properties" in the folder
  * of the host executable when that file exists; otherwise WARN and above go to a rolling file in UTF-8 beside the
- * host executable, with its name and the ending .log, which keeps three old files of a mebibyte each.
+ * host executable, with its name and the ending .log, which keeps three old files of a mebibyte each. The library stays
+ * loaded from then on.
  */
 #pragma once
 

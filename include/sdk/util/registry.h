@@ -25,6 +25,7 @@ namespace DE {
  *   odd number of bytes is dropped. Any other type is a failure.
  * - A number is read from a REG_DWORD of four bytes alone. Any other type or size is a failure.
  * - A value that another process makes longer while it is read is read again.
+ * - A path or a name that holds a zero character is refused.
  * - The static functions may be called from any thread; one object belongs to one thread at a time.
  */
 class KXUTIL_API Registry {

@@ -1,0 +1,147 @@
+#include "manifest.h"
+
+#include "console.h"
+#include "errors.h"
+#include "folders.h"
+#include "handle.h"
+#include "text.h"
+
+#include "sdk/util/file.h"
+#include "sdk/util/text.h"
+
+#include <tinyxml2.h>
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+namespace {
+
+constexpr wchar_t kConfigFolder[] = L"\\config";
+constexpr wchar_t kManifestName[] = L"\\CheckFileIntergrity.xml";
+constexpr char kRootName[] = "Files";
+constexpr char kEntryName[] = "FileAttributes";
+constexpr char kPathAttribute[] = "Path";
+constexpr char kDigestAttribute[] = "Sha256";
+
+struct Entry {
+    std::string path; ///< as the checker compares it: in the ANSI code page
+    std::string digest;
+};
+
+struct StreamCloser {
+    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
+};
+using InputStream = std::unique_ptr<std::FILE, StreamCloser>;
+
+/** A file that exists only until it is renamed: removed by the destructor, whatever happened. */
+class TemporaryFile {
+public:
+    explicit TemporaryFile(std::wstring path) : m_path(std::move(path)) {}
+    ~TemporaryFile() { DeleteFileW(m_path.c_str()); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::wstring& Path() const { return m_path; }
+
+private:
+    std::wstring m_path;
+};
+
+unsigned long Fail(unsigned long code, const std::wstring& sentence) {
+    Write(Stream::Error, L"kxrecord: " + sentence + L"\n");
+    return code;
+}
+
+// No entry when the file is missing, unreadable, or has a name outside the code page that the checker uses.
+std::optional<Entry> Digest(const std::wstring& hostFolder, const std::wstring& file) {
+    const std::wstring fullPath = hostFolder + L"\\" + file;
+    const std::string narrowPath = DE::UnicodeToANSI(fullPath);
+    if (!IsFile(fullPath) || DE::ANSIToUnicode(narrowPath) != fullPath)
+        return std::nullopt;
+    Entry entry{DE::UnicodeToANSI(file), DE::GetFileSha256Hex(narrowPath)};
+    if (entry.digest.empty())
+        return std::nullopt;
+    return entry;
+}
+
+// A missing manifest is an empty one.
+bool Load(const std::wstring& path, tinyxml2::XMLDocument& document) {
+    if (!IsFile(path)) {
+        document.InsertEndChild(document.NewElement(kRootName));
+        return true;
+    }
+    std::FILE* opened = nullptr;
+    _wfopen_s(&opened, path.c_str(), L"rb");
+    const InputStream stream(opened);
+    return stream && document.LoadFile(stream.get()) == tinyxml2::XML_SUCCESS && document.RootElement() != nullptr;
+}
+
+bool HasPath(const tinyxml2::XMLElement& element, const Entry& entry) {
+    return element.Attribute(kPathAttribute, entry.path.c_str()) != nullptr;
+}
+
+// The checker reads the first FileAttributes element and every sibling after it, whatever its name. The first entry
+// for the path gets the digest, later ones for the same path go.
+void Enter(tinyxml2::XMLElement& root, const Entry& entry) {
+    tinyxml2::XMLElement* element = root.FirstChildElement(kEntryName);
+    while (element != nullptr && !HasPath(*element, entry))
+        element = element->NextSiblingElement();
+    if (element == nullptr) {
+        element = root.InsertNewChildElement(kEntryName);
+        element->SetAttribute(kPathAttribute, entry.path.c_str());
+    }
+    element->SetAttribute(kDigestAttribute, entry.digest.c_str());
+    for (tinyxml2::XMLElement* later = element->NextSiblingElement(); later != nullptr;) {
+        tinyxml2::XMLElement* const next = later->NextSiblingElement();
+        if (HasPath(*later, entry))
+            root.DeleteChild(later);
+        later = next;
+    }
+}
+
+bool WriteWhole(const std::wstring& path, const tinyxml2::XMLPrinter& text) {
+    const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    const DWORD size = static_cast<DWORD>(text.CStrSize() - 1);
+    DWORD written = 0;
+    return file && WriteFile(file.get(), text.CStr(), size, &written, nullptr) && written == size &&
+           FlushFileBuffers(file.get());
+}
+
+bool Replace(const std::wstring& path, const tinyxml2::XMLDocument& document) {
+    tinyxml2::XMLPrinter text;
+    document.Print(&text);
+    const TemporaryFile temporary(path + L"." + std::to_wstring(GetCurrentProcessId()) + L".tmp");
+    return WriteWhole(temporary.Path(), text) &&
+           MoveFileExW(temporary.Path().c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+}
+
+} // namespace
+
+unsigned long WriteManifest(const std::vector<std::wstring>& files) {
+    const std::wstring hostFolder = HostFolder();
+    std::vector<Entry> entries;
+    for (const std::wstring& file : files) {
+        std::optional<Entry> entry = Digest(hostFolder, file);
+        if (!entry)
+            return Fail(kExitNoSuchFile, L"\"" + file + L"\" is not a readable file in " + hostFolder +
+                                             L"; nothing was written. Give its path relative to that folder.");
+        entries.push_back(std::move(*entry));
+    }
+
+    const std::wstring folder = hostFolder + kConfigFolder;
+    const std::wstring path = folder + kManifestName;
+    tinyxml2::XMLDocument document;
+    if (!Load(path, document))
+        return Fail(kExitManifest, path + L" is not a readable XML file; repair or remove it, then try again.");
+    for (const Entry& entry : entries)
+        Enter(*document.RootElement(), entry);
+
+    CreateDirectoryW(folder.c_str(), nullptr);
+    if (!Replace(path, document))
+        return Fail(kExitManifest, path + L" cannot be written; see that you may write in that folder.");
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        Write(Stream::Output, WideFromUtf8(entries[i].digest) + L"  " + files[i] + L"\n");
+    return kExitSuccess;
+}

@@ -1,0 +1,24 @@
+/**
+ * @file
+ * Ctrl-C, Ctrl-Break and a closed console window, as an event to wait on.
+ */
+#pragma once
+
+#include "handle.h"
+
+/** While it lives, a console interrupt signals the event instead of ending the process. One at a time. */
+class StopSignal {
+public:
+    /** @throws std::runtime_error when the system refuses the event or the handler */
+    StopSignal();
+    ~StopSignal();
+    StopSignal(const StopSignal&) = delete;
+    StopSignal& operator=(const StopSignal&) = delete;
+
+    /** Waits for an interrupt. @return whether one came within @p timeoutMs milliseconds, or earlier */
+    bool WaitFor(DWORD timeoutMs) const;
+
+private:
+    KernelHandle m_interrupted;
+    KernelHandle m_finished;
+};

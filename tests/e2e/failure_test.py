@@ -1,0 +1,140 @@
+"""What the user is told, and what is left on the disk, when something goes wrong."""
+
+import shutil
+
+from recordcase import RecordCase, main
+from stage import HOST, WORKER, wait_until
+from video import Video, expect_pattern
+
+VERIFICATION_FAILED = 191
+PATH_TOO_LONG = 206
+PREPARE_REFUSED = 242
+START_REFUSED = 243
+TIMED_OUT = 258
+LAUNCH_USAGE = 64  # what launch.exe ends with when it is run with a worker's arguments
+
+RECORDED_BYTES = 300000  # enough for several frames to be in the file
+WRITE_LIMIT_S = 20
+WORKER_END_LIMIT_S = 10
+
+
+class Failure(RecordCase):
+    def setUp(self):
+        super().setUp()
+        self.path = self.stage.new_path("screen.mkv")
+        self.worker = self.stage.folder / WORKER
+
+    def pose_as_worker(self, program):
+        """Puts another program in the worker's place until the case ends."""
+        self.addCleanup(self.restore_worker, self.worker.read_bytes())
+        shutil.copy(self.stage.folder / program, self.worker)
+        self.stage.trust(WORKER)
+
+    def restore_worker(self, content):
+        self.worker.write_bytes(content)
+        self.stage.trust(WORKER)
+
+    def expect_failure(self, result, code, sentence):
+        self.expect_code(result, code)
+        self.assertTrue(result.complaint.startswith("kxrecord: "), result.complaint)
+        self.assertIn(sentence, result.complaint)
+        self.assertEqual(result.complaint.count("\n"), 1, result.complaint)
+
+    def expect_recording_works(self):
+        path = self.stage.new_path("afterwards.mkv")
+        self.expect_code(self.stage.run("record", path, "--seconds", 1), 0)
+        expect_pattern(self, Video(path))
+
+    def start_and_wait_for_pictures(self):
+        run = self.stage.start("record", self.path, "--seconds", 60)
+        self.assertIn(self.path.name, run.first_line())
+        wait_until(lambda: self.path.exists() and self.path.stat().st_size > RECORDED_BYTES, WRITE_LIMIT_S,
+                   "pictures in the file")
+        return run
+
+    def test_AlteredWorker_IsNotStartedUntilTheManifestNamesIt(self):
+        original = self.worker.read_bytes()
+        self.addCleanup(self.restore_worker, original)
+        self.worker.write_bytes(original + b"\0")
+        result = self.stage.run("record", self.path, "--seconds", 1)
+        self.expect_failure(result, VERIFICATION_FAILED, "run: kxrecord manifest KXVCR.exe")
+        self.assertIn("failed verification", result.complaint)
+        self.assertFalse(self.path.exists())
+        self.stage.trust(WORKER)
+        self.expect_recording_works()
+
+    def test_MissingManifest_IsAVerificationFailure(self):
+        manifest = self.stage.folder / "config" / "CheckFileIntergrity.xml"
+        manifest.unlink()
+        result = self.stage.run("record", self.path, "--seconds", 1)
+        self.expect_failure(result, VERIFICATION_FAILED, "run: kxrecord manifest KXVCR.exe")
+        self.stage.trust(WORKER)
+        self.expect_recording_works()
+
+    def test_MissingWorker_IsSaidToBeMissing(self):
+        aside = self.stage.folder / "aside.exe"
+        self.worker.rename(aside)
+        result = self.stage.run("record", self.path, "--seconds", 1)
+        aside.rename(self.worker)
+        self.expect_failure(result, VERIFICATION_FAILED, "KXVCR.exe is missing beside kxrecord.exe")
+        self.expect_recording_works()
+
+    def test_WorkerThatNeverGetsReady_IsEndedInTime(self):
+        self.pose_as_worker("pattern.exe")
+        result = self.stage.run("record", self.path, "--seconds", 1, "--timeout", 1500)
+        self.expect_failure(result, TIMED_OUT, "did not get ready in time")
+
+    def test_WorkerThatEndsAtOnce_HandsItsExitCodeOn(self):
+        self.pose_as_worker("launch.exe")
+        result = self.stage.run("record", self.path, "--seconds", 1)
+        self.expect_failure(result, LAUNCH_USAGE, f"ended before it was ready: code {LAUNCH_USAGE}")
+
+    def test_FolderThatDoesNotExist_IsRefused(self):
+        result = self.stage.run("record", self.path / "screen.mkv", "--seconds", 1)
+        self.expect_failure(result, START_REFUSED, "see that its folder exists")
+        self.expect_recording_works()
+
+    def test_PathThatIsTooLong_IsRefusedBeforeTheWorkerStarts(self):
+        result = self.stage.run("record", self.path.parent / ("x" * 260), "--seconds", 1)
+        self.expect_failure(result, PATH_TOO_LONG, "longer than 260 characters")
+
+    def test_RegionOffTheScreen_IsRefused(self):
+        result = self.stage.run("record", self.path, "--seconds", 1, "--region", "5000,5000,100,100")
+        self.expect_failure(result, PREPARE_REFUSED, "KXVCR.log")
+        self.assertFalse(self.path.exists())
+
+    def test_MonitorThatDoesNotExist_IsRefused(self):
+        result = self.stage.run("record", self.path, "--seconds", 1, "--monitor", 9)
+        self.expect_failure(result, PREPARE_REFUSED, "KXVCR.log")
+        self.assertGreater((self.stage.folder / "KXVCR.log").stat().st_size, 0)
+
+    def test_FileOfARunningRecording_IsRefusedAndStaysWhole(self):
+        first = self.stage.start("record", self.path, "--seconds", 4)
+        self.assertIn(self.path.name, first.first_line())
+        second = self.stage.run("record", self.path, "--seconds", 1)
+        self.expect_failure(second, START_REFUSED, "no other program has the file open")
+        self.expect_code(first.finish(), 0)
+        self.assertGreater(Video(self.path).duration_s, 3)
+
+    def test_KilledHost_LeavesNoWorkerAndAFileThatPlays(self):
+        run = self.start_and_wait_for_pictures()
+        self.stage.kill(HOST)
+        run.abandon()
+        self.stage.expect_ended(WORKER, WORKER_END_LIMIT_S)
+        video = Video(self.path)
+        self.assertEqual(video.complaints, "")
+        self.assertGreater(video.frames, 3)
+        expect_pattern(self, video)
+
+    def test_KilledWorker_IsReportedByTheHost(self):
+        run = self.start_and_wait_for_pictures()
+        self.stage.kill(WORKER)
+        result = run.finish()
+        self.assertNotEqual(result.code, 0)
+        self.expect_failure(result, result.code, "ended by itself while it recorded")
+        self.assertGreater(Video(self.path).frames, 3)
+        self.expect_recording_works()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,80 @@
+// launch.exe REPORT PROGRAM ARGUMENTS: runs a program with the standard streams of this one and writes to the file
+// REPORT what the build machine's shell cannot see: the whole 32-bit exit code and the processor time of the program.
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr int kUsage = 64; ///< a code that no other program of the tests ends with
+
+struct HandleCloser {
+    using pointer = HANDLE;
+    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<HANDLE, HandleCloser>;
+
+struct StreamCloser {
+    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
+};
+
+unsigned long long Milliseconds(const FILETIME& time) {
+    constexpr unsigned long long kTicksPerMillisecond = 10000;
+    return ((std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime) / kTicksPerMillisecond;
+}
+
+// The command line behind its first COUNT arguments, with the quotes that it came with.
+wchar_t* CommandLineBehind(int count) {
+    wchar_t* text = GetCommandLineW();
+    for (int i = 0; i < count; ++i) {
+        const wchar_t end = *text == L'"' ? L'"' : L' ';
+        text += *text == L'"' ? 1 : 0;
+        while (*text != L'\0' && *text != end)
+            ++text;
+        text += *text == L'"' ? 1 : 0;
+        while (*text == L' ')
+            ++text;
+    }
+    return text;
+}
+
+Handle Start(wchar_t* commandLine) {
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process))
+        return nullptr;
+    CloseHandle(process.hThread);
+    return Handle(process.hProcess);
+}
+
+} // namespace
+
+extern "C" int wmain(int count, wchar_t** texts) {
+    if (count < 3)
+        return kUsage;
+    const Handle process = Start(CommandLineBehind(2));
+    if (!process) {
+        std::fprintf(stderr, "launch: cannot start %ls, error %lu\n", texts[2], GetLastError());
+        return 1;
+    }
+    WaitForSingleObject(process.get(), INFINITE);
+
+    DWORD exitCode = 0;
+    FILETIME created, ended, kernel, user;
+    if (!GetExitCodeProcess(process.get(), &exitCode) ||
+        !GetProcessTimes(process.get(), &created, &ended, &kernel, &user))
+        return 1;
+    std::FILE* opened = nullptr;
+    _wfopen_s(&opened, texts[1], L"wb");
+    const std::unique_ptr<std::FILE, StreamCloser> report(opened);
+    if (!report)
+        return 1;
+    std::fprintf(report.get(), "exit %lu\nkernel-ms %llu\nuser-ms %llu\n", exitCode, Milliseconds(kernel),
+                 Milliseconds(user));
+    return 0;
+}
