@@ -246,6 +246,11 @@ dt {
   color: var(--quiet);
 }
 
+/* Room for the digits, so that nothing moves while they change. */
+dd {
+  min-width: 4.5em;
+}
+
 button {
   padding: 5px 14px;
   border: 1px solid var(--line);
