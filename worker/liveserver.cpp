@@ -1,6 +1,6 @@
-// The live server. The HTTP library listens, keeps the threads, reads requests and writes answers; this file says
-// what is answered, and gives the library connections whose waits have an end (connection.h), because the library
-// itself would read a head of any length and wait for a client that does not read.
+// The live server. The HTTP library reads requests and writes answers; this file says what is answered, and gives the
+// library connections whose waits have an end (connection.h), because the library itself would read a head of any
+// length and wait for a client that does not read.
 //
 // One request a connection: a viewer's answer ends with the connection anyway, and a thread that waits for another
 // request would be missing for a viewer.
@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <new>
 #include <string>
@@ -44,8 +45,7 @@ constexpr milliseconds kFarewell(500);
 constexpr milliseconds kFirstPicture(2000);
 constexpr milliseconds kGoneViewerCheck(100);
 constexpr milliseconds kLongestSilence(1000); // then an unchanged picture is sent again
-constexpr time_t kListenPollMicroseconds = 100'000;
-constexpr DWORD kListenAgainMs = 100;
+constexpr DWORD kAcceptAgainMs = 10;
 
 constexpr int kOk = 200;
 constexpr int kForbidden = 403;
@@ -138,48 +138,59 @@ private:
     std::size_t m_offset = 0;
 };
 
-// The library's server on such connections.
+// The library's threads. They are told to end on every way out; those that serve a viewer end with the stop event.
+class Threads {
+public:
+    explicit Threads(std::size_t count) : m_pool(count) {}
+    ~Threads() { m_pool.shutdown(); }
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+
+    void Run(std::function<void()> task) { m_pool.enqueue(std::move(task)); }
+
+private:
+    httplib::ThreadPool m_pool;
+};
+
+// The library's server on such connections. It accepts them itself: the library stops listening for good when a
+// client goes away while it is accepted, and looks for its end only now and then.
 class HttpServer final : public httplib::Server {
 public:
-    HttpServer(HANDLE stop, const LivePatience& patience) : m_stop(stop), m_patience(patience) {
+    HttpServer(HANDLE stop, const LivePatience& patience)
+        : m_stop(stop),
+          m_patience(patience),
+          m_acceptable(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+        if (!m_acceptable)
+            throw std::bad_alloc();
         // Without this, another program could take the port over on Windows.
         set_socket_options([](socket_t socket) {
             const int yes = 1;
             setsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&yes), sizeof(yes));
         });
         set_address_family(AF_INET);
-        set_idle_interval(0, kListenPollMicroseconds);
         set_default_headers(HeadersOfEveryAnswer());
     }
+    ~HttpServer() override { CloseListener(); }
 
     /** @return the port, or 0 with the reason in WSAGetLastError() */
     int Bind(const char* address, int port) {
-        m_address = address;
-        const int bound = port == 0 ? bind_to_any_port(address) : (bind_to_port(address, port) ? port : -1);
-        m_port = std::max(bound, 0);
-        return m_port;
+        const int bound = port == 0 ? bind_to_any_port(address) : (bind_to_port(address, port) ? port : 0);
+        if (bound <= 0 || WSAEventSelect(svr_sock_, m_acceptable.Get(), FD_ACCEPT) != 0)
+            return 0;
+        return bound;
     }
 
-    /** Serves until CloseListener(). The library gives up when a client goes away while it is accepted. */
-    void Listen() {
-        while (!listen_after_bind()) {
-            if (WaitForSingleObject(m_stop, kListenAgainMs) != WAIT_TIMEOUT)
-                return;
-            const std::lock_guard lock(m_mutex);
-            if (m_closed)
-                return;
-            if (!bind_to_port(m_address, m_port)) {
-                LOG4CPLUS_ERROR(GetLogger(), L"The live server lost its port: error " << WSAGetLastError());
-                svr_sock_ = INVALID_SOCKET;
-                return;
-            }
+    /** Serves until the stop event; then every connection has ended. */
+    void Serve(std::size_t threads) {
+        Threads pool(threads);
+        while (WaitForClient()) {
+            const SOCKET client = accept(svr_sock_, nullptr, nullptr);
+            if (client != INVALID_SOCKET)
+                pool.Run([this, client] { process_and_close_socket(client); });
+            else if (WSAGetLastError() != WSAEWOULDBLOCK)
+                WaitForSingleObject(m_stop, kAcceptAgainMs);
         }
-    }
-
-    void CloseListener() noexcept {
-        const std::lock_guard lock(m_mutex);
-        m_closed = true;
-        const Socket closing(svr_sock_.exchange(INVALID_SOCKET));
+        CloseListener();
     }
 
 private:
@@ -201,12 +212,20 @@ private:
         return true;
     }
 
+    bool WaitForClient() noexcept {
+        const HANDLE events[] = {m_stop, m_acceptable.Get()};
+        if (WaitForMultipleObjects(2, events, FALSE, INFINITE) != WAIT_OBJECT_0 + 1)
+            return false;
+        WSANETWORKEVENTS seen;
+        WSAEnumNetworkEvents(svr_sock_, m_acceptable.Get(), &seen);
+        return true;
+    }
+
+    void CloseListener() noexcept { const Socket closing(svr_sock_.exchange(INVALID_SOCKET)); }
+
     HANDLE m_stop;
     LivePatience m_patience;
-    const char* m_address = kLoopback;
-    int m_port = 0;
-    std::mutex m_mutex; // guards the listener's change of sockets
-    bool m_closed = false;
+    KernelHandle m_acceptable;
 };
 
 } // namespace
@@ -238,13 +257,9 @@ public:
                             L"Cannot listen on port " << settings.port << L": error " << WSAGetLastError());
             return static_cast<std::int32_t>(Result::CannotListen);
         }
-        m_http.new_task_queue = [this] {
-            return new httplib::ThreadPool(m_settings.maxClients + kThreadsForShortRequests);
-        };
         try {
-            m_thread = std::thread(&Impl::Listen, this);
+            m_thread = std::thread(&Impl::Serve, this);
         } catch (const std::system_error&) {
-            m_http.CloseListener();
             return static_cast<std::int32_t>(Result::OutOfResources);
         }
         LOG4CPLUS_INFO(GetLogger(), L"Live server on port "
@@ -256,7 +271,6 @@ public:
     void Stop() noexcept {
         m_pictures.End();
         SetEvent(m_stop.Get());
-        m_http.CloseListener();
         const std::lock_guard lock(m_joining);
         if (m_thread.joinable())
             m_thread.join();
@@ -288,9 +302,9 @@ private:
     };
     static const std::array<Route, 7> kRoutes;
 
-    void Listen() noexcept {
+    void Serve() noexcept {
         try {
-            m_http.Listen();
+            m_http.Serve(m_settings.maxClients + kThreadsForShortRequests);
         } catch (const std::exception& failure) {
             LOG4CPLUS_ERROR(GetLogger(), L"The live server ended early: " << failure.what());
         }

@@ -2,6 +2,7 @@
 #include "liveserver.h"
 
 #include "protocol.h"
+#include "support/importpatch.h"
 
 #include <httplib.h>
 
@@ -662,6 +663,28 @@ TEST_F(Live, ClientsThatHangUp_LeaveTheServerAsItWas) {
 
     EXPECT_TRUE(WaitFor([this] { return Status()["clients"] == 0; }));
     ExpectStillServes();
+}
+
+TEST_F(Live, ClientThatIsGoneWhenAccepted_IsTheOnlyOneLost) {
+    using AcceptHook = kxtest::ImportHook<"WS2_32.dll", "accept", decltype(accept)>;
+    Start();
+    Publish(1);
+    Viewer viewer(m_port);
+    ASSERT_TRUE(viewer.WaitShown(1));
+    {
+        const AcceptHook hook(
+            [](SOCKET listener, sockaddr* address, int* size) -> SOCKET {
+                closesocket(AcceptHook::Original(listener, address, size));
+                WSASetLastError(WSAECONNRESET);
+                return INVALID_SOCKET;
+            },
+            GetModuleHandleW(nullptr));
+        EXPECT_EQ(Ask(Get("/status")), "");
+        EXPECT_EQ(hook.Calls(), 1);
+    }
+
+    ExpectStillServes();
+    EXPECT_TRUE(viewer.WaitShown(1'000'000));
 }
 
 TEST_F(Live, Stop_EndsViewersAtOnceHoweverTheyBehave) {
