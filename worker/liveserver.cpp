@@ -39,8 +39,8 @@ constexpr char kLoopback[] = "127.0.0.1";
 constexpr char kAllInterfaces[] = "0.0.0.0";
 
 constexpr std::size_t kThreadsForShortRequests = 16; // beside one for each viewer
-constexpr std::size_t kMaxHead = 16 * 1024;
-constexpr std::size_t kMaxUnread = 64 * 1024;
+constexpr std::size_t kMaxHead = std::size_t{16} * 1024;
+constexpr std::size_t kMaxUnread = std::size_t{64} * 1024;
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kFirstPicture(2000);
 constexpr milliseconds kGoneViewerCheck(100);
@@ -243,9 +243,10 @@ public:
             Answer(request, response);
             return httplib::Server::HandlerResponse::Handled;
         });
-        m_http.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr) {
-            Refuse(response, kServerError, "The server has no memory left.");
-        });
+        m_http.set_exception_handler(
+            [](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
+                Refuse(response, kServerError, "The server has no memory left.");
+            });
     }
 
     std::int32_t Start(const LiveSettings& settings) {
