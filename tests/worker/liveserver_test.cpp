@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -360,6 +361,7 @@ TEST_F(Live, Status_CountsViewersAndFrames) {
 TEST_F(Live, SamePicture_IsSentAgainOnlyOnceASecond) {
     Start();
     Viewer viewer(m_port);
+    const Clock::time_point published = Clock::now();
     Publish(1);
     ASSERT_TRUE(viewer.WaitShown(1));
     for (int i = 0; i < 1000; ++i)
@@ -369,8 +371,8 @@ TEST_F(Live, SamePicture_IsSentAgainOnlyOnceASecond) {
 
     EXPECT_EQ(Status()["framesPerSecond"], 0);
     const std::vector<Clock::time_point> times = viewer.Times();
-    for (std::size_t i = 1; i < times.size(); ++i)
-        EXPECT_GE(times[i] - times[i - 1], 900ms);
+    for (std::size_t i = 0; i < times.size(); ++i)
+        EXPECT_GE(times[i] - published, std::chrono::seconds(i));
 }
 
 TEST_F(Live, ViewerAboveTheLimit_IsTurnedAwayUntilOneLeaves) {
@@ -415,49 +417,55 @@ TEST_F(Live, MostViewersThatAreAllowed_AreAllServedBesideOtherRequests) {
     m_server->Stop();
 }
 
-// 300 pictures at 100 a second, with a viewer that never reads: the other one's pictures arrive when they are
-// published, and publishing takes no longer than without viewers.
+// The server waits a minute for the viewer that never reads. If that kept anybody else waiting, a picture would be
+// missing at the other viewer when the limit is over.
 TEST_F(Live, ViewerThatDoesNotRead_DelaysNobody) {
     constexpr int kPictures = 300;
-    constexpr auto kStep = 10ms;
-    constexpr double kDelayLimitMs = 250; // the machine may be busy with other work
-    constexpr auto kPublishLimit = 100ms;
+    UsePatience({2000ms, 60000ms});
     Start();
     RawClient stuck(m_port);
     stuck.Send(Get("/stream"));
     Viewer viewer(m_port);
-    Publish(1);
-    ASSERT_TRUE(viewer.WaitShown(1));
     ASSERT_TRUE(WaitFor([this] { return Status()["clients"] == 2; }));
 
-    std::map<int, Clock::time_point> published;
-    Clock::duration longestPublish{};
-    const Clock::time_point start = Clock::now();
-    for (int number = 2; number <= kPictures; ++number) {
-        std::this_thread::sleep_until(start + kStep * number); // the pace of the pictures, not a wait for anything
-        const Clock::time_point before = Clock::now();
-        published[number] = before;
-        Publish(number);
-        longestPublish = std::max(longestPublish, Clock::now() - before);
-    }
-    ASSERT_TRUE(viewer.WaitShown(kPictures));
-
-    const std::vector<int> numbers = viewer.Numbers();
-    const std::vector<Clock::time_point> times = viewer.Times();
     std::vector<double> delays;
-    for (std::size_t i = 0; i < numbers.size(); ++i)
-        if (published.contains(numbers[i]))
-            delays.push_back(Milliseconds(times[i] - published[numbers[i]]));
+    double longestPublish = 0;
+    for (int number = 1; number <= kPictures; ++number) {
+        const Clock::time_point before = Clock::now();
+        Publish(number);
+        longestPublish = std::max(longestPublish, Milliseconds(Clock::now() - before));
+        ASSERT_TRUE(viewer.WaitShown(number)) << number;
+        delays.push_back(Milliseconds(viewer.Times().back() - before));
+    }
+
     std::ranges::sort(delays);
     std::printf("delay from publishing to the viewer: median %.2f ms, 95%% %.2f ms, longest %.2f ms; publishing: "
-                "longest %.2f ms; %zu of %d pictures shown\n",
-                delays[delays.size() / 2], delays[delays.size() * 95 / 100], delays.back(),
-                Milliseconds(longestPublish), numbers.size(), kPictures);
+                "longest %.2f ms\n",
+                delays[delays.size() / 2], delays[delays.size() * 95 / 100], delays.back(), longestPublish);
     EXPECT_EQ(viewer.Complaint(), "");
-    EXPECT_TRUE(std::ranges::is_sorted(numbers));
-    EXPECT_GE(numbers.size(), static_cast<std::size_t>(kPictures) * 9 / 10);
-    EXPECT_LT(delays[delays.size() * 95 / 100], kDelayLimitMs);
-    EXPECT_LT(longestPublish, kPublishLimit);
+    EXPECT_EQ(viewer.Numbers().size(), static_cast<std::size_t>(kPictures));
+    EXPECT_EQ(Status()["clients"], 2);
+    EXPECT_LT(m_server->PicturesServed(), static_cast<std::uint64_t>(kPictures) * 3 / 2);
+}
+
+TEST_F(Live, ViewerThatIsLate_IsShownTheNewestPicture) {
+    UsePatience({2000ms, 60000ms});
+    Start();
+    RawClient late(m_port);
+    late.Send(Get("/stream"));
+    ASSERT_TRUE(WaitFor([this] { return Status()["clients"] == 1; }));
+    constexpr int kPictures = 300;
+    for (int number = 1; number <= kPictures; ++number)
+        Publish(number);
+    const std::string newest = PictureOf(kPictures);
+
+    std::string received;
+    ASSERT_TRUE(WaitFor([&] {
+        received += late.Receive();
+        return received.find(newest) != std::string::npos;
+    }));
+
+    EXPECT_LT(received.size(), kPictureSize * kPictures / 10);
 }
 
 TEST_F(Live, ViewerThatDoesNotRead_IsDroppedInTime) {
@@ -667,29 +675,34 @@ TEST_F(Live, ClientsThatHangUp_LeaveTheServerAsItWas) {
 
 TEST_F(Live, ClientThatIsGoneWhenAccepted_IsTheOnlyOneLost) {
     using AcceptHook = kxtest::ImportHook<"WS2_32.dll", "accept", decltype(accept)>;
+    std::atomic<bool> goesAway = false;
+    const AcceptHook hook(
+        [&goesAway](SOCKET listener, sockaddr* address, int* size) -> SOCKET {
+            const SOCKET client = AcceptHook::Original(listener, address, size);
+            if (!goesAway.exchange(false))
+                return client;
+            closesocket(client);
+            WSASetLastError(WSAECONNRESET);
+            return INVALID_SOCKET;
+        },
+        GetModuleHandleW(nullptr));
     Start();
     Publish(1);
     Viewer viewer(m_port);
     ASSERT_TRUE(viewer.WaitShown(1));
-    {
-        const AcceptHook hook(
-            [](SOCKET listener, sockaddr* address, int* size) -> SOCKET {
-                closesocket(AcceptHook::Original(listener, address, size));
-                WSASetLastError(WSAECONNRESET);
-                return INVALID_SOCKET;
-            },
-            GetModuleHandleW(nullptr));
-        EXPECT_EQ(Ask(Get("/status")), "");
-        EXPECT_EQ(hook.Calls(), 1);
-    }
 
+    goesAway = true;
+    EXPECT_EQ(Ask(Get("/status")), "");
+
+    EXPECT_FALSE(goesAway);
     ExpectStillServes();
     EXPECT_TRUE(viewer.WaitShown(1'000'000));
+    m_server->Stop();
 }
 
 TEST_F(Live, Stop_EndsViewersAtOnceHoweverTheyBehave) {
     Start();
-    Publish(1, 4'000'000);
+    Publish(1, 400'000);
     RawClient stuck(m_port);
     stuck.Send(Get("/stream"));
     RawClient silent(m_port);
