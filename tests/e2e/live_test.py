@@ -11,6 +11,7 @@ import time
 from browser import Browser
 from recordcase import RecordCase, main
 from stage import RUN_LIMIT_S, SCREEN_HEIGHT, SCREEN_WIDTH, WINE_RUN, WORKER, wait_until
+from stephost import StepHost
 from video import (BLOCK_WIDTH, COLUMN_WIDTH, COLUMNS, COLUMNS_BOTTOM, COUNTER_BITS, COUNTER_HEIGHT, COUNTER_TOP,
                    expect_colour)
 
@@ -19,6 +20,7 @@ SHOWN_LIMIT_S = 30
 LOWEST_RATE = 15  # of 30, on a machine that is busy with other builds
 WORKER_STOP_LIMIT_S = 1
 LOST_HOST_LIMIT_S = 1
+REPLAY_S = 3
 
 # The number that the pattern shows, read from the page's own picture.
 READ_COUNTER = f"""(() => {{
@@ -37,37 +39,11 @@ PICTURE_PLACE = """(() => {
 })()"""
 
 
-class LiveHost:
-    """A host with a running live server, or one whose server did not start."""
+class LiveServer:
+    """A live server as its clients reach it."""
 
-    def __init__(self, stage, port=0, clients=0):
-        self._stage = stage
-        command = [WINE_RUN, stage.folder / LIVE_HOST, str(port), str(clients)]
-        self._process = subprocess.Popen(command, env=stage.environment, text=True, stdin=subprocess.PIPE,
-                                         stdout=subprocess.PIPE)
-        self.first_line = self._process.stdout.readline().strip()
-        started = re.fullmatch(r"port (\d+)", self.first_line)
-        self.port = int(started.group(1)) if started else None
-
-    def stop(self):
-        """Says stop; the worker's exit code and the milliseconds that it took to end."""
-        output, _ = self._process.communicate(timeout=RUN_LIMIT_S)
-        ended = re.search(r"ended (\d+) after (\d+) ms", output)
-        return (int(ended.group(1)), int(ended.group(2))) if ended else None
-
-    def end(self):
-        """Ends what a failed case left behind."""
-        if self._process.stdin.closed:
-            return
-        try:
-            self._process.communicate(timeout=RUN_LIMIT_S)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            self._process.communicate()
-
-    def kill(self):
-        self._stage.kill(LIVE_HOST)
-        self._process.communicate(timeout=RUN_LIMIT_S)
+    def __init__(self, port):
+        self.port = port
 
     @property
     def url(self):
@@ -96,6 +72,39 @@ class LiveHost:
         connection = self.connect(b"GET /stream HTTP/1.1\r\nHost: localhost\r\n\r\n")
         wait_until(lambda: self.status()["clients"] > before, SHOWN_LIMIT_S, "the viewer's place")
         return connection
+
+
+class LiveHost(LiveServer):
+    """A host with a running live server, or one whose server did not start."""
+
+    def __init__(self, stage, port=0, clients=0):
+        self._stage = stage
+        command = [WINE_RUN, stage.folder / LIVE_HOST, str(port), str(clients)]
+        self._process = subprocess.Popen(command, env=stage.environment, text=True, stdin=subprocess.PIPE,
+                                         stdout=subprocess.PIPE)
+        self.first_line = self._process.stdout.readline().strip()
+        started = re.fullmatch(r"port (\d+)", self.first_line)
+        super().__init__(int(started.group(1)) if started else None)
+
+    def stop(self):
+        """Says stop; the worker's exit code and the milliseconds that it took to end."""
+        output, _ = self._process.communicate(timeout=RUN_LIMIT_S)
+        ended = re.search(r"ended (\d+) after (\d+) ms", output)
+        return (int(ended.group(1)), int(ended.group(2))) if ended else None
+
+    def end(self):
+        """Ends what a failed case left behind."""
+        if self._process.stdin.closed:
+            return
+        try:
+            self._process.communicate(timeout=RUN_LIMIT_S)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            self._process.communicate()
+
+    def kill(self):
+        self._stage.kill(LIVE_HOST)
+        self._process.communicate(timeout=RUN_LIMIT_S)
 
 
 def read_everything(connection):
@@ -266,6 +275,37 @@ class Live(RecordCase):
         self.stage.expect_ended(WORKER)
         self.assertLess(time.monotonic() - killed, LOST_HOST_LIMIT_S)
         wait_until(lambda: browser.ask("document.body.dataset.state") == "lost", SHOWN_LIMIT_S, "the lost connection")
+
+    def start_after_replay(self, host):
+        """Gives the replay something to keep, then starts the live server instead of a recording."""
+        host.prepare(REPLAY_S)
+        time.sleep(REPLAY_S / 2)
+        server = LiveServer(host.live())
+        stuck = server.stuck_viewer()
+        self.addCleanup(stuck.close)
+        browser = self.open_browser(server.url)
+        self.expect_moving(browser)
+        wait_until(lambda: self.rate_shown(browser) >= LOWEST_RATE, SHOWN_LIMIT_S, "the stream's full rate")
+        return browser
+
+    def test_LiveAfterReplay_IsStoppedInTimeDespiteViewers(self):
+        with StepHost(self.stage, self.settings.bin) as host:
+            browser = self.start_after_replay(host)
+            stopped = time.monotonic()
+            self.assertEqual(host.stop(), 0)
+            self.assertLess(time.monotonic() - stopped, WORKER_STOP_LIMIT_S)
+            wait_until(lambda: browser.ask("document.body.dataset.state") == "lost", SHOWN_LIMIT_S,
+                       "the lost connection")
+
+    def test_LiveAfterReplay_EndsInTimeWhenItsHostIsGone(self):
+        with StepHost(self.stage, self.settings.bin) as host:
+            browser = self.start_after_replay(host)
+            left = time.monotonic()
+            host.leave()
+            self.stage.expect_ended(WORKER)
+            self.assertLess(time.monotonic() - left, LOST_HOST_LIMIT_S)
+            wait_until(lambda: browser.ask("document.body.dataset.state") == "lost", SHOWN_LIMIT_S,
+                       "the lost connection")
 
 
 if __name__ == "__main__":
