@@ -8,7 +8,7 @@ usage() {
 usage: scripts/bootstrap.sh [--help]
 
 Prepares a Debian machine for building and testing:
-  1. installs the host packages that are missing (cross compiler, Wine, virtual display, ffmpeg);
+  1. installs the host packages that are missing (cross compiler, Wine, virtual display, browser, ffmpeg);
   2. fetches the distribution's source packages of the libraries the project calls and builds them
      for 64-bit Windows into build/deps/x86_64-w64-mingw32;
   3. makes the template Wine prefix that test runs are copied from, in build/deps/wineprefix.
@@ -26,7 +26,7 @@ readonly DEPS="$PWD/build/deps"
 readonly PREFIX="$DEPS/x86_64-w64-mingw32"
 readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
 readonly HOST_PACKAGES=(
-    ca-certificates cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
+    ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
     procps python3 util-linux wine64 x11-utils xauth xvfb
 )
 

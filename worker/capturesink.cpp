@@ -45,43 +45,60 @@ bool CaptureSink::SwitchTo(std::unique_ptr<FileSink>& file) {
     return true;
 }
 
+bool CaptureSink::SwitchTo(FrameSink& live) noexcept {
+    PictureQueue dropped; // freed outside the lock
+    const std::lock_guard lock(m_mutex);
+    if (m_ended)
+        return false;
+    dropped = m_replay.Take();
+    m_live = &live;
+    return true;
+}
+
 std::unique_ptr<FileSink> CaptureSink::Detach() noexcept {
     const std::lock_guard lock(m_mutex);
+    m_live = nullptr;
     return std::move(m_file);
 }
 
+FrameSink* CaptureSink::Target() const noexcept {
+    return m_file != nullptr ? m_file.get() : m_live;
+}
+
 bool CaptureSink::AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) {
-    FileSink* file = nullptr;
+    FrameSink* target = nullptr;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_file == nullptr) {
+        target = Target(); // stays until this thread calls Finish() or End()
+        if (target == nullptr) {
             m_replay.Add(slot, jpeg);
             return true;
         }
-        file = m_file.get(); // stays until this thread calls Finish() or End()
     }
-    return file->AddFrame(slot, jpeg);
+    return target->AddFrame(slot, jpeg);
 }
 
 void CaptureSink::Finish(std::uint64_t endSlot) {
-    FileSink* file = nullptr;
+    FrameSink* target = nullptr;
     {
         const std::lock_guard lock(m_mutex);
         m_ended = true;
-        file = m_file.get();
+        target = Target();
     }
+    if (target == nullptr)
+        return;
+    target->Finish(endSlot);
+    const std::unique_ptr<FileSink> file = Detach();
     if (file == nullptr)
         return;
-    file->Finish(endSlot);
     m_cutShort = file->CutShort();
     LogSummary(*file);
-    const std::lock_guard lock(m_mutex);
-    m_file.reset();
 }
 
 void CaptureSink::End() noexcept {
     const std::lock_guard lock(m_mutex);
     m_ended = true;
+    m_live = nullptr;
     if (m_file != nullptr) // not finished
         m_cutShort = true;
     m_file.reset();

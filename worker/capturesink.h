@@ -1,6 +1,6 @@
 /**
  * @file
- * Where the captured pictures go: into the replay buffer, and from the start of a recording on into its file.
+ * Where the captured pictures go: into the replay buffer, and from a start on into a file or to the live server.
  */
 #pragma once
 
@@ -17,8 +17,8 @@
 namespace kxvcr {
 
 /**
- * Switches from the replay buffer to a file between two slots, so that each slot is in the file once. The sink's own
- * members are called by the capturing thread, the others by any.
+ * Switches from the replay buffer to a target, once: to a file between two slots, so that each slot is in the file
+ * once, or to the live server. The sink's own members are called by the capturing thread, the others by any.
  */
 class CaptureSink final : public FrameSink {
 public:
@@ -28,15 +28,21 @@ public:
     /** Gives what was kept and everything from the next slot on to @p file. @return false when capturing has ended */
     bool SwitchTo(std::unique_ptr<FileSink>& file);
 
-    /** Gives the file back, when capturing could not be started. */
+    /**
+     * Drops what was kept and gives everything from the next slot on to @p live, which must live until capturing has
+     * ended. @return false when capturing has ended
+     */
+    bool SwitchTo(FrameSink& live) noexcept;
+
+    /** Takes the target away, when capturing could not be started. @return the file, if it was one */
     std::unique_ptr<FileSink> Detach() noexcept;
 
     bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override;
 
-    /** Finishes and closes the file, if any. */
+    /** Finishes the target, if any, and closes it when it is a file. */
     void Finish(std::uint64_t endSlot) override;
 
-    /** Capturing has ended; a file that was not finished is closed as it is. */
+    /** Capturing has ended; a file that was not finished is closed as it is, and counts as cut short. */
     void End() noexcept;
 
     /** As FileSink's. */
@@ -46,9 +52,12 @@ public:
     bool CutShort() const noexcept { return m_cutShort; }
 
 private:
+    FrameSink* Target() const noexcept;
+
     std::mutex m_mutex;
     ReplayBuffer m_replay;
     std::unique_ptr<FileSink> m_file;
+    FrameSink* m_live = nullptr;
     std::int64_t m_finishLimit = INT64_MAX;
     bool m_ended = false;
     std::atomic<bool> m_cutShort = false;

@@ -22,6 +22,9 @@ public:
     virtual ScreenLayout Layout() const = 0;
     virtual Result Prepare(const RecordSettings& settings) = 0;
     virtual Result StartFile(const std::wstring& path) = 0;
+
+    /** @return the port that the server listens on, or a negative Result */
+    virtual std::int32_t StartLive(const LiveSettings& settings) = 0;
 };
 
 /** How far the commands have come. Refused commands leave it as it was. */
@@ -29,6 +32,7 @@ enum class Progress {
     Waiting,   ///< for prepare
     Prepared,  ///< for a start
     Recording, ///< only stop is left
+    Serving,   ///< the live server runs: only stop is left
 };
 
 /** Answers commands one after the other; to be called from one thread. */
@@ -38,18 +42,18 @@ public:
 
     /**
      * Carries out one command; a refusal is logged. Never throws.
-     * @return what to reply
+     * @return what to reply: a Result, or the positive value that the command's answer carries
      */
-    Result Answer(std::uint32_t messageId, std::span<const std::byte> payload) noexcept;
+    std::int32_t Answer(std::uint32_t messageId, std::span<const std::byte> payload) noexcept;
 
 private:
     struct Command;
     static const Command kCommands[];
 
-    Result CarryOut(const Command& command, std::span<const std::byte> payload) noexcept;
-    Result Prepare(std::span<const std::byte> payload);
-    Result StartLocalRecord(std::span<const std::byte> payload);
-    Result StartLiveServer(std::span<const std::byte> payload);
+    std::int32_t CarryOut(const Command& command, std::span<const std::byte> payload) noexcept;
+    std::int32_t Prepare(std::span<const std::byte> payload);
+    std::int32_t StartLocalRecord(std::span<const std::byte> payload);
+    std::int32_t StartLiveServer(std::span<const std::byte> payload);
 
     RecordingDevice& m_device;
     Progress m_progress = Progress::Waiting;

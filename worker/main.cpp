@@ -16,6 +16,7 @@
 #include <log4cplus/loggingmacros.h>
 #include <windows.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -46,8 +47,8 @@ void Reply(CommandHandler& commands, const TagIPCMessageItem& request, IPCReplyS
     std::span<const std::byte> payload;
     if (request.hasPayload)
         payload = {static_cast<const std::byte*>(request.payload), request.payloadSize};
-    const Result result = commands.Answer(request.messageId, payload);
-    if (!sender.Reply(&result, sizeof(result)))
+    const std::int32_t reply = commands.Answer(request.messageId, payload);
+    if (!sender.Reply(&reply, sizeof(reply)))
         LOG4CPLUS_WARN(GetLogger(), L"Nobody took the reply to command " << request.messageId);
 }
 

@@ -93,14 +93,23 @@ Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path) {
     return Result::Accepted;
 }
 
-Result ReadLiveServer(std::span<const std::byte> payload) {
+Result ReadLiveServer(std::span<const std::byte> payload, LiveSettings& settings) {
     LiveServerParam param;
     if (payload.size() != sizeof(param))
         return Result::WrongPayloadSize;
     std::memcpy(&param, payload.data(), sizeof(param));
     if (!AllZero(param.reserved))
         return Result::ReservedNotZero;
-    return Result::NotSupported;
+    if (param.port > kMaxPort)
+        return Result::BadPort;
+    if (param.maxClients > kMaxLiveClients)
+        return Result::BadClientLimit;
+    if (param.listenOnAllInterfaces > 1)
+        return Result::BadInterfaceFlag;
+    settings.port = static_cast<std::uint16_t>(param.port);
+    settings.maxClients = param.maxClients == 0 ? kDefaultLiveClients : param.maxClients;
+    settings.allInterfaces = param.listenOnAllInterfaces != 0;
+    return Result::Accepted;
 }
 
 } // namespace kxvcr

@@ -20,6 +20,9 @@ inline constexpr std::uint32_t kDefaultFramesPerSecond = 30;
 inline constexpr std::uint32_t kMaxFramesPerSecond = 60;
 inline constexpr std::uint32_t kDefaultJpegQuality = 80;
 inline constexpr std::uint32_t kMaxJpegQuality = 100;
+inline constexpr std::uint32_t kMaxPort = 65535;
+inline constexpr std::uint32_t kDefaultLiveClients = 8;
+inline constexpr std::uint32_t kMaxLiveClients = 64;
 
 /** What part of the screen the pictures show. */
 struct CaptureArea {
@@ -50,7 +53,17 @@ Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layou
  */
 Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path);
 
-/** Reads the payload of a start-live-server command. */
-Result ReadLiveServer(std::span<const std::byte> payload);
+/** A checked start-live-server command with its defaults filled in. */
+struct LiveSettings {
+    std::uint16_t port = 0; ///< 0 lets the system choose
+    std::uint32_t maxClients = kDefaultLiveClients;
+    bool allInterfaces = false; ///< else loopback only
+};
+
+/**
+ * Reads the payload of a start-live-server command.
+ * @param settings written when the command is accepted, else untouched
+ */
+Result ReadLiveServer(std::span<const std::byte> payload, LiveSettings& settings);
 
 } // namespace kxvcr

@@ -26,7 +26,7 @@ enum class Result : std::int32_t {
     UnknownCommand = -1,    ///< no command has this message id
     WrongOrder = -2,        ///< the command does not fit what the worker is doing
     WrongPayloadSize = -3,  ///< the payload has not the size of the command's record
-    NotSupported = -4,      ///< this worker cannot do what was asked
+    NotSupported = -4,      ///< a time-machine value above 300
     BadRectangle = -5,      ///< not inside the screen or the chosen monitor, or only one of width and height is 0
     BadFrameRate = -6,      ///< more than 60 frames per second
     BadQuality = -7,        ///< JPEG quality above 100
@@ -38,6 +38,10 @@ enum class Result : std::int32_t {
     CaptureFailed = -13,    ///< the screen cannot be read
     EncoderFailed = -14,    ///< the picture cannot be encoded
     OutOfResources = -15,   ///< memory, a thread or another system resource was refused
+    BadPort = -20,          ///< above 65535
+    BadClientLimit = -21,   ///< more than 64 viewers
+    BadInterfaceFlag = -22, ///< neither 0 nor 1
+    CannotListen = -23,     ///< the port is in use, or the system refused it
 };
 
 /**

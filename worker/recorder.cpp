@@ -1,10 +1,11 @@
-// The recorder. One thread captures from prepare on when a replay is kept, else from the start of the file on. Ways a
-// recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both leave a finished, closed
-// file.
+// The recorder. One thread captures from prepare on when a replay is kept, else from the start of the file or of the
+// live server on. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
+// leave a finished, closed file. The live server ends with Finish() alone.
 #include "recorder.h"
 
 #include "capture.h"
 #include "encode.h"
+#include "liveserver.h"
 #include "matroskawriter.h"
 #include "outputfile.h"
 #include "pacing.h"
@@ -194,7 +195,7 @@ std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) con
 
 Result ScreenRecorder::StartFile(const std::wstring& path) {
     const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_fileStarted)
+    if (m_ended || m_pictures == nullptr || m_started)
         return Result::WrongOrder;
     std::unique_ptr<FileSink> file = OpenFile(path);
     if (file == nullptr)
@@ -207,9 +208,29 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
         m_sink.Detach()->Discard();
         return Result::OutOfResources;
     }
-    m_fileStarted = true;
+    m_started = true;
     LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path);
     return Result::Accepted;
+}
+
+std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended || m_pictures == nullptr || m_started)
+        return static_cast<std::int32_t>(Result::WrongOrder);
+    const ScreenRect& area = m_settings.area.area;
+    auto live = std::make_unique<LiveServer>(area.width, area.height);
+    const std::int32_t port = live->Start(settings);
+    if (port < 0)
+        return port;
+    if (!m_sink.SwitchTo(*live))
+        return static_cast<std::int32_t>(Result::OutOfResources);
+    if (!StartCapturing()) {
+        m_sink.Detach();
+        return static_cast<std::int32_t>(Result::OutOfResources);
+    }
+    m_live = std::move(live);
+    m_started = true;
+    return port;
 }
 
 bool ScreenRecorder::StartCapturing() noexcept {
@@ -229,8 +250,7 @@ void ScreenRecorder::Capture() noexcept {
         loop.Run(m_stop.Get());
         LogSummary(loop.Statistics());
     } catch (const std::exception& failure) {
-        m_captureFailed = true;
-        LOG4CPLUS_ERROR(GetLogger(), L"The recording ended early: " << failure.what());
+        LOG4CPLUS_ERROR(GetLogger(), L"Capturing ended early: " << failure.what());
     }
     m_sink.End();
     if (m_sink.CutShort() && m_cutShortCallback)
@@ -245,6 +265,8 @@ void ScreenRecorder::Finish() noexcept {
     const std::lock_guard lock(m_mutex);
     m_ended = true;
     SetEvent(m_stop.Get());
+    if (m_live != nullptr)
+        m_live->Stop();
     if (m_thread.joinable())
         m_thread.join();
 }

@@ -10,7 +10,6 @@
 #include "owners.h"
 #include "parameters.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -22,6 +21,8 @@
 #include <utility>
 
 namespace kxvcr {
+
+class LiveServer;
 
 /** What became of the slots of one recording, and the time that the steps took together. */
 struct RecordStatistics {
@@ -101,14 +102,20 @@ public:
      */
     Result StartFile(const std::wstring& path) override;
 
-    /** Ends the recording, if any; returns when its file is closed. Nothing can be started afterwards. */
+    /** Begins to listen and to show the screen to viewers. What the replay has kept is dropped. */
+    std::int32_t StartLive(const LiveSettings& settings) override;
+
+    /**
+     * Ends the recording or the live server, if any; returns when its file is closed or its viewers are gone.
+     * Nothing can be started afterwards.
+     */
     void Finish() noexcept;
 
     /** From now on, Finish() leaves out the pictures that are still in memory after so many milliseconds. */
     void LimitFinish(std::uint32_t milliseconds) noexcept;
 
     /** Whether a recording's file had to be closed before its end, because it could not be written. */
-    bool FileCutShort() const noexcept { return m_captureFailed || m_sink.CutShort(); }
+    bool FileCutShort() const noexcept { return m_sink.CutShort(); }
 
 private:
     std::unique_ptr<FileSink> OpenFile(const std::wstring& path) const;
@@ -118,12 +125,12 @@ private:
     mutable std::mutex m_mutex;
     KernelHandle m_stop;
     bool m_ended = false;
-    bool m_fileStarted = false;
+    bool m_started = false; // a file or the live server
     RecordSettings m_settings;
     std::unique_ptr<PictureSource> m_pictures;
+    std::unique_ptr<LiveServer> m_live;
     CaptureSink m_sink;
     std::thread m_thread;
-    std::atomic<bool> m_captureFailed = false;
     std::function<void()> m_cutShortCallback;
 };
 

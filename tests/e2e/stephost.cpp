@@ -3,6 +3,7 @@
 //   prepare REPLAY-SECONDS FPS CURSOR LEFT TOP WIDTH HEIGHT
 //                         runs the worker and prepares           ok MILLISECONDS
 //   start PATH            starts a recording to the file         ok MILLISECONDS COUNTER
+//   live                  starts the live server on any port     ok PORT
 //   stop                  ends the worker                        ok EXIT-CODE
 //   display WIDTH HEIGHT  gives the screen another size          ok
 //   pointer X Y           moves the mouse pointer                ok
@@ -84,6 +85,12 @@ void Start(ScreenRecordProxy& proxy, std::istream& arguments) {
     Answer(started ? "ok " + std::to_string(GetTickCount() - before) + " " + std::to_string(counter) : "failed");
 }
 
+void StartLive(ScreenRecordProxy& proxy) {
+    int port = 0;
+    const bool started = proxy.StartLiveServer({}, kTimeoutMs, port);
+    Answer(started ? "ok " + std::to_string(port) : "failed");
+}
+
 // The worker's end is known to the library a moment after it; only then can it run the next one.
 void Stop(ScreenRecordProxy& proxy) {
     proxy.Stop();
@@ -124,6 +131,8 @@ int main() {
             Prepare(*proxy, arguments);
         else if (step == "start")
             Start(*proxy, arguments);
+        else if (step == "live")
+            StartLive(*proxy);
         else if (step == "stop")
             Stop(*proxy);
         else if (step == "display")

@@ -50,6 +50,10 @@ class StepHost:
         """Starts a recording; returns the milliseconds that it took and the counter on the screen at that time."""
         return self._step(f"start {windows_path(path)}")
 
+    def live(self):
+        """Starts the live server; returns its port."""
+        return self._step("live")[0]
+
     def stop(self):
         """Stops the worker; returns its exit code."""
         return self._step("stop")[0]

@@ -1,4 +1,5 @@
-// The switch from the replay to the file while the frame loop runs: every slot is in the file once, with its picture.
+// The switch from the replay while the frame loop runs. To the file: every slot is in the file once, with its picture.
+// To the live server: it gets every slot from then on and none from before.
 #include "capturesink.h"
 
 #include "matroskareader.h"
@@ -11,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -39,6 +41,24 @@ public:
 
 private:
     std::vector<std::byte> m_picture;
+};
+
+// Notes the pictures' numbers and when it was finished.
+class NotingSink final : public FrameSink {
+public:
+    bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override {
+        std::uint64_t number = 0;
+        EXPECT_EQ(jpeg.size(), sizeof(number));
+        std::memcpy(&number, jpeg.data(), sizeof(number));
+        slots.push_back(slot);
+        numbers.push_back(number);
+        return true;
+    }
+    void Finish(std::uint64_t end) override { ends.push_back(end); }
+
+    std::vector<std::uint64_t> slots;
+    std::vector<std::uint64_t> numbers;
+    std::vector<std::uint64_t> ends;
 };
 
 struct Rate {
@@ -177,6 +197,47 @@ TEST_P(Switch, AfterTheEnd_IsRefused) {
 
     EXPECT_FALSE(sink.SwitchTo(file));
     EXPECT_NE(file, nullptr);
+}
+
+TEST_P(Switch, ToTheLiveServer_DropsWhatWasKeptAndGivesEverySlotAfterIt) {
+    NotingSink live;
+    sink.KeepReplay(1000);
+    pictures.script[12] = [this, &live] { EXPECT_TRUE(sink.SwitchTo(live)); };
+    pictures.script[24] = [this] { SetEvent(stop.Get()); };
+    MakeLateAround(12);
+
+    Run();
+
+    ASSERT_FALSE(live.numbers.empty());
+    EXPECT_EQ(live.numbers.front(), 12u);
+    EXPECT_EQ(live.numbers.back(), 24u);
+    for (std::size_t i = 1; i < live.slots.size(); ++i)
+        ASSERT_EQ(live.slots[i], live.slots[i - 1] + 1);
+    EXPECT_EQ(live.ends, (std::vector<std::uint64_t>{live.slots.back() + 1}));
+    EXPECT_FALSE(sink.CutShort());
+}
+
+TEST_P(Switch, ToTheLiveServerAfterTheEnd_IsRefused) {
+    NotingSink live;
+    pictures.script[3] = [this] { SetEvent(stop.Get()); };
+    Run();
+
+    EXPECT_FALSE(sink.SwitchTo(live));
+
+    EXPECT_TRUE(live.ends.empty());
+}
+
+TEST_P(Switch, CapturingThatBreaksOff_CutsTheFileShortAndNoLiveServer) {
+    NotingSink live;
+    CaptureSink liveSink;
+    SwitchNow();
+    EXPECT_TRUE(liveSink.SwitchTo(live));
+
+    sink.End();
+    liveSink.End();
+
+    EXPECT_TRUE(sink.CutShort());
+    EXPECT_FALSE(liveSink.CutShort());
 }
 
 INSTANTIATE_TEST_SUITE_P(Rates, Switch,

@@ -14,6 +14,9 @@ namespace {
 
 using namespace kxvcr;
 
+constexpr std::int32_t kPort = 8080;
+constexpr auto kWrongOrder = static_cast<std::int32_t>(Result::WrongOrder);
+
 // Notes what it is told and answers as it is told.
 class FakeDevice final : public RecordingDevice {
 public:
@@ -29,6 +32,11 @@ public:
         return answer;
     }
 
+    std::int32_t StartLive(const LiveSettings& settings) override {
+        calls.push_back(L"live " + std::to_wstring(settings.port));
+        return answer == Result::Accepted ? kPort : static_cast<std::int32_t>(answer);
+    }
+
     std::vector<std::wstring> calls;
     Result answer = Result::Accepted;
     bool outOfMemory = false;
@@ -39,10 +47,13 @@ protected:
     Result Prepare(std::uint32_t framesPerSecond = 30) {
         KxScreenRecord::ScreenRecordParam param;
         param.framesPerSecond = framesPerSecond;
-        return handler.Answer(kMessagePrepare, std::as_bytes(std::span(&param, 1)));
+        return Answer(kMessagePrepare, std::as_bytes(std::span(&param, 1)));
     }
-    Result StartFile() { return handler.Answer(kMessageStartLocalRecord, std::as_bytes(std::span(L"a.mkv"))); }
-    Result StartLive() {
+    Result StartFile() { return Answer(kMessageStartLocalRecord, std::as_bytes(std::span(L"a.mkv"))); }
+    Result Answer(std::uint32_t messageId, std::span<const std::byte> payload) {
+        return static_cast<Result>(handler.Answer(messageId, payload));
+    }
+    std::int32_t StartLive() {
         const KxScreenRecord::LiveServerParam param;
         return handler.Answer(kMessageStartLiveServer, std::as_bytes(std::span(&param, 1)));
     }
@@ -60,7 +71,7 @@ TEST_F(Commands, PrepareThenStart_ReachTheDevice) {
 
 TEST_F(Commands, BeforePrepare_OnlyPrepareFits) {
     EXPECT_EQ(StartFile(), Result::WrongOrder);
-    EXPECT_EQ(StartLive(), Result::WrongOrder);
+    EXPECT_EQ(StartLive(), kWrongOrder);
     EXPECT_TRUE(device.calls.empty());
     EXPECT_EQ(Prepare(), Result::Accepted);
 }
@@ -69,8 +80,33 @@ TEST_F(Commands, AfterPrepare_OnlyAStartFits) {
     Prepare();
 
     EXPECT_EQ(Prepare(), Result::WrongOrder);
-    EXPECT_EQ(StartLive(), Result::NotSupported);
     EXPECT_EQ(StartFile(), Result::Accepted);
+}
+
+TEST_F(Commands, StartLive_AnswersThePort) {
+    Prepare();
+
+    EXPECT_EQ(StartLive(), kPort);
+
+    EXPECT_EQ(device.calls, (std::vector<std::wstring>{L"prepare 30", L"live 0"}));
+}
+
+TEST_F(Commands, WhileServing_NothingFits) {
+    Prepare();
+    StartLive();
+
+    EXPECT_EQ(Prepare(), Result::WrongOrder);
+    EXPECT_EQ(StartFile(), Result::WrongOrder);
+    EXPECT_EQ(StartLive(), kWrongOrder);
+}
+
+TEST_F(Commands, LiveServerThatCannotStart_CanBeStartedAgain) {
+    Prepare();
+    device.answer = Result::CannotListen;
+
+    EXPECT_EQ(StartLive(), static_cast<std::int32_t>(Result::CannotListen));
+    device.answer = Result::Accepted;
+    EXPECT_EQ(StartLive(), kPort);
 }
 
 TEST_F(Commands, WhileRecording_NothingFits) {
@@ -79,7 +115,7 @@ TEST_F(Commands, WhileRecording_NothingFits) {
 
     EXPECT_EQ(Prepare(), Result::WrongOrder);
     EXPECT_EQ(StartFile(), Result::WrongOrder);
-    EXPECT_EQ(StartLive(), Result::WrongOrder);
+    EXPECT_EQ(StartLive(), kWrongOrder);
 }
 
 TEST_F(Commands, RefusedCommand_CanBeRepeated) {
@@ -99,13 +135,13 @@ TEST_F(Commands, RefusedCommand_CanBeRepeated) {
 }
 
 TEST_F(Commands, UnknownId_IsRefused) {
-    EXPECT_EQ(handler.Answer(0x4E0007, {}), Result::UnknownCommand);
-    EXPECT_EQ(handler.Answer(0xFFFFFFFF, {}), Result::UnknownCommand);
+    EXPECT_EQ(Answer(0x4E0007, {}), Result::UnknownCommand);
+    EXPECT_EQ(Answer(0xFFFFFFFF, {}), Result::UnknownCommand);
     EXPECT_TRUE(device.calls.empty());
 }
 
 TEST_F(Commands, EmptyPayload_IsRefused) {
-    EXPECT_EQ(handler.Answer(kMessagePrepare, {}), Result::WrongPayloadSize);
+    EXPECT_EQ(Answer(kMessagePrepare, {}), Result::WrongPayloadSize);
 }
 
 } // namespace

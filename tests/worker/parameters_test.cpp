@@ -182,13 +182,61 @@ TEST(ReadLocalRecord, NoPath_IsRefusedAndLeavesThePath) {
     EXPECT_EQ(path, L"before");
 }
 
-TEST(ReadLiveServer, EveryRecord_IsRefusedWithItsReason) {
-    LiveServerParam param;
+Result ReadLive(const LiveServerParam& param) {
+    LiveSettings settings;
+    return ReadLiveServer(BytesOf(param), settings);
+}
 
-    EXPECT_EQ(ReadLiveServer(BytesOf(param)), Result::NotSupported);
-    param.reserved[6] = 1;
-    EXPECT_EQ(ReadLiveServer(BytesOf(param)), Result::ReservedNotZero);
-    EXPECT_EQ(ReadLiveServer(std::vector<std::byte>(39)), Result::WrongPayloadSize);
+TEST(ReadLiveServer, Zeros_AreTheDefaults) {
+    LiveSettings settings;
+    settings.allInterfaces = true;
+
+    EXPECT_EQ(ReadLiveServer(BytesOf(LiveServerParam{}), settings), Result::Accepted);
+
+    EXPECT_EQ(settings.port, 0u);
+    EXPECT_EQ(settings.maxClients, 8u);
+    EXPECT_FALSE(settings.allInterfaces);
+}
+
+TEST(ReadLiveServer, GivenValues_AreTaken) {
+    LiveServerParam param;
+    param.port = 65535;
+    param.maxClients = 64;
+    param.listenOnAllInterfaces = 1;
+    LiveSettings settings;
+
+    EXPECT_EQ(ReadLiveServer(BytesOf(param), settings), Result::Accepted);
+
+    EXPECT_EQ(settings.port, 65535u);
+    EXPECT_EQ(settings.maxClients, 64u);
+    EXPECT_TRUE(settings.allInterfaces);
+}
+
+TEST(ReadLiveServer, FieldOutOfRange_IsRefusedWithItsResult) {
+    LiveServerParam param;
+    param.port = 65536;
+    EXPECT_EQ(ReadLive(param), Result::BadPort);
+    param = {};
+    param.maxClients = 65;
+    EXPECT_EQ(ReadLive(param), Result::BadClientLimit);
+    param = {};
+    param.listenOnAllInterfaces = 2;
+    EXPECT_EQ(ReadLive(param), Result::BadInterfaceFlag);
+    for (std::uint32_t& field : param.reserved) {
+        param = {};
+        field = 1;
+        EXPECT_EQ(ReadLive(param), Result::ReservedNotZero);
+    }
+}
+
+TEST(ReadLiveServer, OtherSizes_AreRefusedAndLeaveTheSettings) {
+    LiveSettings settings;
+    settings.port = 7;
+
+    for (const std::size_t size : {0u, 1u, 39u, 41u, 44u})
+        EXPECT_EQ(ReadLiveServer(std::vector<std::byte>(size), settings), Result::WrongPayloadSize) << size;
+
+    EXPECT_EQ(settings.port, 7u);
 }
 
 } // namespace
