@@ -13,17 +13,7 @@
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using querytest::kFullAccess;
-using querytest::kLongLength;
-using querytest::LockedFile;
-using querytest::OemFile;
-using querytest::QueryTest;
-using querytest::Utf16File;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kSettings = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Orvane\\Calvora\\setting";
 const Call kSidCall{"KXPROCESS::GetCurrentUserSidstr", ""};
