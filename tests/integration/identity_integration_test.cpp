@@ -4,6 +4,8 @@
 // of a real machine is not.
 #include "systemenvironment.h"
 
+#include "firmwaretable.h"
+#include "productprofile.h"
 #include "support/childprocess.h"
 #include "support/debuglines.h"
 #include "support/hostfolder.h"
@@ -30,11 +32,14 @@
 
 namespace {
 
+using firmwaretest::Bytes;
+using firmwaretest::Structure;
 using kxtest::StoredRegistryNumber;
 using kxtest::StoredRegistryText;
 using kxtest::StoreRegistryBytes;
 using kxtest::StoreRegistryNumber;
 using kxtest::StoreRegistryText;
+using profiletest::WriteProfile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -50,11 +55,8 @@ constexpr wchar_t kNoVersionLine[] = L"Registry GetValue fail(SystemEnvironment:
 constexpr char kOemRoot[] = "c:\\recovery";
 constexpr char kOemFile[] = "c:\\recovery\\OEM\\version.txt";
 
-std::filesystem::path ConfigFile(const char* name) {
-    return kxtest::OwnFolder() / "config" / name;
-}
-void WriteProfile(const std::string& content) {
-    kxtest::WriteFileBytes(ConfigFile("ProductProfile.xml"), "<ProductProfile>" + content + "</ProductProfile>");
+std::filesystem::path LogTypeFile() {
+    return kxtest::OwnFolder() / "config" / "LogType.xml";
 }
 
 class IdentityIntegrationTest : public testing::Test {
@@ -83,8 +85,8 @@ protected:
 
 private:
     static void RemoveFiles() {
-        std::filesystem::remove(ConfigFile("ProductProfile.xml"));
-        std::filesystem::remove(ConfigFile("LogType.xml"));
+        std::filesystem::remove(profiletest::ProfileFile());
+        std::filesystem::remove(LogTypeFile());
     }
 
     std::wstring m_sid;
@@ -233,32 +235,14 @@ TEST(DeviceIdIntegration, NoSerialInTheRegistry_WmisIsGivenAndWritten) {
 
 // --- SMBIOS: the table is read once in a process
 
-std::string Record(std::uint8_t type, std::string fields, const std::vector<std::string>& texts) {
-    std::string record;
-    record += static_cast<char>(type);
-    record += static_cast<char>(fields.size() + 4);
-    record += std::string(2, '\0');
-    record += fields;
-    for (const std::string& text : texts) {
-        record += text + '\0';
-    }
-    return record + std::string(texts.empty() ? 2 : 1, '\0');
-}
-
 // System record with version and SKU, and an OEM strings record.
-std::string FirmwareTable(const std::string& version, const std::string& sku, const std::string& oemString) {
-    std::string system(0x1B - 4, '\0');
+Bytes FirmwareTable(const std::string& version, const std::string& sku, const std::string& oemString) {
+    Bytes system(0x1B - 4);
     system[0x06 - 4] = 1;
     system[0x19 - 4] = 2;
-    const std::string records =
-        Record(1, system, {version, sku}) + Record(11, "\x01", {oemString}) + Record(127, "", {});
-    const auto length = static_cast<std::uint32_t>(records.size());
-    std::string header{"\0\3\2\0", 4};
-    header.append(reinterpret_cast<const char*>(&length), sizeof(length));
-    return header + records;
+    return firmwaretest::Table(
+        3, 2, {Structure(1, system, {version, sku}), Structure(11, {1}, {oemString}), Structure(127, {}, {})});
 }
-
-using FirmwareHook = kxtest::ImportHook<"KERNEL32.dll", "GetSystemFirmwareTable", decltype(GetSystemFirmwareTable)>;
 
 void PrintFirmwareFacts() {
     std::string version = "before";
@@ -270,15 +254,8 @@ void PrintFirmwareFacts() {
                 DE::UnicodeToANSI(text).c_str(), SystemEnvironment::GetSystemSkuCode().c_str());
 }
 
-void PrintFirmwareFactsOf(const std::string& table) {
-    const FirmwareHook hook(
-        [&table](DWORD, DWORD, PVOID buffer, DWORD size) {
-            if (buffer != nullptr && size >= table.size()) {
-                std::memcpy(buffer, table.data(), table.size());
-            }
-            return static_cast<UINT>(table.size());
-        },
-        GetModuleHandleW(L"Util.dll"));
+void PrintFirmwareFactsOf(const Bytes& table) {
+    const firmwaretest::MachineTable machine(table);
     PrintFirmwareFacts();
 }
 
@@ -288,7 +265,7 @@ const kxtest::ChildScenario kShortOemString("short-oem-string",
                                             [] { PrintFirmwareFactsOf(FirmwareTable("V", "abC", "$ORV456a")); });
 const kxtest::ChildScenario kOtherOemString("other-oem-string",
                                             [] { PrintFirmwareFactsOf(FirmwareTable("V", "C", "$orv456ab")); });
-const kxtest::ChildScenario kNoTable("no-table", [] { PrintFirmwareFactsOf(""); });
+const kxtest::ChildScenario kNoTable("no-table", [] { PrintFirmwareFactsOf({}); });
 
 TEST(FirmwareIntegration, Table_DecidesVersionSkuAndCode) {
     EXPECT_EQ(kxtest::RunChild("full-table").output, "1 [Version 7] 1 00620061 [ab] [ABC 1]");
@@ -428,7 +405,7 @@ TEST_F(IdentityIntegrationTest, LogPackage_HasTheFactsOfTheRegistryAndTheTable) 
     StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSVersion", L"1.23.45");
     // Too long to be used and to be kept.
     StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSSerialNumber", std::wstring(64, L'x'));
-    kxtest::WriteFileBytes(ConfigFile("LogType.xml"), "<T><Item ID=\"07\" Value=\"crash log\"/></T>");
+    kxtest::WriteFileBytes(LogTypeFile(), "<T><Item ID=\"07\" Value=\"crash log\"/></T>");
     EXPECT_THAT(
         SystemEnvironment::GetLogPackageZipName("trailing", 7, "leading"),
         testing::MatchesRegex("PC_leading_V1.05_1.23_21111111111111111111_\\d\\d\\d\\d\\d\\d\\d\\d\\d\\d\\d\\d\\d"

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -401,12 +402,13 @@ TEST(IPCMessageClient, MemberFunctionRegisteredAgain_OnlyTheLastIsCalled) {
     EXPECT_FALSE(first.called.Wait(0));
 }
 
-TEST(IPCMessageClient, UnregisterWhileCallbackRuns_WaitsForItsEnd) {
-    IPCMessageClient client(kTestModule, false, false);
+// Does what must wait for a running callback while one runs.
+void ExpectWaitsForCallback(IPCMessageClient& client, const std::function<void()>& act) {
     Signal entered;
     Signal mayEnd;
-    Signal unregistered;
+    Signal done;
     std::atomic<bool> isEnded = false;
+    bool wasEnded = false;
     client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
         entered.Set();
         mayEnd.Wait();
@@ -414,17 +416,21 @@ TEST(IPCMessageClient, UnregisterWhileCallbackRuns_WaitsForItsEnd) {
     });
     const Child worker("ipcworker.exe", "serve");
     ASSERT_TRUE(entered.Wait());
-    bool wasEnded = false;
     std::thread caller([&] {
-        client.UnRegisterMessageCallbackAll();
+        act();
         wasEnded = isEnded;
-        unregistered.Set();
+        done.Set();
     });
-    EXPECT_FALSE(unregistered.Wait(kQuietMs));
+    EXPECT_FALSE(done.Wait(kQuietMs));
     mayEnd.Set();
-    EXPECT_TRUE(unregistered.Wait());
+    EXPECT_TRUE(done.Wait());
     caller.join();
     EXPECT_TRUE(wasEnded);
+}
+
+TEST(IPCMessageClient, UnregisterWhileCallbackRuns_WaitsForItsEnd) {
+    IPCMessageClient client(kTestModule, false, false);
+    ExpectWaitsForCallback(client, [&client] { client.UnRegisterMessageCallbackAll(); });
 }
 
 TEST(IPCMessageClient, UnregisterWithinCallback_DoesNotWaitAndNoneIsCalledAfter) {
@@ -510,28 +516,7 @@ TEST(IPCMessageClient, DestroyedWhileSendWaits_SendFails) {
 
 TEST(IPCMessageClient, DestroyedWhileCallbackRuns_WaitsForItsEnd) {
     auto client = std::make_unique<IPCMessageClient>(kTestModule, false, false);
-    Signal entered;
-    Signal mayEnd;
-    Signal destroyed;
-    std::atomic<bool> isEnded = false;
-    bool wasEnded = false;
-    client->RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
-        entered.Set();
-        mayEnd.Wait();
-        isEnded = true;
-    });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(entered.Wait());
-    std::thread destroyer([&] {
-        client.reset();
-        wasEnded = isEnded;
-        destroyed.Set();
-    });
-    EXPECT_FALSE(destroyed.Wait(kQuietMs));
-    mayEnd.Set();
-    EXPECT_TRUE(destroyed.Wait());
-    destroyer.join();
-    EXPECT_TRUE(wasEnded);
+    ExpectWaitsForCallback(*client, [&client] { client.reset(); });
 }
 
 TEST(IPCMessageClient, FiftyRounds_LeaveNoHandle) {

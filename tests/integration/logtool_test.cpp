@@ -1,7 +1,8 @@
 // The shared logger and the printf-style helpers of the real LogTool.dll. The log is configured once a process and
 // from beside the host, so each case is a child process in a folder of its own.
 #include "sdk/util/logtool.h"
-#include "utilchild.h"
+#include "support/childprocess.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
 
@@ -17,11 +18,11 @@
 
 namespace {
 
-using utiltest::ChildScenario;
-using utiltest::ReadBytes;
-using utiltest::RunChild;
-using utiltest::TemporaryFolder;
-using utiltest::WriteBytes;
+using kxtest::ChildScenario;
+using kxtest::ReadFileBytes;
+using kxtest::RunChildIn;
+using kxtest::TempFolder;
+using kxtest::WriteFileBytes;
 
 std::string Narrow(const std::wstring& text) {
     std::string narrow;
@@ -55,12 +56,11 @@ const ChildScenario kHelpers("helpers", [] {
     LogWarnFun(L"wide %d %ls", 7, L"text");
     LogErrorFun("narrow %llu", 1ull << 40);
     LogErrorFun(L"wide %hs", "text");
-    return 0;
 });
 
 TEST(LogTool, Helpers_LogAtTheirLevelWithTheirOwnNameAndSignature) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(RunChild("helpers", folder.Path()).output,
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "helpers").output,
               "30000|narrow -5 text %(LogWarnFun)|suite\\logtool\\logtool.cpp|"
               "void __cdecl LogWarnFun(const char *,...)\r\n"
               "30000|wide 7 text(LogWarnFun)|suite\\logtool\\logtool.cpp|"
@@ -91,15 +91,14 @@ const ChildScenario kLongLines("longlines", [] {
         LogWarnFun("%s!", std::string(length - 1, 'x').c_str());
         LogWarnFun(L"%ls!", std::wstring(length - 1, L'x').c_str());
     }
-    return 0;
 });
 
 TEST(LogTool, LineLongerThan4095Characters_IsCutThere) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(RunChild("longlines", folder.Path()).output, "4106 x!(LogWarnFun)\r\n4106 x!(LogWarnFun)\r\n"
-                                                           "4107 x!(LogWarnFun)\r\n4107 x!(LogWarnFun)\r\n"
-                                                           "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n"
-                                                           "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n");
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "longlines").output, "4106 x!(LogWarnFun)\r\n4106 x!(LogWarnFun)\r\n"
+                                                             "4107 x!(LogWarnFun)\r\n4107 x!(LogWarnFun)\r\n"
+                                                             "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n"
+                                                             "4107 xx(LogWarnFun)\r\n4107 xx(LogWarnFun)\r\n");
 }
 
 const ChildScenario kEmptyTexts("emptytexts", [] {
@@ -117,12 +116,11 @@ const ChildScenario kEmptyTexts("emptytexts", [] {
 #endif
     LogWarnFun(noWideFormat);
     LogWarnFun("%s", "");
-    return 0;
 });
 
 TEST(LogTool, NullFormat_LogsNothingAndAnEmptyTextIsLogged) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(RunChild("emptytexts", folder.Path()).output,
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "emptytexts").output,
               "30000|(LogWarnFun)|suite\\logtool\\logtool.cpp|void __cdecl LogWarnFun(const char *,...)\r\n");
 }
 
@@ -131,12 +129,11 @@ const ChildScenario kLevels("levels", [] {
     GetLogger().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
     LogWarnFun("off %d", 1);
     LogErrorFun("on %d", 2);
-    return 0;
 });
 
 TEST(LogTool, LevelThatIsOff_LogsNothing) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(RunChild("levels", folder.Path()).output,
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "levels").output,
               "40000|on 2(LogErrorFun)|suite\\logtool\\logtool.cpp|void __cdecl LogErrorFun(const char *,...)\r\n");
 }
 
@@ -144,7 +141,6 @@ const ChildScenario kDefaults("defaults", [] {
     LOG4CPLUS_INFO(GetLogger(), L"below the default level");
     LOG4CPLUS_WARN(GetLogger(), L"first \x4E2D\xE9");
     LogErrorFun("second %d", 2);
-    return 0;
 });
 
 // The lines of a log without date, time, process and thread, and without the location at the end.
@@ -163,18 +159,18 @@ std::string TextsOf(const std::string& log) {
 }
 
 TEST(LogTool, WithoutConfiguration_WarnAndAboveGoToAFileBesideTheHostInUtf8) {
-    const TemporaryFolder folder;
-    const auto result = RunChild("defaults", folder.Path());
+    const TempFolder folder;
+    const auto result = RunChildIn(folder.Path(), "defaults");
     EXPECT_EQ(result.exitCode, 0u);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))),
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))),
               "WARN first \xE4\xB8\xAD\xC3\xA9\nERROR second 2(LogErrorFun)\n");
 }
 
 TEST(LogTool, LineOfTheFile_TellsTimeLevelProcessThreadTextAndLocation) {
-    const TemporaryFolder folder;
-    RunChild("defaults", folder.Path());
-    const std::string log = ReadBytes(folder.Name("child.log"));
+    const TempFolder folder;
+    RunChildIn(folder.Path(), "defaults");
+    const std::string log = ReadFileBytes(folder.Name("child.log"));
     const std::regex line(
         "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ERROR \\[\\d+:\\d+\\] second 2\\(LogErrorFun\\) "
         "\\[suite\\\\logtool\\\\logtool\\.cpp:\\d+ void __cdecl LogErrorFun\\(const char \\*,\\.\\.\\.\\)\\]\r?\n");
@@ -182,23 +178,22 @@ TEST(LogTool, LineOfTheFile_TellsTimeLevelProcessThreadTextAndLocation) {
 }
 
 TEST(LogTool, SecondRun_AppendsToTheFile) {
-    const TemporaryFolder folder;
-    RunChild("defaults", folder.Path());
-    const std::string first = TextsOf(ReadBytes(folder.Name("child.log")));
-    RunChild("defaults", folder.Path());
-    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))), first + first);
+    const TempFolder folder;
+    RunChildIn(folder.Path(), "defaults");
+    const std::string first = TextsOf(ReadFileBytes(folder.Name("child.log")));
+    RunChildIn(folder.Path(), "defaults");
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), first + first);
 }
 
 TEST(LogTool, ConfigurationBesideTheHost_ReplacesTheDefault) {
-    const TemporaryFolder folder;
-    std::filesystem::create_directory(folder.Path() / "config");
-    WriteBytes(folder.Path() / "config" / "log4cplus.properties",
-               "log4cplus.rootLogger=INFO, console\r\n"
-               "log4cplus.appender.console=log4cplus::ConsoleAppender\r\n"
-               "log4cplus.appender.console.layout=log4cplus::PatternLayout\r\n"
-               "log4cplus.appender.console.layout.ConversionPattern=%p %c %m%n\r\n"
-               "log4cplus.logger.KxSuite=ERROR\r\n");
-    EXPECT_EQ(RunChild("defaults", folder.Path()).output, "ERROR KxSuite second 2(LogErrorFun)\r\n");
+    const TempFolder folder;
+    WriteFileBytes(folder.Path() / "config" / "log4cplus.properties",
+                   "log4cplus.rootLogger=INFO, console\r\n"
+                   "log4cplus.appender.console=log4cplus::ConsoleAppender\r\n"
+                   "log4cplus.appender.console.layout=log4cplus::PatternLayout\r\n"
+                   "log4cplus.appender.console.layout.ConversionPattern=%p %c %m%n\r\n"
+                   "log4cplus.logger.KxSuite=ERROR\r\n");
+    EXPECT_EQ(RunChildIn(folder.Path(), "defaults").output, "ERROR KxSuite second 2(LogErrorFun)\r\n");
     EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log"));
 }
 
@@ -207,17 +202,16 @@ TEST(LogTool, ConfigurationThatIsNonsense_LeavesTheHostAlive) {
                                         std::string_view("log4cplus.rootLogger=, nowhere\n"),
                                         std::string_view("log4cplus.rootLogger=LOUD\nlog4cplus.logger.KxSuite=, x\n"),
                                         std::string_view("log4cplus.rootLogger=WARN, a\nlog4cplus.appender.a=No\n")}) {
-        const TemporaryFolder folder;
-        std::filesystem::create_directory(folder.Path() / "config");
-        WriteBytes(folder.Path() / "config" / "log4cplus.properties", text);
-        EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u) << text;
+        const TempFolder folder;
+        WriteFileBytes(folder.Path() / "config" / "log4cplus.properties", text);
+        EXPECT_EQ(RunChildIn(folder.Path(), "defaults").exitCode, 0u) << text;
     }
 }
 
 TEST(LogTool, LogFileThatCannotBeOpened_LeavesTheHostAlive) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     std::filesystem::create_directory(folder.Path() / "child.log");
-    EXPECT_EQ(RunChild("defaults", folder.Path()).exitCode, 0u);
+    EXPECT_EQ(RunChildIn(folder.Path(), "defaults").exitCode, 0u);
 }
 
 const ChildScenario kManyThreads("threads", [] {
@@ -236,17 +230,16 @@ const ChildScenario kManyThreads("threads", [] {
     }
     const bool isOne = loggers == std::vector<log4cplus::Logger*>(loggers.size(), &GetLogger());
     std::printf("%d logger, %zu appender", isOne ? 1 : 2, GetLogger().getAllAppenders().size());
-    return 0;
 });
 
 TEST(LogTool, ManyThreadsAtOnce_ShareOneLoggerWithOneFile) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     std::string expected;
     for (int count = 0; count < 400; ++count) {
         expected += "WARN line(LogWarnFun)\n";
     }
-    EXPECT_EQ(RunChild("threads", folder.Path()).output, "1 logger, 1 appender");
-    EXPECT_EQ(TextsOf(ReadBytes(folder.Name("child.log"))), expected);
+    EXPECT_EQ(RunChildIn(folder.Path(), "threads").output, "1 logger, 1 appender");
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), expected);
 }
 
 const ChildScenario kManyLines("manylines", [] {
@@ -254,12 +247,11 @@ const ChildScenario kManyLines("manylines", [] {
     for (int count = 0; count < 2000; ++count) {
         LogWarnFun("%s", text.c_str());
     }
-    return 0;
 });
 
 TEST(LogTool, LogThatGrows_KeepsThreeOldFilesOfAMebibyte) {
-    const TemporaryFolder folder;
-    ASSERT_EQ(RunChild("manylines", folder.Path()).exitCode, 0u);
+    const TempFolder folder;
+    ASSERT_EQ(RunChildIn(folder.Path(), "manylines").exitCode, 0u);
     for (const char* const name : {"child.log.1", "child.log.2", "child.log.3"}) {
         EXPECT_GT(std::filesystem::file_size(folder.Path() / name), 1024u * 1024u) << name;
         EXPECT_LT(std::filesystem::file_size(folder.Path() / name), 1100u * 1024u) << name;

@@ -2,39 +2,29 @@
 // own.
 #include "systemenvironment.h"
 
+#include "firmwaretable.h"
 #include "support/childprocess.h"
-#include "support/importpatch.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
 
-std::string Record(std::uint8_t type, std::string fields, const std::vector<std::string>& texts) {
-    std::string record;
-    record += static_cast<char>(type);
-    record += static_cast<char>(fields.size() + 4);
-    record += std::string(2, '\0');
-    record += fields;
-    for (const std::string& text : texts) {
-        record += text + '\0';
-    }
-    return record + std::string(texts.empty() ? 2 : 1, '\0');
-}
+using firmwaretest::Bytes;
+using firmwaretest::Structure;
 
 // System and enclosure record with one text each, their SKU numbers.
-std::string FirmwareTable(const std::string& systemSku, const std::string& enclosureSku) {
+Bytes FirmwareTable(const std::string& systemSku, const std::string& enclosureSku) {
     constexpr std::size_t kSystemFields = 0x1B - 4;
     constexpr std::size_t kSystemSku = 0x19 - 4;
     constexpr std::size_t kEnclosureFields = 0x16 - 4;
     constexpr std::size_t kEnclosureSku = 0x15 - 4;
-    std::string system(kSystemFields, '\0');
-    std::string enclosure(kEnclosureFields, '\0');
+    Bytes system(kSystemFields);
+    Bytes enclosure(kEnclosureFields);
     if (!systemSku.empty()) {
         system[kSystemSku] = 1;
     }
@@ -44,28 +34,14 @@ std::string FirmwareTable(const std::string& systemSku, const std::string& enclo
     const auto texts = [](const std::string& sku) {
         return sku.empty() ? std::vector<std::string>() : std::vector<std::string>{sku};
     };
-    const std::string records =
-        Record(1, system, texts(systemSku)) + Record(3, enclosure, texts(enclosureSku)) + Record(127, "", {});
-    const auto length = static_cast<std::uint32_t>(records.size());
-    std::string header{"\0\3\2\0", 4};
-    header.append(reinterpret_cast<const char*>(&length), sizeof(length));
-    return header + records;
+    return firmwaretest::Table(
+        3, 2,
+        {Structure(1, system, texts(systemSku)), Structure(3, enclosure, texts(enclosureSku)), Structure(127, {}, {})});
 }
 
-using FirmwareHook = kxtest::ImportHook<"KERNEL32.dll", "GetSystemFirmwareTable", decltype(GetSystemFirmwareTable)>;
-
 void PrintSku(const std::string& systemSku, const std::string& enclosureSku) {
-    const std::string table = FirmwareTable(systemSku, enclosureSku);
-    const FirmwareHook hook(
-        [&table](DWORD, DWORD, PVOID buffer, DWORD size) {
-            if (buffer != nullptr && size >= table.size()) {
-                std::memcpy(buffer, table.data(), table.size());
-            }
-            return static_cast<UINT>(table.size());
-        },
-        GetModuleHandleW(L"Util.dll"));
+    const firmwaretest::MachineTable machine(FirmwareTable(systemSku, enclosureSku));
     std::printf("[%s]", SystemEnvironment::GetSecondarySku().c_str());
-    std::fflush(stdout);
 }
 
 const kxtest::ChildScenario kSkusDiffer("skus-differ", [] { PrintSku("ABC", "XYZ-9"); });

@@ -2,6 +2,7 @@
 #include "agreementsign.h"
 #include "systemenvironment.h"
 
+#include "productprofile.h"
 #include "support/debuglines.h"
 #include "support/handlecount.h"
 #include "support/hostfolder.h"
@@ -49,6 +50,8 @@ using kxtest::StoredRegistryText;
 using kxtest::StoreRegistryBytes;
 using kxtest::StoreRegistryNumber;
 using kxtest::StoreRegistryText;
+using profiletest::ProfileFile;
+using profiletest::WriteProfile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -62,12 +65,6 @@ const std::wstring kPowerManager = L"Software\\Calvora\\ZLKPowerManager";
 const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
 const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
 
-std::filesystem::path ProfileFile() {
-    return kxtest::OwnFolder() / "config" / "ProductProfile.xml";
-}
-void WriteProfile(const std::string& content) {
-    kxtest::WriteFileBytes(ProfileFile(), "<ProductProfile>" + content + "</ProductProfile>");
-}
 void UseAgreementService(bool inUse) {
     WriteProfile(std::string("<AgreementService inUse=\"") + (inUse ? "true" : "false") + "\"/>");
 }

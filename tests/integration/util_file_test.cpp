@@ -1,15 +1,16 @@
 // File test and SHA-256 digest of the real Util.dll.
 #include "sdk/util/file.h"
-#include "utilchild.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <thread>
 
 namespace {
 
-using utiltest::TemporaryFolder;
-using utiltest::WriteBytes;
+using kxtest::TempFolder;
+using kxtest::WriteFileBytes;
 
 constexpr char kSha256OfNothing[] = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 constexpr char kSha256OfAbc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
@@ -18,14 +19,14 @@ constexpr char kSha256OfMebibyteOfAs[] = "9bc1b2a288b26af7257a36277ae3816a7d4f16
 constexpr char kSha256OfCountingBytes[] = "bf9a352f4514ab20bc7c79e65d3c2074dc1f0648b55b58d21a7b9c297c1721eb";
 
 std::string DigestOf(std::string_view bytes) {
-    const TemporaryFolder folder;
-    WriteBytes(folder.Name("file.bin"), bytes);
+    const TempFolder folder;
+    WriteFileBytes(folder.Name("file.bin"), bytes);
     return DE::GetFileSha256Hex(folder.Name("file.bin"));
 }
 
 TEST(UtilFile, FileExists_IsTrueForAFileOnly) {
-    const TemporaryFolder folder;
-    WriteBytes(folder.Name("file.txt"), "x");
+    const TempFolder folder;
+    WriteFileBytes(folder.Name("file.txt"), "x");
     EXPECT_TRUE(DE::FileExists(folder.Name("file.txt")));
     EXPECT_FALSE(DE::FileExists(folder.Name("missing.txt")));
     EXPECT_FALSE(DE::FileExists(folder.Path().string()));
@@ -33,8 +34,8 @@ TEST(UtilFile, FileExists_IsTrueForAFileOnly) {
 }
 
 TEST(UtilFile, NameThatGoesOnBehindAZero_NamesNoFile) {
-    const TemporaryFolder folder;
-    WriteBytes(folder.Name("file.txt"), "x");
+    const TempFolder folder;
+    WriteFileBytes(folder.Name("file.txt"), "x");
     const std::string name = folder.Name("file.txt") + std::string("\0.bak", 5);
     EXPECT_FALSE(DE::FileExists(name));
     EXPECT_EQ(DE::GetFileSha256Hex(name), "");
@@ -56,7 +57,7 @@ TEST(UtilFile, DigestOfAFileThatEndsWithinABlock_CoversEveryByte) {
 }
 
 TEST(UtilFile, DigestOfWhatIsNoReadableFile_IsEmpty) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     EXPECT_EQ(DE::GetFileSha256Hex(folder.Name("missing.bin")), "");
     EXPECT_EQ(DE::GetFileSha256Hex(folder.Path().string()), "");
     EXPECT_EQ(DE::GetFileSha256Hex(""), "");
@@ -67,9 +68,9 @@ HANDLE OpenSharing(const std::string& name, DWORD access, DWORD share) {
 }
 
 TEST(UtilFile, FileHeldOpenExclusively_ExistsAndHasADigestOnlyAfterwards) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string name = folder.Name("held.bin");
-    WriteBytes(name, "abc");
+    WriteFileBytes(name, "abc");
     const HANDLE held = OpenSharing(name, GENERIC_READ, 0);
     EXPECT_TRUE(DE::FileExists(name));
     EXPECT_EQ(DE::GetFileSha256Hex(name), "");
@@ -78,9 +79,9 @@ TEST(UtilFile, FileHeldOpenExclusively_ExistsAndHasADigestOnlyAfterwards) {
 }
 
 TEST(UtilFile, FileHeldOpenByAWriterThatShares_HasADigest) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     const std::string name = folder.Name("written.bin");
-    WriteBytes(name, "abc");
+    WriteFileBytes(name, "abc");
     const HANDLE held = OpenSharing(name, GENERIC_READ | GENERIC_WRITE | DELETE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     EXPECT_EQ(DE::GetFileSha256Hex(name), kSha256OfAbc);

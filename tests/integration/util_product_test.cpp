@@ -3,7 +3,8 @@
 #include "sdk/util/account.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/softshelf.h"
-#include "utilchild.h"
+#include "support/childprocess.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ constexpr Getter kGetters[] = {
 };
 
 // Every answer on one line; a question mark stands for a feature whose flag the getter left alone.
-int PrintAnswers() {
+void PrintAnswers() {
     const MachineType& machine = MachineType::GetInstance();
     std::string name = "?";
     const int nameResult = machine.GetProductName(name);
@@ -50,9 +51,8 @@ int PrintAnswers() {
     std::printf(", promote %d %d %s %s %d, plug-in %d, agreement %d", infoResult, info.id, info.productName.c_str(),
                 info.channel.c_str(), info.flags, ZLKSoftShelf::GetInstance()->IsSupportPlugin("SynergyPYP"),
                 AccountUtil::IsSupportTms());
-    return 0;
 }
-const utiltest::ChildScenario kPrintAnswers("product", PrintAnswers);
+const kxtest::ChildScenario kPrintAnswers("product", PrintAnswers);
 
 constexpr char kUnknownProfile[] = "name 1 ?, index -1, features 1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?, "
                                    "promote 1 7 ? ? 7, plug-in 0, agreement 0";
@@ -63,19 +63,19 @@ constexpr char kNothingListed[] = "name 2 ?, index -1, features 2?2?2?2?2?2?2?2?
 class UtilProduct : public testing::Test {
 protected:
     UtilProduct() {
-        std::filesystem::copy_file(utiltest::OwnFolder() / "Util.dll", m_folder.Path() / "Util.dll");
+        std::filesystem::copy_file(kxtest::OwnFolder() / "Util.dll", m_folder.Path() / "Util.dll");
         std::filesystem::create_directory(m_folder.Path() / "config");
     }
 
-    void SaveProfile(std::string_view text) { utiltest::WriteBytes(Profile(), text); }
+    void SaveProfile(std::string_view text) { kxtest::WriteFileBytes(Profile(), text); }
     std::filesystem::path Profile() const { return m_folder.Path() / "config" / "ProductProfile.xml"; }
-    std::string Answers() const { return utiltest::RunChild("product", m_folder.Path()).output; }
+    std::string Answers() const { return kxtest::RunChildIn(m_folder.Path(), "product").output; }
 
-    utiltest::TemporaryFolder m_folder;
+    kxtest::TempFolder m_folder;
 };
 
 TEST_F(UtilProduct, SampleProfile_AnswersEveryQuery) {
-    std::filesystem::copy_file(utiltest::OwnFolder() / "ProductProfile.sample.xml", Profile());
+    std::filesystem::copy_file(kxtest::OwnFolder() / "ProductProfile.sample.xml", Profile());
     EXPECT_EQ(Answers(), "name 0 SampleBook 14, index 4, features 0+0+0-0-0-0+0+0+0-0+0-0+0-0+0-, "
                          "promote 0 1 SampleBook retail 0, plug-in 1, agreement 1");
 }

@@ -2,55 +2,20 @@
 #include "sdk/util/smbios.h"
 
 #include "../../suite/util/smbiostable.h"
+#include "firmwaretable.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
-#include <initializer_list>
 #include <vector>
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-// Byte by byte: the compiler mistakes a range inserted into a short vector for an overflow.
-template <typename Range>
-void Append(Bytes& bytes, const Range& range) {
-    for (const auto value : range) {
-        bytes.push_back(static_cast<std::uint8_t>(value));
-    }
-}
-
-/** One structure: type, fields behind the header, strings. Its length byte is right unless another is given. */
-Bytes Structure(std::uint8_t type, const Bytes& fields, const std::vector<std::string>& strings, int length = -1) {
-    const size_t real = 4 + fields.size();
-    Bytes bytes{type, static_cast<std::uint8_t>(length >= 0 ? static_cast<size_t>(length) : real), 0, 0};
-    Append(bytes, fields);
-    for (const std::string& text : strings) {
-        Append(bytes, text);
-        bytes.push_back(0);
-    }
-    if (strings.empty()) {
-        bytes.push_back(0);
-    }
-    bytes.push_back(0);
-    return bytes;
-}
-
-/** The block that the firmware call returns: version, length, structures. */
-Bytes Table(std::uint8_t major, std::uint8_t minor, std::initializer_list<Bytes> structures) {
-    Bytes all;
-    for (const Bytes& structure : structures) {
-        Append(all, structure);
-    }
-    Bytes block{0, major, minor, 0};
-    for (size_t index = 0; index < 4; ++index) {
-        block.push_back(static_cast<std::uint8_t>(all.size() >> (8 * index)));
-    }
-    Append(block, all);
-    return block;
-}
+using firmwaretest::Append;
+using firmwaretest::Bytes;
+using firmwaretest::Structure;
+using firmwaretest::Table;
 
 /** Fields of a system record of version 2.4: manufacturer, product, version, serial, UUID, wake-up, SKU, family. */
 Bytes SystemFields(std::uint8_t version, std::uint8_t sku) {

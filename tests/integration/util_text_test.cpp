@@ -3,7 +3,8 @@
 #include "sdk/util/systeminfo.h"
 #include "sdk/util/text.h"
 #include "sdk/util/wmi.h"
-#include "utilchild.h"
+#include "support/childprocess.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
 
@@ -105,10 +106,7 @@ TEST(UtilProcess, SidOfTheCurrentUser_IsAValidSidThatNamesALoadedHive) {
     RegCloseKey(hive);
 }
 
-const utiltest::ChildScenario kPrintDpi("dpi", [] {
-    std::printf("%d", SystemInfo().GetSystemDPI());
-    return 0;
-});
+const kxtest::ChildScenario kPrintDpi("dpi", [] { std::printf("%d", SystemInfo().GetSystemDPI()); });
 
 void SetSystemDpi(DWORD dpi) {
     ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, L"Control Panel\\Desktop", L"LogPixels", REG_DWORD, &dpi, sizeof dpi),
@@ -116,11 +114,11 @@ void SetSystemDpi(DWORD dpi) {
 }
 
 TEST(UtilSystemInfo, SystemDpi_IsTheUsersScalingWhateverTheProcessIsAwareOf) {
-    const utiltest::TemporaryFolder folder;
+    const kxtest::TempFolder folder;
     SetSystemDpi(144);
-    EXPECT_EQ(utiltest::RunChild("dpi", folder.Path()).output, "144");
+    EXPECT_EQ(kxtest::RunChildIn(folder.Path(), "dpi").output, "144");
     SetSystemDpi(96);
-    EXPECT_EQ(utiltest::RunChild("dpi", folder.Path()).output, "96");
+    EXPECT_EQ(kxtest::RunChildIn(folder.Path(), "dpi").output, "96");
 }
 
 TEST(UtilSystemInfo, AskingForTheDpi_LeavesTheThreadsAwarenessAsItWas) {

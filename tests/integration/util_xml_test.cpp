@@ -1,19 +1,19 @@
 // XML wrapper of the real Util.dll, fed with good and hostile files.
 #include "sdk/util/xml.h"
-#include "utilchild.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using utiltest::TemporaryFolder;
-using utiltest::WriteBytes;
+using kxtest::TempFolder;
+using kxtest::WriteFileBytes;
 
 /** A document loaded from text, and how loading ended. */
 struct Loaded {
     explicit Loaded(std::string_view text) {
-        const TemporaryFolder folder;
-        WriteBytes(folder.Name("document.xml"), text);
+        const TempFolder folder;
+        WriteFileBytes(folder.Name("document.xml"), text);
         error = document.LoadFile(folder.Name("document.xml"));
     }
 
@@ -144,7 +144,7 @@ TEST(UtilXml, FileOf16Mebibytes_IsLoadedAndOneByteMoreIsAnError) {
 }
 
 TEST(UtilXml, MissingFileOrFolderInItsPlace_IsAnError) {
-    const TemporaryFolder folder;
+    const TempFolder folder;
     KxXMLDocument document;
     EXPECT_NE(document.LoadFile(folder.Name("missing.xml")), 0);
     EXPECT_NE(document.LoadFile(folder.Path().string()), 0);
@@ -152,8 +152,8 @@ TEST(UtilXml, MissingFileOrFolderInItsPlace_IsAnError) {
 }
 
 TEST(UtilXml, FailedLoad_EmptiesTheDocumentAndAGoodOneFillsItAgain) {
-    const TemporaryFolder folder;
-    WriteBytes(folder.Name("good.xml"), "<r/>");
+    const TempFolder folder;
+    WriteFileBytes(folder.Name("good.xml"), "<r/>");
     KxXMLDocument document;
     ASSERT_EQ(document.LoadFile(folder.Name("good.xml")), 0);
     ASSERT_NE(document.LoadFile(folder.Name("missing.xml")), 0);

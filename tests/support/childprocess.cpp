@@ -43,18 +43,13 @@ void RunChildScenarioIfAsked(int argc, char** argv) {
     std::exit(0);
 }
 
-ChildResult RunChild(const std::string& scenario) {
-    return RunChild(scenario, OwnProgram());
-}
-
-ChildResult RunChild(const std::string& scenario, const std::filesystem::path& program) {
+ChildResult RunProgram(const std::filesystem::path& program, const std::string& argument) {
     const TempFolder folder;
     const std::filesystem::path outputPath = folder.Path() / "output.txt";
     SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
     const HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable, CREATE_ALWAYS,
                                       FILE_ATTRIBUTE_NORMAL, nullptr);
-    std::wstring commandLine = L"\"" + program.wstring() + L"\" " + std::wstring(kOption, std::end(kOption) - 1) +
-                               std::wstring(scenario.begin(), scenario.end());
+    std::wstring commandLine = L"\"" + program.wstring() + L"\" " + std::wstring(argument.begin(), argument.end());
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -79,9 +74,24 @@ ChildResult RunChild(const std::string& scenario, const std::filesystem::path& p
     CloseHandle(process.hProcess);
     result.output = ReadFileBytes(outputPath);
     if (!ended) {
-        throw std::runtime_error("the child did not end: " + scenario + "\n" + result.output);
+        throw std::runtime_error("the child did not end: " + argument + "\n" + result.output);
     }
     return result;
+}
+
+ChildResult RunChild(const std::string& scenario) {
+    return RunChild(scenario, OwnProgram());
+}
+
+ChildResult RunChild(const std::string& scenario, const std::filesystem::path& program) {
+    return RunProgram(program, kOption + scenario);
+}
+
+ChildResult RunChildIn(const std::filesystem::path& folder, const std::string& scenario) {
+    const std::filesystem::path program = folder / "child.exe";
+    std::filesystem::copy_file(OwnProgram(), program, std::filesystem::copy_options::overwrite_existing);
+    const SearchFolder libraries(OwnFolder());
+    return RunChild(scenario, program);
 }
 
 } // namespace kxtest

@@ -55,6 +55,16 @@ TempFolder::~TempFolder() {
     std::filesystem::remove_all(m_path, ignored);
 }
 
+SearchFolder::SearchFolder(const std::filesystem::path& folder)
+    : m_former(GetEnvironmentVariableW(L"PATH", nullptr, 0), L'\0') {
+    m_former.resize(GetEnvironmentVariableW(L"PATH", m_former.data(), static_cast<DWORD>(m_former.size())));
+    SetEnvironmentVariableW(L"PATH", (folder.wstring() + L";" + m_former).c_str());
+}
+
+SearchFolder::~SearchFolder() {
+    SetEnvironmentVariableW(L"PATH", m_former.c_str());
+}
+
 CurrentFolder::CurrentFolder(const std::filesystem::path& folder) : m_former(std::filesystem::current_path()) {
     std::filesystem::current_path(folder);
 }

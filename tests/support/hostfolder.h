@@ -27,8 +27,23 @@ public:
 
     const std::filesystem::path& Path() const { return m_path; }
 
+    /** The path of a file in the folder, in the process's code page. */
+    std::string Name(const std::string& file) const { return (m_path / file).string(); }
+
 private:
     std::filesystem::path m_path;
+};
+
+/** Puts @p folder first on this process's PATH, which its children get, and takes it off when the object goes. */
+class SearchFolder {
+public:
+    explicit SearchFolder(const std::filesystem::path& folder);
+    ~SearchFolder();
+    SearchFolder(const SearchFolder&) = delete;
+    SearchFolder& operator=(const SearchFolder&) = delete;
+
+private:
+    std::wstring m_former;
 };
 
 /** Makes @p folder the current directory and goes back when the object goes. */

@@ -3,6 +3,7 @@
 #include "support/hostfolder.h"
 #include "support/privateaccess.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -23,6 +24,12 @@ struct ValueTag {
 struct TwiceTag {
     using Type = int (Closed::*)(int);
 };
+
+std::string EnvironmentPath() {
+    std::string path(32767, '\0');
+    path.resize(GetEnvironmentVariableA("PATH", path.data(), static_cast<DWORD>(path.size())));
+    return path;
+}
 
 const kxtest::ChildScenario kEndsWithSeven("ends-with-seven", [] {
     std::printf("about to end\n");
@@ -70,6 +77,15 @@ TEST(HostFolder, WrittenFile_IsReadBackAndRemoved) {
     EXPECT_THROW(kxtest::ReadFileBytes(path), std::runtime_error);
 }
 
+TEST(HostFolder, SearchFolder_IsFirstOnThePathUntilItGoes) {
+    const std::string before = EnvironmentPath();
+    {
+        const kxtest::SearchFolder folder("Q:\\libraries");
+        EXPECT_EQ(EnvironmentPath(), "Q:\\libraries;" + before);
+    }
+    EXPECT_EQ(EnvironmentPath(), before);
+}
+
 TEST(HostFolder, OwnProgram_ExistsInOwnFolder) {
     EXPECT_TRUE(std::filesystem::exists(kxtest::OwnFolder() / kxtest::OwnProgram().filename()));
 }
@@ -82,6 +98,33 @@ TEST(ChildProcess, Scenario_GivesExitCodeAndOutput) {
 
 TEST(ChildProcess, UnknownScenario_HasItsOwnExitCode) {
     EXPECT_EQ(kxtest::RunChild("no-such-scenario").exitCode, 98u);
+}
+
+const kxtest::ChildScenario kTellsItsProgram("tells-its-program",
+                                             [] { std::printf("%s", kxtest::OwnProgram().string().c_str()); });
+
+TEST(ChildProcess, ScenarioInAFolder_RunsFromACopyThere) {
+    const kxtest::TempFolder folder;
+    const kxtest::ChildResult result = kxtest::RunChildIn(folder.Path(), "tells-its-program");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_TRUE(std::filesystem::equivalent(result.output, folder.Path() / "child.exe")) << result.output;
+}
+
+TEST(TestMain, ProgramInWhichNoTestRuns_FailsAndSaysSo) {
+    const kxtest::ChildResult result = kxtest::RunProgram(kxtest::OwnProgram(), "--gtest_filter=-*");
+    EXPECT_EQ(result.exitCode, 1u);
+    EXPECT_THAT(result.output, testing::EndsWith("\nno test ran\r\n"));
+}
+
+TEST(TestMain, ProgramInWhichATestRuns_Passes) {
+    const kxtest::ChildResult result =
+        kxtest::RunProgram(kxtest::OwnProgram(), "--gtest_filter=HostFolder.OwnProgram_*");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_THAT(result.output, testing::Not(testing::HasSubstr("no test ran")));
+}
+
+TEST(TestMain, TestsAreOnlyListed_Passes) {
+    EXPECT_EQ(kxtest::RunProgram(kxtest::OwnProgram(), "--gtest_list_tests").exitCode, 0u);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 /**
  * @file
- * Main function of every test program. A watchdog ends the process when a test hangs.
+ * Main function of every test program. A watchdog ends the process when a test hangs, and a program in which no test
+ * ran fails: a source left empty or a filter gone wrong never passes.
  */
 #include "support/childprocess.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 constexpr std::chrono::seconds kTestLimit(60);
 constexpr UINT kOverdueExitCode = 99;
+constexpr int kNoTestExitCode = 1;
 
 // Ends the process when one test takes longer than the limit.
 class Watchdog : public testing::EmptyTestEventListener {
@@ -75,11 +77,21 @@ private:
     std::thread m_thread;
 };
 
+bool HasRunATest() {
+    const testing::UnitTest& program = *testing::UnitTest::GetInstance();
+    return program.successful_test_count() + program.failed_test_count() > 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     kxtest::RunChildScenarioIfAsked(argc, argv);
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new Watchdog);
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    if (!GTEST_FLAG_GET(list_tests) && !HasRunATest()) {
+        std::fputs("no test ran\n", stderr);
+        return kNoTestExitCode;
+    }
+    return result;
 }

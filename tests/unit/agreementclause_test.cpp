@@ -1,32 +1,16 @@
 // The agreement clause and its expiry: results, registry calls in order, and the debugger line.
 #include "systemenvironment.h"
 
-#include "fakes/fakeutil_fault.h"
-#include "fakes/fakeutil_registry.h"
-#include "fakes/fakeutil_services.h"
-#include "support/debuglines.h"
+#include "queryfixture.h"
 
 #include "sdk/util/text.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <optional>
 #include <ostream>
-#include <string>
-#include <vector>
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryCalls;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr DWORD kFullAccess = 0xF003F;
-constexpr DWORD kReadAccess = 0x20019;
-constexpr std::size_t kLongLength = 40000;
+using namespace querytest;
 
 const std::wstring kExpiryKey = L"\\SOFTWARE\\Calvora\\setting\\expireLogin";
 const std::wstring kGuideKey = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Calvora\\KXLoginGuide";
@@ -65,23 +49,14 @@ std::optional<RegistryData> StoredProtocol() {
     return fakeutil::StoredValue(HKEY_USERS, kGuideKey, L"Protocol");
 }
 
-class AgreementClauseTest : public testing::Test {
-protected:
-    AgreementClauseTest() { fakeutil::Reset(); }
-    ~AgreementClauseTest() override { fakeutil::Reset(); }
-
-    std::vector<std::wstring> Lines() const { return m_lines.Lines(); }
-
-private:
-    kxtest::DebugLines m_lines;
-};
+class AgreementClauseTest : public QueryTest {};
 
 // --- every path through IsAgreeClause
 
 TEST_F(AgreementClauseTest, NothingInTheRegistry_ZeroAfterTwoReads) {
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AgreementClauseTest, Expired_ResetsTheProtocolAndSaysSo) {
@@ -91,7 +66,7 @@ TEST_F(AgreementClauseTest, Expired_ResetsTheProtocolAndSaysSo) {
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol(), WriteReset()));
     EXPECT_EQ(StoredProtocol(), RegistryData(std::wstring(L"0")));
-    EXPECT_THAT(Lines(), ElementsAre(kExpiredLine));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, ExpiredTwice_WritesAndSaysSoEachTime) {
@@ -100,13 +75,14 @@ TEST_F(AgreementClauseTest, ExpiredTwice_WritesAndSaysSoEachTime) {
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_THAT(RegistryCalls(),
                 ElementsAre(ReadMark(), ReadProtocol(), WriteReset(), ReadMark(), ReadProtocol(), WriteReset()));
-    EXPECT_THAT(Lines(), ElementsAre(kExpiredLine, kExpiredLine));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine, kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, ExpiredWithoutProtocol_MakesItZero) {
     SetMark(L"1");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_EQ(StoredProtocol(), RegistryData(std::wstring(L"0")));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, ExpiredAndWriteFails_ZeroAndTheLineAllTheSame) {
@@ -115,7 +91,7 @@ TEST_F(AgreementClauseTest, ExpiredAndWriteFails_ZeroAndTheLineAllTheSame) {
     fakeutil::FailRegistryWrite(1);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_EQ(StoredProtocol(), RegistryData(std::wstring(L"1")));
-    EXPECT_THAT(Lines(), ElementsAre(kExpiredLine));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, MarkRemovedAfterExpiry_ProtocolZeroIsWhatIsStored) {
@@ -125,7 +101,7 @@ TEST_F(AgreementClauseTest, MarkRemovedAfterExpiry_ProtocolZeroIsWhatIsStored) {
     SystemEnvironment::IsAgreeClause();
     SetMark(L"");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
-    EXPECT_THAT(Lines(), ElementsAre(kExpiredLine));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, MarkOfAnotherUser_DoesNotExpire) {
@@ -155,7 +131,7 @@ TEST_F(AgreementClauseTest, ServiceNotInUse_StoredProtocol) {
     SetVersion(L"9");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol(), ReadVersion(), call::IsSupportTms()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AgreementClauseTest, AgreementSigned_StoredProtocol) {
@@ -187,7 +163,7 @@ TEST_F(AgreementClauseTest, AgreementMustBeSignedAgain_Zero) {
     SetProtocol(L"1");
     SetVersion(L"9");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 // --- values of the expiry mark
@@ -202,7 +178,7 @@ TEST_P(ExpiryMarkTest, NotExactlyOne_RemainingStepsDecide) {
     SetVersion(L"9");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "1");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol(), ReadVersion(), call::IsSupportTms()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
     SetVersion(L"8");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
 }
@@ -238,7 +214,7 @@ TEST_P(ClauseVersionTest, IsAgreeClause_NeedsACurrentVersion) {
     std::string result;
     EXPECT_NO_THROW(result = SystemEnvironment::IsAgreeClause());
     EXPECT_EQ(result, GetParam().isCurrent ? "1" : "0");
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_P(ClauseVersionTest, GetLoginGuideProtocol_NeedsACurrentVersion) {
@@ -248,7 +224,7 @@ TEST_P(ClauseVersionTest, GetLoginGuideProtocol_NeedsACurrentVersion) {
     EXPECT_NO_THROW(result = SystemEnvironment::GetLoginGuideProtocol());
     EXPECT_EQ(result, GetParam().isCurrent ? "1" : "0");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadProtocol(), ReadVersion()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AgreementClauseTest, NoVersion_Zero) {
@@ -318,7 +294,7 @@ TEST_F(AgreementClauseTest, GuideProtocol_IgnoresExpiryAndJudgement) {
     EXPECT_EQ(SystemEnvironment::GetLoginGuideProtocol(), "1");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadProtocol(), ReadVersion()));
     EXPECT_EQ(StoredProtocol(), RegistryData(std::wstring(L"1")));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 // --- refused access and wrong types
@@ -339,7 +315,7 @@ TEST_F(AgreementClauseTest, FullAccessRefusedOnAnExpiredMark_NotExpired) {
     fakeutil::RefuseRegistryAccess(KEY_SET_VALUE);
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_THAT(RegistryCalls(), ElementsAre(ReadMark(), ReadProtocol()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AgreementClauseTest, NumbersWhereTextsBelong_ReadAsMissing) {
@@ -348,7 +324,7 @@ TEST_F(AgreementClauseTest, NumbersWhereTextsBelong_ReadAsMissing) {
     SetVersion(L"9");
     EXPECT_EQ(SystemEnvironment::IsAgreeClause(), "0");
     EXPECT_EQ(SystemEnvironment::GetLoginGuideProtocol(), "0");
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AgreementClauseTest, VersionIsANumber_Zero) {
@@ -359,14 +335,6 @@ TEST_F(AgreementClauseTest, VersionIsANumber_Zero) {
 }
 
 // --- exceptions: works, fails with zero, works again
-
-struct ThrowingCall {
-    const char* function;
-    int nth;
-};
-std::ostream& operator<<(std::ostream& out, const ThrowingCall& throwing) {
-    return out << throwing.function << " #" << throwing.nth;
-}
 
 class ClauseThrowTest : public AgreementClauseTest, public testing::WithParamInterface<ThrowingCall> {
 protected:
@@ -415,9 +383,9 @@ TEST_F(AgreementClauseTest, ResetThrows_ZeroWithoutTheLine) {
     std::string result;
     EXPECT_NO_THROW(result = SystemEnvironment::IsAgreeClause());
     EXPECT_EQ(result, "0");
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
     SystemEnvironment::IsAgreeClause();
-    EXPECT_THAT(Lines(), ElementsAre(kExpiredLine));
+    EXPECT_THAT(TakeLines(), ElementsAre(kExpiredLine));
 }
 
 TEST_F(AgreementClauseTest, JudgementThrowsInside_Zero) {

@@ -93,6 +93,15 @@ protected:
             SetFlag(kService, name, GetParam().value);
         }
     }
+
+    // The versions in force: 5 of the server on the judged path, 4 of this machine, 9 wherever nobody may look.
+    static void SetEveryVersion(const std::wstring& judgedTms) {
+        for (const std::wstring& key : {kLoginTms, kLoginLocal, kNoLoginTms}) {
+            SetVersions(key, L"9", L"9");
+        }
+        SetVersions(judgedTms, L"5", L"5");
+        SetVersions(kNoLoginLocal, L"4", L"4");
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Values, AgreementSignFlagTest,
@@ -118,10 +127,7 @@ TEST_P(AgreementSignFlagTest, LoginFlag_ChoosesTheLoginPathOnlyWhenExactlyOne) {
 
 TEST_P(AgreementSignFlagTest, ServerFlagWithLogin_ChoosesServerVersionsOnlyWhenExactlyOne) {
     SetParamFlag(L"ServerUpdatedFlag");
-    SetVersions(kLoginTms, L"5", L"5");
-    SetVersions(kLoginLocal, L"9", L"9");
-    SetVersions(kNoLoginTms, L"9", L"9");
-    SetVersions(kNoLoginLocal, L"4", L"4");
+    SetEveryVersion(kLoginTms);
     SetVersions(kLoginRecord, L"4", L"4");
     EXPECT_EQ(AgreementSign::JudgeAgreementSignLogin(), GetParam().isOne ? kSignAgain : kSigned);
     EXPECT_THAT(RegistryCalls(),
@@ -132,10 +138,7 @@ TEST_P(AgreementSignFlagTest, ServerFlagWithLogin_ChoosesServerVersionsOnlyWhenE
 
 TEST_P(AgreementSignFlagTest, ServerFlagWithoutLogin_ChoosesServerVersionsOnlyWhenExactlyOne) {
     SetParamFlag(L"ServerUpdatedFlag");
-    SetVersions(kLoginTms, L"9", L"9");
-    SetVersions(kLoginLocal, L"9", L"9");
-    SetVersions(kNoLoginTms, L"5", L"5");
-    SetVersions(kNoLoginLocal, L"4", L"4");
+    SetEveryVersion(kNoLoginTms);
     SetNoLoginRecord(L"4", L"4");
     EXPECT_EQ(AgreementSign::JudgeAgreementSignWithoutLogin(), GetParam().isOne ? kSignAgain : kSigned);
     EXPECT_EQ(RegistryCalls(),
@@ -316,14 +319,6 @@ TEST_F(AgreementSignTest, RecordOfAnotherUser_DoesNotCount) {
 }
 
 // --- nothing throws, and a judgement that could not be made never counts as consent
-
-struct ThrowingCall {
-    const char* function;
-    int nth;
-};
-std::ostream& operator<<(std::ostream& out, const ThrowingCall& throwing) {
-    return out << throwing.function << " #" << throwing.nth;
-}
 
 class AgreementSignThrowTest : public AgreementSignTest, public testing::WithParamInterface<ThrowingCall> {
 protected:

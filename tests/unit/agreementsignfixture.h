@@ -1,12 +1,7 @@
 /** @file The agreement service's keys, the registry calls of the judgement's steps, and the tests' fixture. */
 #pragma once
 
-#include "fakes/fakeutil_registry.h"
-#include "fakes/fakeutil_services.h"
-#include "support/debuglines.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "queryfixture.h"
 
 #include <string>
 #include <vector>
@@ -14,14 +9,14 @@
 namespace agreementtest {
 
 using fakeutil::Call;
+using querytest::kFullAccess;
+using querytest::ThrowingCall;
 namespace call = fakeutil::call;
 
 inline constexpr int kSigned = -1;
 inline constexpr int kNoRecord = 0;
 inline constexpr int kSignAgain = 1;
 inline constexpr int kNotApplicable = 2;
-
-inline constexpr DWORD kFullAccess = 0xF003F;
 
 inline const std::wstring kService = L"\\Software\\Calvora\\AgreementService";
 inline const std::wstring kLoginTms = L"\\Software\\Calvora\\AgreementService\\WithAccountLogin\\TMSVersion";
@@ -76,17 +71,9 @@ inline std::vector<Call> NoLoginRecordCalls() {
 }
 
 // Every test also shows that no registry object is left over and that nothing is said to the debugger.
-class AgreementSignTest : public testing::Test {
+class AgreementSignTest : public querytest::QueryTest {
 protected:
-    AgreementSignTest() { fakeutil::Reset(); }
-    ~AgreementSignTest() override {
-        EXPECT_EQ(fakeutil::LiveRegistryObjects(), 0);
-        EXPECT_THAT(m_lines.Lines(), testing::IsEmpty());
-        fakeutil::Reset();
-    }
-
-private:
-    kxtest::DebugLines m_lines;
+    ~AgreementSignTest() override { EXPECT_EQ(fakeutil::LiveRegistryObjects(), 0); }
 };
 
 } // namespace agreementtest

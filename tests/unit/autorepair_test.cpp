@@ -1,37 +1,19 @@
 // The automatic-repair switch: the clause, then one setting.
 #include "systemenvironment.h"
 
-#include "fakes/fakeutil_fault.h"
-#include "fakes/fakeutil_registry.h"
-#include "fakes/fakeutil_services.h"
-#include "support/debuglines.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "queryfixture.h"
 
 namespace {
 
-using fakeutil::Call;
-namespace call = fakeutil::call;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr DWORD kFullAccess = 0xF003F;
-constexpr DWORD kReadAccess = 0x20019;
+using namespace querytest;
 
 const std::wstring kSid = fakeutil::kDefaultSid;
 const std::wstring kSetting = kSid + L"\\SOFTWARE\\Calvora\\setting";
 const std::wstring kGuide = kSid + L"\\SOFTWARE\\Calvora\\KXLoginGuide";
 const std::wstring kExpiry = L"\\SOFTWARE\\Calvora\\setting\\expireLogin";
 
-class AutoRepairTest : public testing::Test {
+class AutoRepairTest : public QueryTest {
 protected:
-    AutoRepairTest() { fakeutil::Reset(); }
-    ~AutoRepairTest() override { fakeutil::Reset(); }
-
     static void Agree(const std::wstring& protocol) {
         fakeutil::SetRegistryValue(HKEY_USERS, kGuide, L"Protocol", protocol);
         fakeutil::SetRegistryValue(HKEY_USERS, kGuide, L"ProtocolVer", std::wstring(L"9"));
@@ -43,11 +25,6 @@ protected:
     static Call ReadMark() { return call::ReadText(HKEY_LOCAL_MACHINE, kExpiry, kSid, kFullAccess); }
     static Call ReadProtocol() { return call::ReadText(HKEY_USERS, kGuide, L"Protocol", kFullAccess); }
     static Call ReadVersion() { return call::ReadText(HKEY_USERS, kGuide, L"ProtocolVer", kReadAccess); }
-
-    std::vector<std::wstring> Lines() const { return m_lines.Lines(); }
-
-private:
-    kxtest::DebugLines m_lines;
 };
 
 TEST_F(AutoRepairTest, ClauseNotAccepted_OffWithoutReadingTheSetting) {
@@ -62,7 +39,7 @@ TEST_F(AutoRepairTest, ClauseAcceptedAndSettingOne_On) {
     EXPECT_TRUE(SystemEnvironment::IsAutoRepairEnabled());
     EXPECT_THAT(fakeutil::RegistryCalls(),
                 ElementsAre(ReadMark(), ReadProtocol(), ReadVersion(), call::IsSupportTms(), ReadRepair()));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(TakeLines(), IsEmpty());
 }
 
 TEST_F(AutoRepairTest, AnyTextButZero_CountsAsAccepted) {

@@ -12,13 +12,7 @@
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using querytest::kFullAccess;
-using querytest::QueryTest;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kSid = fakeutil::kDefaultSid;
 const std::wstring kRecord = kSid + L"\\Software\\Calvora\\LastestSetting";

@@ -15,18 +15,7 @@
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryCalls;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using querytest::kFullAccess;
-using querytest::kLongLength;
-using querytest::LockedFile;
-using querytest::OemFile;
-using querytest::QueryTest;
-using querytest::Utf16File;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";

@@ -9,14 +9,7 @@
 
 namespace {
 
-using fakeutil::RegistryCalls;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using querytest::kFullAccess;
-using querytest::kLongLength;
-using querytest::QueryTest;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kWindows = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";

@@ -8,9 +8,7 @@
 
 namespace {
 
-using fakeutil::Call;
-using querytest::QueryTest;
-using testing::ElementsAre;
+using namespace querytest;
 
 struct Query {
     const char* name;

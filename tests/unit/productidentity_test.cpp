@@ -15,13 +15,8 @@
 
 namespace {
 
-using fakeutil::Call;
 using ProductAdapt::PromoteParamInfo;
-using querytest::kLongLength;
-using querytest::OemFile;
-using querytest::QueryTest;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";

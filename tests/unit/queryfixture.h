@@ -1,7 +1,7 @@
 /**
  * @file
- * What the tests of the identity queries share: the debugger lines, compared whole, and the narrow copies, each of
- * which has to be freed once.
+ * What the tests of the queries share: the debugger lines, compared whole, and the narrow copies, each of which has to
+ * be freed once.
  */
 #pragma once
 
@@ -21,6 +21,7 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -29,7 +30,15 @@
 
 namespace querytest {
 
+using fakeutil::Call;
+using fakeutil::RegistryCalls;
+using fakeutil::RegistryData;
+namespace call = fakeutil::call;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
 inline constexpr DWORD kFullAccess = 0xF003F;
+inline constexpr DWORD kReadAccess = 0x20019;
 inline constexpr std::size_t kLongLength = 40000;
 
 /** Follows the blocks that the library under test frees. */
@@ -64,17 +73,13 @@ class QueryTest : public testing::Test {
 protected:
     QueryTest() { fakeutil::Reset(); }
     ~QueryTest() override {
-        EXPECT_THAT(m_lines.Lines(), testing::IsEmpty());
+        EXPECT_THAT(m_lines.Lines(), IsEmpty());
         Restart();
     }
 
     /** Forgets the calls and scripts of the utility library in the middle of a test. */
     void Restart() {
-        // A block that was freed may be handed out once more.
-        const std::vector<const void*> copies = fakeutil::NarrowCopies();
-        for (const void* block : copies) {
-            EXPECT_EQ(m_freed.CountOf(block), std::ranges::count(copies, block));
-        }
+        ExpectCopiesFreed();
         m_freed.Clear();
         fakeutil::Reset();
     }
@@ -88,10 +93,28 @@ protected:
 
     const FreedBlocks& Freed() const { return m_freed; }
 
+    /** Every narrow copy that was handed out until now has been freed once. */
+    void ExpectCopiesFreed() const {
+        // A block that was freed may be handed out once more.
+        const std::vector<const void*> copies = fakeutil::NarrowCopies();
+        for (const void* block : copies) {
+            EXPECT_EQ(m_freed.CountOf(block), std::ranges::count(copies, block));
+        }
+    }
+
 private:
     FreedBlocks m_freed;
     kxtest::DebugLines m_lines;
 };
+
+/** A call of the utility library that throws: the nth of a function. */
+struct ThrowingCall {
+    const char* function;
+    int nth;
+};
+inline std::ostream& operator<<(std::ostream& out, const ThrowingCall& throwing) {
+    return out << throwing.function << " #" << throwing.nth;
+}
 
 /** The OEM version file of this machine. The folder must not be there before: nothing of the machine is replaced. */
 class OemFile {

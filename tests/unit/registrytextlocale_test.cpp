@@ -13,17 +13,7 @@
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using querytest::kFullAccess;
-using querytest::kLongLength;
-using querytest::LockedFile;
-using querytest::OemFile;
-using querytest::QueryTest;
-using querytest::Utf16File;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace querytest;
 
 const std::wstring kSettings = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Orvane\\Calvora\\setting";
 const Call kSidCall{"KXPROCESS::GetCurrentUserSidstr", ""};
@@ -509,22 +499,6 @@ TEST_F(LogTypeTest, PathThatFillsTheBuffer_NullAndReported) {
 
 // --- Util.dll in another folder than the host
 
-class PathVariable {
-public:
-    explicit PathVariable(const std::filesystem::path& first) {
-        const DWORD length = GetEnvironmentVariableW(L"PATH", nullptr, 0);
-        m_former.resize(length);
-        m_former.resize(GetEnvironmentVariableW(L"PATH", m_former.data(), length));
-        SetEnvironmentVariableW(L"PATH", (first.wstring() + L";" + m_former).c_str());
-    }
-    ~PathVariable() { SetEnvironmentVariableW(L"PATH", m_former.c_str()); }
-    PathVariable(const PathVariable&) = delete;
-    PathVariable& operator=(const PathVariable&) = delete;
-
-private:
-    std::wstring m_former;
-};
-
 const kxtest::ChildScenario kLogTypeScenario("log-type", [] {
     std::wstring util(MAX_PATH, L'\0');
     util.resize(GetModuleFileNameW(GetModuleHandleW(L"Util.dll"), util.data(), MAX_PATH));
@@ -549,7 +523,7 @@ TEST(LogTypeFolder, UtilInAnotherFolderThanTheHost_TableBesideUtilIsRead) {
     kxtest::WriteFileBytes(host / "config" / "LogType.xml", "<T><Item ID=\"1\" Value=\"of the host\"/></T>");
     // The current folder comes before those of the variable.
     const kxtest::CurrentFolder current(host);
-    const PathVariable path(shared);
+    const kxtest::SearchFolder libraries(shared);
     EXPECT_EQ(kxtest::RunChild("log-type", program).output, "host shared null");
     kxtest::WriteFileBytes(shared / "config" / "LogType.xml", "<T><Item ID=\"1\" Value=\"of the library\"/></T>");
     EXPECT_EQ(kxtest::RunChild("log-type", program).output, "host shared of the library");

@@ -131,37 +131,29 @@ std::ostream& operator<<(std::ostream& out, const Command& command) {
     return out << command.name;
 }
 
+// The forms of preparing, which differ in the mode that they end in.
+Command PrepareCommand(const char* name, RecordMode mode, bool (*call)(ScreenRecordProxy& proxy)) {
+    return {name,
+            RunStatus::Running,
+            RunStatus::Preparing,
+            RunStatus::Prepared,
+            mode,
+            "PrepareTimemachine",
+            L"Can not call prepare on status ",
+            {Error("SendVCRMessage", L"Send IPC msg failed!"), Error("PrepareTimemachine", L"Send IPC Message failed")},
+            {Error("PrepareTimemachine", L"Send IPC Message failed")},
+            call};
+}
+
 const Command kCommands[] = {
-    {"Prepare",
-     RunStatus::Running,
-     RunStatus::Preparing,
-     RunStatus::Prepared,
-     RecordMode::Prepared,
-     "PrepareTimemachine",
-     L"Can not call prepare on status ",
-     {Error("SendVCRMessage", L"Send IPC msg failed!"), Error("PrepareTimemachine", L"Send IPC Message failed")},
-     {Error("PrepareTimemachine", L"Send IPC Message failed")},
-     [](ScreenRecordProxy& proxy) { return proxy.Prepare(ScreenRecordParam(), kTimeoutMs); }},
-    {"PrepareTimemachineWithZero",
-     RunStatus::Running,
-     RunStatus::Preparing,
-     RunStatus::Prepared,
-     RecordMode::Prepared,
-     "PrepareTimemachine",
-     L"Can not call prepare on status ",
-     {Error("SendVCRMessage", L"Send IPC msg failed!"), Error("PrepareTimemachine", L"Send IPC Message failed")},
-     {Error("PrepareTimemachine", L"Send IPC Message failed")},
-     [](ScreenRecordProxy& proxy) { return proxy.PrepareTimemachine(ScreenRecordParam(), 0, kTimeoutMs); }},
-    {"PrepareTimemachine",
-     RunStatus::Running,
-     RunStatus::Preparing,
-     RunStatus::Prepared,
-     RecordMode::PreparedTimemachine,
-     "PrepareTimemachine",
-     L"Can not call prepare on status ",
-     {Error("SendVCRMessage", L"Send IPC msg failed!"), Error("PrepareTimemachine", L"Send IPC Message failed")},
-     {Error("PrepareTimemachine", L"Send IPC Message failed")},
-     [](ScreenRecordProxy& proxy) { return proxy.PrepareTimemachine(ScreenRecordParam(), 30, kTimeoutMs); }},
+    PrepareCommand("Prepare", RecordMode::Prepared,
+                   [](ScreenRecordProxy& proxy) { return proxy.Prepare(ScreenRecordParam(), kTimeoutMs); }),
+    PrepareCommand(
+        "PrepareTimemachineWithZero", RecordMode::Prepared,
+        [](ScreenRecordProxy& proxy) { return proxy.PrepareTimemachine(ScreenRecordParam(), 0, kTimeoutMs); }),
+    PrepareCommand(
+        "PrepareTimemachine", RecordMode::PreparedTimemachine,
+        [](ScreenRecordProxy& proxy) { return proxy.PrepareTimemachine(ScreenRecordParam(), 30, kTimeoutMs); }),
     {"StartLocalRecord",
      RunStatus::Prepared,
      RunStatus::LocalRecordStarting,
@@ -212,6 +204,8 @@ TEST_P(EveryCommand, ExpectedStatus_GoesThroughProgressToSuccess) {
     fakeipc::SetObserver([&](const fakeipc::Call&) { during = Status(Proxy()).load(); });
     SetState(GetParam().from, RecordMode::WorkerStarted);
     EXPECT_TRUE(GetParam().call(Proxy()));
+    // The fixture calls on when this frame is gone.
+    fakeipc::SetObserver(nullptr);
     EXPECT_EQ(static_cast<int>(during), static_cast<int>(GetParam().during));
     ExpectState(GetParam().after, GetParam().mode);
     ExpectMessages({});

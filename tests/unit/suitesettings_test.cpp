@@ -1,54 +1,24 @@
 // The settings readers and writers: values, defaults, and the one registry call that each makes.
 #include "systemenvironment.h"
 
-#include "fakes/fakeutil_fault.h"
-#include "fakes/fakeutil_registry.h"
-#include "fakes/fakeutil_services.h"
-#include "fakes/fakeutil_text.h"
-#include "support/debuglines.h"
-#include "support/importpatch.h"
+#include "queryfixture.h"
 
 #include "sdk/util/text.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <cstddef>
 #include <functional>
 #include <ostream>
-#include <string>
-#include <vector>
 
 namespace {
 
-using fakeutil::Call;
-using fakeutil::RegistryCalls;
-using fakeutil::RegistryData;
-namespace call = fakeutil::call;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr DWORD kFullAccess = 0xF003F;
-constexpr std::size_t kLongLength = 40000;
+using namespace querytest;
 
 const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
 const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
 const std::wstring kGuideOfUser = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Calvora\\KXLoginGuide";
 const std::wstring kGuideOfMachine = L"SOFTWARE\\Calvora\\KXLoginGuide";
 
-class SuiteSettingsTest : public testing::Test {
-protected:
-    SuiteSettingsTest() { fakeutil::Reset(); }
-    ~SuiteSettingsTest() override {
-        EXPECT_THAT(m_lines.Lines(), IsEmpty());
-        fakeutil::Reset();
-    }
-
-private:
-    kxtest::DebugLines m_lines;
-};
+class SuiteSettingsTest : public QueryTest {};
 
 // --- readers of texts
 
@@ -343,21 +313,6 @@ std::ostream& operator<<(std::ostream& out, const SkuCase& sku) {
     return out << testing::PrintToString(sku.secondary) << " beside " << testing::PrintToString(sku.system);
 }
 
-// Follows the blocks that the library under test frees.
-class FreedBlocks {
-public:
-    std::ptrdiff_t CountOf(const void* block) const { return std::ranges::count(m_freed, block); }
-
-private:
-    using FreeHook = kxtest::ImportHook<"msvcrt.dll", "free", void(void*)>;
-
-    std::vector<const void*> m_freed;
-    FreeHook m_hook{[this](void* block) {
-        m_freed.push_back(block);
-        FreeHook::Original(block);
-    }};
-};
-
 class SecondarySkuTest : public SuiteSettingsTest {
 protected:
     static void SetSkus(const std::wstring& secondary, const std::wstring& system) {
@@ -365,13 +320,6 @@ protected:
         texts.secSku = secondary;
         texts.sysSku = system;
         fakeutil::SetSmBios(texts);
-    }
-
-    // A block that was freed may be handed out once more.
-    static void ExpectAllFreed(const std::vector<const void*>& copies, const FreedBlocks& freed) {
-        for (const void* block : copies) {
-            EXPECT_EQ(freed.CountOf(block), std::ranges::count(copies, block));
-        }
     }
 };
 
@@ -394,11 +342,9 @@ TEST_P(SecondarySkuPairTest, Skus_AreComparedAndLowered) {
 
 TEST_P(SecondarySkuPairTest, NarrowCopies_AreEachFreedOnce) {
     SetSkus(GetParam().secondary, GetParam().system);
-    const FreedBlocks freed;
     SystemEnvironment::GetSecondarySku();
-    const std::vector<const void*> copies = fakeutil::NarrowCopies();
-    EXPECT_EQ(copies.size(), GetParam().secondary.empty() ? 0u : GetParam().system.empty() ? 1u : 2u);
-    ExpectAllFreed(copies, freed);
+    EXPECT_EQ(fakeutil::NarrowCopies().size(), GetParam().secondary.empty() ? 0u : GetParam().system.empty() ? 1u : 2u);
+    ExpectCopiesFreed();
 }
 
 TEST_F(SecondarySkuTest, NoSecondarySku_SystemSkuIsNotAskedFor) {
@@ -424,15 +370,13 @@ TEST_F(SecondarySkuTest, SecondaryHasNoNarrowCopy_EmptyAndSystemSkuIsNotAskedFor
 TEST_F(SecondarySkuTest, SystemHasNoNarrowCopy_EmptyAndTheOtherCopyIsFreed) {
     SetSkus(L"ABC", L"DEF");
     fakeutil::ScriptNarrowCopyFails([](const std::wstring& text) { return text == L"DEF"; });
-    const FreedBlocks freed;
     EXPECT_EQ(SystemEnvironment::GetSecondarySku(), "");
     EXPECT_EQ(fakeutil::NarrowCopies().size(), 1u);
-    ExpectAllFreed(fakeutil::NarrowCopies(), freed);
+    ExpectCopiesFreed();
 }
 
 TEST_F(SecondarySkuTest, AnyCallThrows_EmptyAndTheCopiesAreFreed) {
     SetSkus(L"ABC", L"DEF");
-    const FreedBlocks freed;
     for (const char* function : {"SmBiosHelper::GetSecSKU", "SmBiosHelper::GetSysSKU", "DE::LowerCase"}) {
         SCOPED_TRACE(function);
         fakeutil::ThrowFrom(function);
@@ -440,9 +384,8 @@ TEST_F(SecondarySkuTest, AnyCallThrows_EmptyAndTheCopiesAreFreed) {
         EXPECT_FALSE(fakeutil::IsThrowPending());
     }
     // The first call ends before a copy is made, the second after one, the third after two.
-    const std::vector<const void*> copies = fakeutil::NarrowCopies();
-    EXPECT_EQ(copies.size(), 3u);
-    ExpectAllFreed(copies, freed);
+    EXPECT_EQ(fakeutil::NarrowCopies().size(), 3u);
+    ExpectCopiesFreed();
     EXPECT_EQ(SystemEnvironment::GetSecondarySku(), "abc");
 }
 

@@ -1,0 +1,15 @@
+#include "productprofile.h"
+
+#include "support/hostfolder.h"
+
+namespace profiletest {
+
+std::filesystem::path ProfileFile() {
+    return kxtest::OwnFolder() / "config" / "ProductProfile.xml";
+}
+
+void WriteProfile(const std::string& content) {
+    kxtest::WriteFileBytes(ProfileFile(), "<ProductProfile>" + content + "</ProductProfile>");
+}
+
+} // namespace profiletest
