@@ -75,7 +75,8 @@ std::size_t TerminalWidth() {
     CONSOLE_SCREEN_BUFFER_INFO screen = {};
     if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen))
         return 0;
-    return static_cast<std::size_t>(screen.srWindow.Right - screen.srWindow.Left + 1);
+    const int columns = screen.srWindow.Right - screen.srWindow.Left + 1;
+    return static_cast<std::size_t>(columns);
 }
 
 void WriteColoured(Colour colour, std::wstring_view text) {

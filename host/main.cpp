@@ -243,6 +243,7 @@ unsigned long Run(int count, wchar_t** texts) {
         return ReportParse(app, error);
     }
     std::vector<std::wstring> files;
+    files.reserve(arguments.manifestFiles.size());
     for (const std::string& file : arguments.manifestFiles)
         files.push_back(WideFromUtf8(file));
     return WriteManifest(files);

@@ -31,7 +31,9 @@ struct Entry {
 };
 
 struct StreamCloser {
-    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
+    void operator()(std::FILE* stream) const noexcept {
+        static_cast<void>(std::fclose(stream)); // read only: nothing can be lost
+    }
 };
 using InputStream = std::unique_ptr<std::FILE, StreamCloser>;
 
@@ -103,7 +105,7 @@ void Enter(tinyxml2::XMLElement& root, const Entry& entry) {
 
 bool WriteWhole(const std::wstring& path, const tinyxml2::XMLPrinter& text) {
     const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    const DWORD size = static_cast<DWORD>(text.CStrSize() - 1);
+    const auto size = static_cast<DWORD>(text.CStrSize() - 1);
     DWORD written = 0;
     return file && WriteFile(file.get(), text.CStr(), size, &written, nullptr) && written == size &&
            FlushFileBuffers(file.get());
@@ -125,8 +127,11 @@ unsigned long WriteManifest(const std::vector<std::wstring>& files) {
     for (const std::wstring& file : files) {
         std::optional<Entry> entry = Digest(hostFolder, file);
         if (!entry)
-            return Fail(kExitNoSuchFile, L"\"" + file + L"\" is not a readable file in " + hostFolder +
-                                             L"; nothing was written. Give its path relative to that folder.");
+            return Fail(kExitNoSuchFile, std::wstring(L"\"")
+                                             .append(file)
+                                             .append(L"\" is not a readable file in ")
+                                             .append(hostFolder)
+                                             .append(L"; nothing was written. Give its path relative to that folder."));
         entries.push_back(std::move(*entry));
     }
 

@@ -24,9 +24,9 @@ std::wstring WideFromUtf8(std::string_view text) {
 std::wstring SizeText(std::uint64_t bytes) {
     constexpr double kMegabyte = 1024.0 * 1024.0;
     constexpr double kGigabyte = 1024.0 * kMegabyte;
-    const double size = static_cast<double>(bytes);
+    const auto size = static_cast<double>(bytes);
     wchar_t text[40] = {};
-    std::swprintf(text, std::size(text), size < kGigabyte ? L"%.1f MB" : L"%.1f GB",
-                  size / (size < kGigabyte ? kMegabyte : kGigabyte));
+    static_cast<void>(std::swprintf(text, std::size(text), size < kGigabyte ? L"%.1f MB" : L"%.1f GB",
+                                    size / (size < kGigabyte ? kMegabyte : kGigabyte)));
     return text;
 }

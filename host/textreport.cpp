@@ -16,8 +16,8 @@ constexpr wchar_t kPrefix[] = L"kxrecord: ";
 std::wstring ClockText(milliseconds time) {
     const long long tenths = time.count() / 100;
     wchar_t text[40] = {};
-    std::swprintf(text, std::size(text), L"%02lld:%02lld:%02lld.%lld", tenths / 36000, tenths / 600 % 60,
-                  tenths / 10 % 60, tenths % 10);
+    static_cast<void>(std::swprintf(text, std::size(text), L"%02lld:%02lld:%02lld.%lld", tenths / 36000,
+                                    tenths / 600 % 60, tenths / 10 % 60, tenths % 10));
     return text;
 }
 

@@ -113,6 +113,8 @@ ExitCode Run() {
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     try {
+        // Ctrl-C in the host's terminal is the host's to answer: it stops the worker by its command.
+        SetConsoleCtrlHandler(nullptr, TRUE);
         // A log library with a thread pool waits for ever when it is unloaded; this ends the pool while it still runs.
         const log4cplus::Initializer logging;
         return static_cast<int>(Run());
