@@ -8,7 +8,7 @@ usage() {
 usage: scripts/test.sh [--preset PRESET] [CTEST ARGUMENT...]
 
 Prepares the machine, builds PRESET (default mingw-release) and runs its tests under Wine, each program in a
-fresh prefix. Further arguments go to ctest, for example: scripts/test.sh -R integrity
+fresh prefix; one that fails is run a second time. Further arguments go to ctest, for example: scripts/test.sh -R integrity
 HELP
 }
 preset=mingw-release
@@ -19,4 +19,6 @@ esac
 
 scripts/build.sh "$preset"
 echo "== testing $preset"
-ctest --preset "$preset" --parallel 2 "$@"
+# Wine now and then loses a process while it starts it; a program that fails is run once more, and fails if it fails
+# again. ctest shows which ones.
+ctest --preset "$preset" --parallel 2 --repeat until-pass:2 "$@"

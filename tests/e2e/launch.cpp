@@ -46,10 +46,17 @@ Handle Start(wchar_t* commandLine) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process))
-        return nullptr;
-    CloseHandle(process.hThread);
-    return Handle(process.hProcess);
+    // Wine now and then loses a process while it starts it, about one in several hundred, and says so with this error.
+    constexpr int kAttempts = 3;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+            CloseHandle(process.hThread);
+            return Handle(process.hProcess);
+        }
+        if (GetLastError() != ERROR_INTERNAL_ERROR)
+            return nullptr;
+    }
+    return nullptr;
 }
 
 } // namespace

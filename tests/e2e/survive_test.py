@@ -85,7 +85,7 @@ class Survive(RecordCase):
         content = path.read_bytes()
         frames = packets(path)
         last_end = frames[-1][0] + frames[-1][1] + 16
-        first_cut = frames[-2 * RATE][0]
+        first_cut = frames[-2 * RATE][0] + 16
         cut_path = self.stage.new_path("cut.mkv")
         for cut in range(last_end, first_cut, -((last_end - first_cut) // CUTS)):
             with self.subTest(cut=cut):
