@@ -153,8 +153,11 @@ class Stage:
 
     def wine(self, *arguments):
         """Runs one of the system's own programs in this stage's prefix; a failure is an exception."""
-        return subprocess.run([WINE_RUN, *arguments], env=self.environment, timeout=START_LIMIT_S, check=True,
-                              capture_output=True)
+        result = subprocess.run([WINE_RUN, *arguments], env=self.environment, timeout=START_LIMIT_S, check=False,
+                                capture_output=True)
+        if result.returncode != 0:
+            raise AssertionError(f"{arguments} ended with {result.returncode}: {result.stdout} {result.stderr}")
+        return result
 
     def trust(self, *files):
         result = self.run("manifest", *files)
