@@ -24,8 +24,8 @@ namespace DE {
  *   character or at the end of the stored bytes, which need no terminating zero; half a character left over by an
  *   odd number of bytes is dropped. Any other type is a failure.
  * - A number is read from a REG_DWORD of four bytes alone. Any other type or size is a failure.
- * - A key that has to be made is kept on disk; below one that is not, such as HARDWARE\DESCRIPTION, it lasts until the
- *   machine is shut down, as everything there.
+ * - A key that has to be made is kept on disk; below one that is not, such as "HARDWARE\DESCRIPTION", it lasts until
+ * the machine is shut down, as everything there.
  * - A value that another process makes longer while it is read is read again.
  * - A path or a name that holds a zero character is refused.
  * - The static functions may be called from any thread; one object belongs to one thread at a time.
