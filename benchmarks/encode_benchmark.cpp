@@ -32,8 +32,9 @@ class ComPointer {
 public:
     ComPointer() = default;
     ~ComPointer() {
-        if (m_object != nullptr)
+        if (m_object != nullptr) {
             m_object->Release();
+        }
     }
     ComPointer(const ComPointer&) = delete;
     ComPointer& operator=(const ComPointer&) = delete;
@@ -53,8 +54,9 @@ std::vector<std::byte> ScreenLikePicture() {
     RECT bar = {0, 0, all.right, 60};
     FillRect(buffer.Dc(), &bar, static_cast<HBRUSH>(GetStockObject(DKGRAY_BRUSH)));
     constexpr wchar_t kLine[] = L"The quick brown fox jumps over the lazy dog; 0123456789 lines of text fill a screen.";
-    for (int y = 80; y < all.bottom; y += 20)
+    for (int y = 80; y < all.bottom; y += 20) {
         TextOutW(buffer.Dc(), y % 60, y, kLine, static_cast<int>(std::size(kLine)) - 1);
+    }
     GdiFlush();
     return {buffer.Pixels().begin(), buffer.Pixels().end()};
 }
@@ -67,8 +69,9 @@ double Measure(benchmark::State& state, Step step) {
     LARGE_INTEGER frequency = {};
     QueryPerformanceFrequency(&frequency);
     QueryPerformanceCounter(&before);
-    for ([[maybe_unused]] const auto _ : state)
+    for ([[maybe_unused]] const auto _ : state) {
         step();
+    }
     QueryPerformanceCounter(&after);
     return static_cast<double>(after.QuadPart - before.QuadPart) / static_cast<double>(frequency.QuadPart) /
            static_cast<double>(state.iterations());
@@ -122,8 +125,9 @@ void Encode_Worker(benchmark::State& state) {
     std::size_t size = 0;
     const double seconds = Measure(state, [&] { size = encoder.Encode(pixels).size(); });
     state.counters["bytes"] = static_cast<double>(size);
-    if (g_systemSeconds > 0)
+    if (g_systemSeconds > 0) {
         state.counters["ratio_to_system"] = seconds / g_systemSeconds;
+    }
 }
 BENCHMARK(Encode_Worker)->UseRealTime()->Unit(benchmark::kMillisecond);
 
@@ -176,8 +180,9 @@ void HandOver_WhileAReplayIsWritten(benchmark::State& state) {
         std::memcpy(picture.data(), &slot, sizeof(slot));
         return std::span<const std::byte>(picture);
     };
-    for (; slot < kReplaySlots; ++slot)
+    for (; slot < kReplaySlots; ++slot) {
         replay.Add(slot, next());
+    }
     sink.Begin(replay.Take());
     sink.Start();
     double longest = 0;
@@ -209,8 +214,9 @@ BENCHMARK(HandOver_WhileAReplayIsWritten)->Iterations(120)->UseRealTime()->Unit(
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv) || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+    if (benchmark::ReportUnrecognizedArguments(argc, argv) || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
         return 1;
+    }
     benchmark::RunSpecifiedBenchmarks();
     CoUninitialize();
     return 0;

@@ -17,14 +17,16 @@ class Ink {
 public:
     explicit Ink(WORD foreground) {
         CONSOLE_SCREEN_BUFFER_INFO screen = {};
-        if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen))
+        if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen)) {
             return;
+        }
         m_before = screen.wAttributes;
         SetConsoleTextAttribute(HandleOf(Stream::Output), static_cast<WORD>((m_before & ~kForeground) | foreground));
     }
     ~Ink() {
-        if (m_before != kNotSet)
+        if (m_before != kNotSet) {
             SetConsoleTextAttribute(HandleOf(Stream::Output), m_before);
+        }
     }
     Ink(const Ink&) = delete;
     Ink& operator=(const Ink&) = delete;
@@ -73,8 +75,9 @@ void Write(Stream stream, std::wstring_view text) {
 
 std::size_t TerminalWidth() {
     CONSOLE_SCREEN_BUFFER_INFO screen = {};
-    if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen))
+    if (!GetConsoleScreenBufferInfo(HandleOf(Stream::Output), &screen)) {
         return 0;
+    }
     const int columns = screen.srWindow.Right - screen.srWindow.Left + 1;
     return static_cast<std::size_t>(columns);
 }

@@ -17,8 +17,9 @@ std::string g_text;
 LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
     const bool isLine = record.ExceptionCode == DBG_PRINTEXCEPTION_C && record.NumberParameters >= 2;
-    if (!isLine || GetCurrentThreadId() != g_thread)
+    if (!isLine || GetCurrentThreadId() != g_thread) {
         return EXCEPTION_CONTINUE_SEARCH;
+    }
     try {
         g_text.append(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
     } catch (...) { // a line that does not fit into memory is dropped
@@ -29,8 +30,9 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
 } // namespace
 
 DebugLines::DebugLines() : m_handler(AddVectoredExceptionHandler(1, OnException)) {
-    if (m_handler == nullptr)
+    if (m_handler == nullptr) {
         throw std::runtime_error("the system refuses a handler for the debugger output");
+    }
     g_text.clear();
     g_thread = GetCurrentThreadId();
 }

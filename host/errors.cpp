@@ -64,8 +64,9 @@ std::wstring SystemText(unsigned long code) {
     FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     const std::unique_ptr<wchar_t, LocalBlockFree> owner(text);
     std::wstring result = text == nullptr ? L"" : text;
-    while (!result.empty() && (result.back() == L'\n' || result.back() == L'\r' || result.back() == L'.'))
+    while (!result.empty() && (result.back() == L'\n' || result.back() == L'\r' || result.back() == L'.')) {
         result.pop_back();
+    }
     return result;
 }
 
@@ -98,8 +99,9 @@ std::wstring SystemHint(Stage stage, unsigned long code) {
 
 std::wstring Explain(Stage stage, unsigned long code) {
     for (const Sentence& sentence : kSentences) {
-        if (sentence.stage == stage && sentence.code == code)
+        if (sentence.stage == stage && sentence.code == code) {
             return sentence.text;
+        }
     }
     return Introduction(stage) + (L": code " + std::to_wstring(code)) + SystemHint(stage, code) +
            L"; its log, KXVCR.log beside kxrecord.exe, says more.";

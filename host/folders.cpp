@@ -8,8 +8,9 @@ std::wstring HostFolder() {
     std::wstring path(MAX_PATH, L'\0');
     for (;;) {
         const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length == 0)
+        if (length == 0) {
             throw std::runtime_error("the system does not tell where kxrecord.exe lies");
+        }
         if (length < path.size()) {
             path.resize(path.find_last_of(L'\\', length));
             return path;
@@ -22,8 +23,9 @@ std::wstring FullPath(const std::wstring& path) {
     const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
     std::wstring full(size, L'\0');
     const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
-    if (length == 0 || length >= size)
+    if (length == 0 || length >= size) {
         throw std::runtime_error("the system cannot make the file name a full path");
+    }
     full.resize(length);
     return full;
 }

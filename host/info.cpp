@@ -35,16 +35,20 @@ const wchar_t* OptionOf(Argument argument) {
 // the one that was asked.
 std::wstring Reason(std::wstring_view line, const std::wstring& asked) {
     const std::size_t open = line.rfind(L'(');
-    if (!line.ends_with(L')') || open == std::wstring_view::npos)
+    if (!line.ends_with(L')') || open == std::wstring_view::npos) {
         return {}; // of another library
+    }
     std::wstring_view function = line.substr(open + 1, line.size() - open - 2);
-    if (function.starts_with(kClassPrefix))
+    if (function.starts_with(kClassPrefix)) {
         function.remove_prefix(std::wstring_view(kClassPrefix).size());
+    }
     std::wstring_view text = line.substr(0, open);
-    while (!text.empty() && (text.back() == L' ' || text.back() == L':'))
+    while (!text.empty() && (text.back() == L' ' || text.back() == L':')) {
         text.remove_suffix(1);
-    if (asked.starts_with(function))
+    }
+    if (asked.starts_with(function)) {
         return std::wstring(text);
+    }
     return std::wstring(function) + L": " + std::wstring(text);
 }
 
@@ -52,16 +56,18 @@ std::wstring Reasons(const std::vector<std::wstring>& lines, const std::wstring&
     std::wstring reasons;
     for (const std::wstring& line : lines) {
         const std::wstring reason = Reason(line, asked);
-        if (!reason.empty())
+        if (!reason.empty()) {
             reasons += (reasons.empty() ? L"" : L"; ") + reason;
+        }
     }
     return reasons;
 }
 
 Fact Ask(const Query& query, const std::wstring& argument, DebugLines& lines) {
     Fact fact{query.group, query.name, true, {}, {}};
-    if (!argument.empty())
+    if (!argument.empty()) {
         fact.name += L"(" + argument + L")";
+    }
     fact.answer = query.ask(argument);
     fact.note = Reasons(lines.Take(), query.name);
     return fact;
@@ -81,16 +87,18 @@ void AskWithEach(const Query& query, const InfoOptions& options, DebugLines& lin
         facts.push_back({query.group, query.name, false, {}, std::wstring(L"give ") + OptionOf(query.argument)});
         return;
     }
-    for (const std::wstring& argument : named->second)
+    for (const std::wstring& argument : named->second) {
         facts.push_back(Ask(query, argument, lines));
+    }
 }
 
 std::vector<Fact> Facts(const InfoOptions& options) {
     std::vector<Fact> facts;
     DebugLines lines;
     for (const Query& query : Queries()) {
-        if (!options.onlyDpi || query.group == std::wstring_view(kDisplayGroup))
+        if (!options.onlyDpi || query.group == std::wstring_view(kDisplayGroup)) {
             AskWithEach(query, options, lines, facts);
+        }
     }
     return facts;
 }
@@ -99,11 +107,12 @@ std::vector<Fact> Facts(const InfoOptions& options) {
 
 unsigned long PrintInfo(const InfoOptions& options) {
     const std::vector<Fact> facts = Facts(options);
-    if (options.json)
+    if (options.json) {
         WriteJson(facts);
-    else if (IsTerminal(Stream::Output))
+    } else if (IsTerminal(Stream::Output)) {
         WriteTable(facts);
-    else
+    } else {
         WriteLines(facts);
+    }
     return kExitSuccess;
 }

@@ -103,11 +103,13 @@ Answer ScalingStep() {
 // The stored bytes in hexadecimal. How many were stored is not told, so that zeros at the end are left out.
 Answer SettingBytes(const Text& name) {
     std::array<unsigned char, kSettingBytes> bytes = {};
-    if (!Environment::ReadValue(name, bytes.data(), static_cast<int>(bytes.size())))
+    if (!Environment::ReadValue(name, bytes.data(), static_cast<int>(bytes.size()))) {
         return {};
+    }
     std::size_t size = bytes.size();
-    while (size > 1 && bytes[size - 1] == 0)
+    while (size > 1 && bytes[size - 1] == 0) {
         --size;
+    }
     constexpr wchar_t kDigits[] = L"0123456789abcdef";
     Text digits;
     for (std::size_t i = 0; i < size; ++i) {
@@ -124,8 +126,9 @@ struct SwitchName {
 
 SwitchName SwitchNameOf(const Text& text) {
     const std::size_t slash = text.find(L'/');
-    if (slash == Text::npos)
+    if (slash == Text::npos) {
         return {Utf8FromWide(text), {}};
+    }
     return {Utf8FromWide(text.substr(0, slash)), Utf8FromWide(text.substr(slash + 1))};
 }
 

@@ -46,15 +46,19 @@ bool IsAnswered(const Answer& answer) {
 
 AnswerText Describe(const Fact& fact) {
     const Answer& answer = fact.answer;
-    if (!fact.isAsked)
+    if (!fact.isAsked) {
         return {kNotAsked, Colour::Faint};
-    if (!IsAnswered(answer))
+    }
+    if (!IsAnswered(answer)) {
         return {kNoAnswer, Colour::Faint};
-    if (const auto* const truth = std::get_if<bool>(&answer.value))
+    }
+    if (const auto* const truth = std::get_if<bool>(&answer.value)) {
         return *truth ? AnswerText{L"yes", Colour::Good} : AnswerText{L"no", Colour::Plain};
-    if (const auto* const number = std::get_if<std::int64_t>(&answer.value))
+    }
+    if (const auto* const number = std::get_if<std::int64_t>(&answer.value)) {
         return {std::to_wstring(*number) + (answer.meaning.empty() ? L"" : L" (" + answer.meaning + L")"),
                 Colour::Plain};
+    }
     return {Printable(std::get<std::wstring>(answer.value)), Colour::Plain};
 }
 
@@ -102,8 +106,9 @@ void WriteHeading(std::wstring heading, bool isFirst) {
 
 void WriteTable(const std::vector<Fact>& facts) {
     std::size_t nameWidth = 0;
-    for (const Fact& fact : facts)
+    for (const Fact& fact : facts) {
         nameWidth = std::max(nameWidth, Printable(fact.name).size());
+    }
     const std::size_t left = kIndent + nameWidth + kGap;
     const std::size_t terminalWidth = TerminalWidth();
     // The last cell stays free: some terminals begin a new line when it is filled.
@@ -111,8 +116,9 @@ void WriteTable(const std::vector<Fact>& facts) {
 
     std::wstring group;
     for (const Fact& fact : facts) {
-        if (fact.group != group)
+        if (fact.group != group) {
             WriteHeading(fact.group, group.empty());
+        }
         group = fact.group;
         std::wstring name = Printable(fact.name);
         name.resize(nameWidth + kGap, L' ');
@@ -120,8 +126,9 @@ void WriteTable(const std::vector<Fact>& facts) {
         const AnswerText answer = Describe(fact);
         Column column(left, width);
         column.Add(answer.text, answer.colour);
-        if (!fact.note.empty())
+        if (!fact.note.empty()) {
             column.Add(Printable(fact.note), Colour::Faint);
+        }
         Write(Stream::Output, L"\n");
     }
 }
@@ -141,16 +148,19 @@ void WriteJson(const std::vector<Fact>& facts) {
         nlohmann::ordered_json object;
         object["asked"] = fact.isAsked;
         object["value"] = nullptr;
-        if (const auto* const truth = std::get_if<bool>(&fact.answer.value))
+        if (const auto* const truth = std::get_if<bool>(&fact.answer.value)) {
             object["value"] = *truth;
-        else if (const auto* const number = std::get_if<std::int64_t>(&fact.answer.value))
+        } else if (const auto* const number = std::get_if<std::int64_t>(&fact.answer.value)) {
             object["value"] = *number;
-        else if (IsAnswered(fact.answer))
+        } else if (IsAnswered(fact.answer)) {
             object["value"] = Utf8FromWide(std::get<std::wstring>(fact.answer.value));
-        if (!fact.answer.meaning.empty())
+        }
+        if (!fact.answer.meaning.empty()) {
             object["meaning"] = Utf8FromWide(fact.answer.meaning);
-        if (!fact.note.empty())
+        }
+        if (!fact.note.empty()) {
             object["note"] = Utf8FromWide(fact.note);
+        }
         groups[Utf8FromWide(fact.group)][Utf8FromWide(fact.name)] = std::move(object);
     }
     Write(Stream::Output, WideFromUtf8(groups.dump(2)) + L"\n");

@@ -66,8 +66,9 @@ public:
     }
 
     void RecordProgress(const RecordState& state) override {
-        if (!IsDue(state.elapsed))
+        if (!IsDue(state.elapsed)) {
             return;
+        }
         ordered_json event = Event("progress");
         event["seconds"] = Seconds(state.elapsed);
         event["framesDue"] = state.framesDue;
@@ -94,8 +95,9 @@ public:
     }
 
     void LiveProgress(milliseconds elapsed) override {
-        if (!IsDue(elapsed))
+        if (!IsDue(elapsed)) {
             return;
+        }
         ordered_json event = Event("progress");
         event["seconds"] = Seconds(elapsed);
         Send(event);
@@ -110,8 +112,9 @@ public:
 
 private:
     bool IsDue(milliseconds elapsed) {
-        if (elapsed < m_nextProgress)
+        if (elapsed < m_nextProgress) {
             return false;
+        }
         m_nextProgress = elapsed - elapsed % kProgressInterval + kProgressInterval;
         return true;
     }

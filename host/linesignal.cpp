@@ -16,10 +16,12 @@ void ReadUntilLine(HANDLE line, HANDLE closed) {
         char character = 0;
         DWORD size = 0;
         const BOOL isRead = ReadFile(input, &character, 1, &size, nullptr);
-        if (isRead && size == 1 && character != '\n' && character != '\r')
+        if (isRead && size == 1 && character != '\n' && character != '\r') {
             continue;
-        if (!isRead && GetLastError() == ERROR_OPERATION_ABORTED) // by Ctrl-C, which has a signal of its own
+        }
+        if (!isRead && GetLastError() == ERROR_OPERATION_ABORTED) { // by Ctrl-C, which has a signal of its own
             return;
+        }
         SetEvent(isRead && size == 1 ? line : closed);
         return;
     }
@@ -29,20 +31,23 @@ void ReadUntilLine(HANDLE line, HANDLE closed) {
 
 LineSignal::LineSignal() {
     auto state = std::make_shared<const State>();
-    if (!state->line || !state->closed)
+    if (!state->line || !state->closed) {
         throw std::runtime_error("the system refuses events for the keyboard");
+    }
     m_state = state;
     // Single keys instead of lines: Enter is a carriage return on some terminals and a line feed on others.
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
-    if (GetConsoleMode(input, &mode) && SetConsoleMode(input, mode & ~DWORD{ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT}))
+    if (GetConsoleMode(input, &mode) && SetConsoleMode(input, mode & ~DWORD{ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT})) {
         m_terminalMode = mode;
+    }
     std::thread([state] { ReadUntilLine(state->line.get(), state->closed.get()); }).detach();
 }
 
 LineSignal::~LineSignal() {
-    if (m_terminalMode)
+    if (m_terminalMode) {
         SetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), *m_terminalMode);
+    }
 }
 
 HANDLE LineSignal::Line() const {

@@ -19,23 +19,26 @@ std::wstring MachineName() {
     DWORD size = 0;
     GetComputerNameExW(ComputerNameDnsHostname, nullptr, &size);
     std::wstring name(size, L'\0');
-    if (!GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size))
+    if (!GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size)) {
         return {};
+    }
     name.resize(size);
     return name;
 }
 
 LiveStart StartOf(const LiveOptions& options, int port) {
     LiveStart start{port, Url(L"127.0.0.1", port), {}};
-    if (options.server.listenOnAllInterfaces != 0)
+    if (options.server.listenOnAllInterfaces != 0) {
         start.networkUrl = Url(MachineName(), port);
+    }
     return start;
 }
 
 void OpenPage(const std::wstring& url, Report& report) {
     const HINSTANCE answer = ShellExecuteW(nullptr, L"open", url.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
-    if (reinterpret_cast<INT_PTR>(answer) < kFirstSuccess)
+    if (reinterpret_cast<INT_PTR>(answer) < kFirstSuccess) {
         report.Warning(L"no browser could be started; open " + url + L" yourself.");
+    }
 }
 
 void WaitWhileServing(const Session& session, const StopSignal& stop, const LiveOptions& options, Report& report,
@@ -43,8 +46,9 @@ void WaitWhileServing(const Session& session, const StopSignal& stop, const Live
     while (session.Is(RecordMode::LiveServer)) {
         report.LiveProgress(stopwatch.Elapsed());
         const DWORD waitMs = NextWaitMs(options.session, stopwatch.Elapsed());
-        if (waitMs == 0 || stop.WaitFor(waitMs))
+        if (waitMs == 0 || stop.WaitFor(waitMs)) {
             return;
+        }
     }
 }
 
@@ -54,18 +58,22 @@ unsigned long Live(const LiveOptions& options) {
     const std::unique_ptr<Report> report = options.session.json ? MakeJsonReport() : MakeTextReport();
     const StopSignal stop;
     Session session(*report, options.session, stop);
-    if (const unsigned long code = session.Begin(std::chrono::seconds{0}); code != kExitSuccess)
+    if (const unsigned long code = session.Begin(std::chrono::seconds{0}); code != kExitSuccess) {
         return code;
+    }
     int port = 0;
-    if (!session.Proxy().StartLiveServer(options.server, options.session.timeoutMs, port))
+    if (!session.Proxy().StartLiveServer(options.server, options.session.timeoutMs, port)) {
         return session.Refused(kExitLiveRefused);
+    }
 
     const LiveStart start = StartOf(options, port);
     report->Serving(start);
-    if (options.server.listenOnAllInterfaces != 0)
+    if (options.server.listenOnAllInterfaces != 0) {
         report->Warning(L"everybody who reaches this machine can see its screen: there is no password.");
-    if (options.open)
+    }
+    if (options.open) {
         OpenPage(start.url, *report);
+    }
 
     const Stopwatch stopwatch;
     WaitWhileServing(session, stop, options, *report, stopwatch);

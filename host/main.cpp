@@ -169,22 +169,26 @@ CLI::App* AddInfo(CLI::App& app, Arguments& arguments) {
 InfoOptions InfoOptionsOf(const Arguments& arguments) {
     InfoOptions options = arguments.info;
     for (const auto& [argument, texts] : arguments.infoArguments) {
-        for (const std::string& text : texts)
+        for (const std::string& text : texts) {
             options.arguments[argument].push_back(WideFromUtf8(text));
+        }
     }
     return options;
 }
 
 SessionOptions SessionOptionsOf(const Arguments& arguments) {
     SessionOptions options = arguments.session;
-    if (arguments.seconds > 0)
+    if (arguments.seconds > 0) {
         options.length = std::chrono::milliseconds(static_cast<long long>(arguments.seconds * 1000));
+    }
     options.picture.drawCursor = arguments.cursor ? 1 : 0;
-    if (arguments.region.empty())
+    if (arguments.region.empty()) {
         return options;
+    }
     const std::vector<int>& region = arguments.region;
-    if (region[2] <= 0 || region[3] <= 0)
+    if (region[2] <= 0 || region[3] <= 0) {
         throw CLI::ValidationError("--region", "width and height must be 1 or more");
+    }
     options.picture.left = region[0];
     options.picture.top = region[1];
     options.picture.width = static_cast<std::uint32_t>(region[2]);
@@ -205,8 +209,9 @@ LiveOptions LiveOptionsOf(const Arguments& arguments) {
 // CLI11 takes the arguments last one first.
 std::vector<std::string> ReversedArguments(int count, wchar_t** texts) {
     std::vector<std::string> arguments;
-    for (int i = count - 1; i > 0; --i)
+    for (int i = count - 1; i > 0; --i) {
         arguments.push_back(Utf8FromWide(texts[i]));
+    }
     return arguments;
 }
 
@@ -233,19 +238,23 @@ unsigned long Run(int count, wchar_t** texts) {
     AddManifest(app, arguments);
     try {
         app.parse(ReversedArguments(count, texts));
-        if (record->parsed())
+        if (record->parsed()) {
             return Record(RecordOptionsOf(arguments));
-        if (live->parsed())
+        }
+        if (live->parsed()) {
             return Live(LiveOptionsOf(arguments));
-        if (info->parsed())
+        }
+        if (info->parsed()) {
             return PrintInfo(InfoOptionsOf(arguments));
+        }
     } catch (const CLI::ParseError& error) {
         return ReportParse(app, error);
     }
     std::vector<std::wstring> files;
     files.reserve(arguments.manifestFiles.size());
-    for (const std::string& file : arguments.manifestFiles)
+    for (const std::string& file : arguments.manifestFiles) {
         files.push_back(WideFromUtf8(file));
+    }
     return WriteManifest(files);
 }
 

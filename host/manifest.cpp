@@ -60,11 +60,13 @@ unsigned long Fail(unsigned long code, const std::wstring& sentence) {
 std::optional<Entry> Digest(const std::wstring& hostFolder, const std::wstring& file) {
     const std::wstring fullPath = hostFolder + L"\\" + file;
     const std::string narrowPath = DE::UnicodeToANSI(fullPath);
-    if (!IsFile(fullPath) || DE::ANSIToUnicode(narrowPath) != fullPath)
+    if (!IsFile(fullPath) || DE::ANSIToUnicode(narrowPath) != fullPath) {
         return std::nullopt;
+    }
     Entry entry{DE::UnicodeToANSI(file), DE::GetFileSha256Hex(narrowPath)};
-    if (entry.digest.empty())
+    if (entry.digest.empty()) {
         return std::nullopt;
+    }
     return entry;
 }
 
@@ -88,8 +90,9 @@ bool HasPath(const tinyxml2::XMLElement& element, const Entry& entry) {
 // for the path gets the digest, later ones for the same path go.
 void Enter(tinyxml2::XMLElement& root, const Entry& entry) {
     tinyxml2::XMLElement* element = root.FirstChildElement(kEntryName);
-    while (element != nullptr && !HasPath(*element, entry))
+    while (element != nullptr && !HasPath(*element, entry)) {
         element = element->NextSiblingElement();
+    }
     if (element == nullptr) {
         element = root.InsertNewChildElement(kEntryName);
         element->SetAttribute(kPathAttribute, entry.path.c_str());
@@ -97,8 +100,9 @@ void Enter(tinyxml2::XMLElement& root, const Entry& entry) {
     element->SetAttribute(kDigestAttribute, entry.digest.c_str());
     for (tinyxml2::XMLElement* later = element->NextSiblingElement(); later != nullptr;) {
         tinyxml2::XMLElement* const next = later->NextSiblingElement();
-        if (HasPath(*later, entry))
+        if (HasPath(*later, entry)) {
             root.DeleteChild(later);
+        }
         later = next;
     }
 }
@@ -126,27 +130,32 @@ unsigned long WriteManifest(const std::vector<std::wstring>& files) {
     std::vector<Entry> entries;
     for (const std::wstring& file : files) {
         std::optional<Entry> entry = Digest(hostFolder, file);
-        if (!entry)
+        if (!entry) {
             return Fail(kExitNoSuchFile, std::wstring(L"\"")
                                              .append(file)
                                              .append(L"\" is not a readable file in ")
                                              .append(hostFolder)
                                              .append(L"; nothing was written. Give its path relative to that folder."));
+        }
         entries.push_back(std::move(*entry));
     }
 
     const std::wstring folder = hostFolder + kConfigFolder;
     const std::wstring path = folder + kManifestName;
     tinyxml2::XMLDocument document;
-    if (!Load(path, document))
+    if (!Load(path, document)) {
         return Fail(kExitManifest, path + L" is not a readable XML file; repair or remove it, then try again.");
-    for (const Entry& entry : entries)
+    }
+    for (const Entry& entry : entries) {
         Enter(*document.RootElement(), entry);
+    }
 
     CreateDirectoryW(folder.c_str(), nullptr);
-    if (!Replace(path, document))
+    if (!Replace(path, document)) {
         return Fail(kExitManifest, path + L" cannot be written; see that you may write in that folder.");
-    for (std::size_t i = 0; i < entries.size(); ++i)
+    }
+    for (std::size_t i = 0; i < entries.size(); ++i) {
         Write(Stream::Output, WideFromUtf8(entries[i].digest) + L"  " + files[i] + L"\n");
+    }
     return kExitSuccess;
 }

@@ -38,10 +38,12 @@ Outcome WaitForLine(const Session& session, const StopSignal& stop, std::chrono:
     const HANDLE signals[] = {stop.Handle(), input.Line()};
     while (session.Is(RecordMode::PreparedTimemachine)) {
         const DWORD signal = WaitForMultipleObjects(2, signals, FALSE, kLookIntervalMs);
-        if (signal == WAIT_OBJECT_0)
+        if (signal == WAIT_OBJECT_0) {
             return Outcome::Interrupted;
-        if (signal == WAIT_OBJECT_0 + 1 || (input.IsClosed() && stopwatch.Elapsed() >= replay))
+        }
+        if (signal == WAIT_OBJECT_0 + 1 || (input.IsClosed() && stopwatch.Elapsed() >= replay)) {
             return Outcome::Begin;
+        }
     }
     return Outcome::WorkerGone;
 }
@@ -81,8 +83,9 @@ void WaitWhileRecording(const Session& session, const StopSignal& stop, const Re
     while (session.Is(RecordMode::LocalRecord)) {
         watch.Look();
         const DWORD waitMs = NextWaitMs(options.session, watch.Elapsed());
-        if (waitMs == 0 || stop.WaitFor(waitMs))
+        if (waitMs == 0 || stop.WaitFor(waitMs)) {
             return;
+        }
     }
 }
 
@@ -98,8 +101,9 @@ unsigned long Record(const RecordOptions& options) {
 
     const StopSignal stop;
     Session session(*report, options.session, stop);
-    if (const unsigned long code = session.Begin(options.replay); code != kExitSuccess)
+    if (const unsigned long code = session.Begin(options.replay); code != kExitSuccess) {
         return code;
+    }
     if (options.replay.count() != 0) {
         report->Keeping(options.replay);
         const Outcome outcome = WaitForLine(session, stop, options.replay);
@@ -110,8 +114,9 @@ unsigned long Record(const RecordOptions& options) {
         }
     }
     const unsigned int timeoutMs = options.session.timeoutMs;
-    if (!session.Proxy().StartLocalRecord(path.c_str(), static_cast<unsigned int>(path.size()), timeoutMs))
+    if (!session.Proxy().StartLocalRecord(path.c_str(), static_cast<unsigned int>(path.size()), timeoutMs)) {
         return session.Refused(kExitStartRefused);
+    }
 
     report->Recording({path, RateOf(options), options.replay});
     Watch watch(options, path, *report);

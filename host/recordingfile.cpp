@@ -23,21 +23,24 @@ std::optional<std::uint64_t> RecordingFile::Bytes() const {
     const FileHandle file(
         CreateFileW(m_path.c_str(), FILE_READ_ATTRIBUTES, shared, nullptr, OPEN_EXISTING, 0, nullptr));
     LARGE_INTEGER size = {};
-    if (!file || !GetFileSizeEx(file.get(), &size))
+    if (!file || !GetFileSizeEx(file.get(), &size)) {
         return std::nullopt;
+    }
     return static_cast<std::uint64_t>(size.QuadPart);
 }
 
 std::optional<std::uint64_t> RecordingFile::DiskFreeBytes() const {
     ULARGE_INTEGER free = {};
-    if (!GetDiskFreeSpaceExW(m_folder.c_str(), &free, nullptr, nullptr))
+    if (!GetDiskFreeSpaceExW(m_folder.c_str(), &free, nullptr, nullptr)) {
         return std::nullopt;
+    }
     return free.QuadPart;
 }
 
 bool IsDiskLow(std::uint64_t diskFreeBytes, std::uint64_t fileBytes, std::chrono::milliseconds elapsed) {
-    if (diskFreeBytes < kNeededBytes)
+    if (diskFreeBytes < kNeededBytes) {
         return true;
+    }
     const auto elapsedMs = static_cast<std::uint64_t>(elapsed.count());
     return elapsedMs >= kRateKnownMs && diskFreeBytes < fileBytes / elapsedMs * kWarnedAheadMs;
 }

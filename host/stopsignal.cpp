@@ -13,8 +13,9 @@ HANDLE g_finished = nullptr;
 // recording to be finished.
 BOOL WINAPI OnConsoleControl(DWORD kind) {
     SetEvent(g_interrupted);
-    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT)
+    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) {
         WaitForSingleObject(g_finished, kCloseGraceMs);
+    }
     return TRUE;
 }
 
@@ -25,8 +26,9 @@ StopSignal::StopSignal()
       m_finished(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     g_interrupted = m_interrupted.get();
     g_finished = m_finished.get();
-    if (g_interrupted == nullptr || g_finished == nullptr || SetConsoleCtrlHandler(OnConsoleControl, TRUE) == FALSE)
+    if (g_interrupted == nullptr || g_finished == nullptr || SetConsoleCtrlHandler(OnConsoleControl, TRUE) == FALSE) {
         throw std::runtime_error("the system refuses a handler for Ctrl-C");
+    }
 }
 
 StopSignal::~StopSignal() {

@@ -40,10 +40,12 @@ public:
 
     void RecordProgress(const RecordState& state) override {
         std::wstring line = ClockText(state.elapsed) + L"  " + std::to_wstring(state.framesDue) + L" frames due";
-        if (state.fileBytes)
+        if (state.fileBytes) {
             line += L"  " + SizeText(*state.fileBytes);
-        if (state.diskFreeBytes)
+        }
+        if (state.diskFreeBytes) {
             line += L"  " + SizeText(*state.diskFreeBytes) + L" free";
+        }
         Redraw(line);
     }
 
@@ -54,8 +56,9 @@ public:
 
     void Serving(const LiveStart& start) override {
         Write(Stream::Output, L"Serving the screen at " + start.url + L" (Ctrl-C stops)\n");
-        if (!start.networkUrl.empty())
+        if (!start.networkUrl.empty()) {
             Write(Stream::Output, L"For other machines: " + start.networkUrl + L"\n");
+        }
     }
 
     void LiveProgress(milliseconds elapsed) override { Redraw(ClockText(elapsed)); }
@@ -73,13 +76,16 @@ private:
 
     // Puts the line in place of the one drawn before; an empty one clears it and leaves the cursor at its start.
     void Redraw(std::wstring line) {
-        if (!m_redraws)
+        if (!m_redraws) {
             return;
+        }
         const std::size_t before = std::exchange(m_drawn, line.size());
-        if (before > line.size())
+        if (before > line.size()) {
             line.resize(before, L' ');
-        if (!line.empty())
+        }
+        if (!line.empty()) {
             Write(Stream::Output, L"\r" + line + (m_drawn == 0 ? L"\r" : L""));
+        }
     }
 
     bool m_redraws = IsTerminal(Stream::Output);

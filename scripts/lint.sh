@@ -20,7 +20,7 @@ esac
 [ "$#" -gt 0 ] || set -- format tidy docs
 
 missing=()
-command -v clang-format-14 >/dev/null || missing+=(clang-format-14)
+command -v clang-format-16 >/dev/null || missing+=(clang-format-16)
 command -v clang-tidy-16 >/dev/null || missing+=(clang-tidy-16)
 command -v doxygen >/dev/null || missing+=(doxygen)
 if [ "${#missing[@]}" -gt 0 ]; then
@@ -29,7 +29,7 @@ if [ "${#missing[@]}" -gt 0 ]; then
 fi
 
 check_format() {
-    git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
+    git ls-files '*.h' '*.cpp' | xargs clang-format-16 --dry-run -Werror
 }
 
 check_tidy() {

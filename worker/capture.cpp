@@ -20,10 +20,11 @@ ScreenRect Letterbox(const ScreenRect& source, std::uint32_t width, std::uint32_
     const std::uint64_t byWidth = std::uint64_t{source.width} * height;
     const std::uint64_t byHeight = std::uint64_t{source.height} * width;
     ScreenRect target{0, 0, width, height};
-    if (byWidth > byHeight)
+    if (byWidth > byHeight) {
         target.height = static_cast<std::uint32_t>(std::max<std::uint64_t>(byHeight / source.width, 1));
-    else
+    } else {
         target.width = static_cast<std::uint32_t>(std::max<std::uint64_t>(byWidth / source.height, 1));
+    }
     target.left = Signed((width - target.width) / 2);
     target.top = Signed((height - target.height) / 2);
     return target;
@@ -34,8 +35,9 @@ ScreenRect Letterbox(const ScreenRect& source, std::uint32_t width, std::uint32_
 PictureBuffer PictureBuffer::Create(std::uint32_t width, std::uint32_t height) noexcept {
     PictureBuffer buffer;
     buffer.m_dc = MemoryDc(CreateCompatibleDC(nullptr));
-    if (!buffer.m_dc)
+    if (!buffer.m_dc) {
         return {};
+    }
     BITMAPINFO info = {};
     info.bmiHeader.biSize = sizeof(info.bmiHeader);
     info.bmiHeader.biWidth = Signed(width);
@@ -45,8 +47,9 @@ PictureBuffer PictureBuffer::Create(std::uint32_t width, std::uint32_t height) n
     info.bmiHeader.biCompression = BI_RGB;
     void* bits = nullptr;
     buffer.m_bitmap = Bitmap(CreateDIBSection(buffer.m_dc.Get(), &info, DIB_RGB_COLORS, &bits, nullptr, 0));
-    if (!buffer.m_bitmap)
+    if (!buffer.m_bitmap) {
         return {};
+    }
     buffer.m_selection = BitmapSelection(buffer.m_dc.Get(), buffer.m_bitmap.Get());
     buffer.m_pixels = {static_cast<const std::byte*>(bits), kBytesPerPixel * width * height};
     return buffer;
@@ -56,28 +59,33 @@ std::unique_ptr<ScreenCapture> ScreenCapture::Create(const CaptureArea& area, bo
     std::unique_ptr<ScreenCapture> capture(new ScreenCapture(area, drawCursor));
     capture->m_current = PictureBuffer::Create(area.area.width, area.area.height);
     capture->m_next = PictureBuffer::Create(area.area.width, area.area.height);
-    if (!capture->m_current || !capture->m_next)
+    if (!capture->m_current || !capture->m_next) {
         return nullptr;
+    }
     return capture;
 }
 
 ScreenRect ScreenCapture::SourceNow() const noexcept {
-    if (m_area.wholeScreen)
+    if (m_area.wholeScreen) {
         return WholeScreen();
-    if (m_area.monitor != nullptr)
+    }
+    if (m_area.monitor != nullptr) {
         return MonitorArea(m_area.monitor);
+    }
     return m_area.area;
 }
 
 bool ScreenCapture::CopyScreen(const ScreenRect& source, const ScreenRect& target) const noexcept {
     // Taken afresh each time: a device context from before a change of the display may show the old one.
     const ScreenDc screen(GetDC(nullptr));
-    if (!screen)
+    if (!screen) {
         return false;
+    }
     if (target.width == source.width && target.height == source.height) {
         const ScreenRect visible = Intersection(source, WholeScreen());
-        if (visible.width == 0)
+        if (visible.width == 0) {
             return true;
+        }
         return BitBlt(m_next.Dc(), target.left + visible.left - source.left, target.top + visible.top - source.top,
                       Signed(visible.width), Signed(visible.height), screen.Get(), visible.left, visible.top,
                       SRCCOPY) != FALSE;
@@ -91,15 +99,17 @@ bool ScreenCapture::CopyScreen(const ScreenRect& source, const ScreenRect& targe
 void ScreenCapture::DrawCursor(const ScreenRect& source, const ScreenRect& target) const noexcept {
     CURSORINFO cursor = {};
     cursor.cbSize = sizeof(cursor);
-    if (!GetCursorInfo(&cursor) || (cursor.flags & CURSOR_SHOWING) == 0 || cursor.hCursor == nullptr)
+    if (!GetCursorInfo(&cursor) || (cursor.flags & CURSOR_SHOWING) == 0 || cursor.hCursor == nullptr) {
         return;
+    }
     // The shape belongs to another program, and may be gone or out of reach; the ordinary arrow shows the place then.
     HCURSOR shape = cursor.hCursor;
     ICONINFO icon = {};
     if (!GetIconInfo(shape, &icon)) {
         shape = LoadCursorW(nullptr, IDC_ARROW);
-        if (!GetIconInfo(shape, &icon))
+        if (!GetIconInfo(shape, &icon)) {
             return;
+        }
     }
     const Bitmap mask(icon.hbmMask);
     const Bitmap color(icon.hbmColor);
@@ -111,22 +121,27 @@ void ScreenCapture::DrawCursor(const ScreenRect& source, const ScreenRect& targe
 
 Grab ScreenCapture::Take() noexcept {
     const ScreenRect source = SourceNow();
-    if (source.width == 0 || source.height == 0)
+    if (source.width == 0 || source.height == 0) {
         return Grab::Failed;
+    }
     const ScreenRect target = Letterbox(source, m_area.area.width, m_area.area.height);
     const bool covers = target.width == m_area.area.width && target.height == m_area.area.height;
-    if (!covers || !Contains(WholeScreen(), source))
+    if (!covers || !Contains(WholeScreen(), source)) {
         PatBlt(m_next.Dc(), 0, 0, Signed(m_area.area.width), Signed(m_area.area.height), BLACKNESS);
-    if (!CopyScreen(source, target))
+    }
+    if (!CopyScreen(source, target)) {
         return Grab::Failed;
-    if (m_drawCursor)
+    }
+    if (m_drawCursor) {
         DrawCursor(source, target);
+    }
     GdiFlush(); // the drawing may still be queued, and the pixels are read directly
 
     const std::span<const std::byte> before = m_current.Pixels();
     const std::span<const std::byte> after = m_next.Pixels();
-    if (m_hasPicture && std::memcmp(before.data(), after.data(), after.size()) == 0)
+    if (m_hasPicture && std::memcmp(before.data(), after.data(), after.size()) == 0) {
         return Grab::Unchanged;
+    }
     std::swap(m_current, m_next);
     m_hasPicture = true;
     return Grab::Changed;

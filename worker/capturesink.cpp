@@ -34,8 +34,9 @@ bool CaptureSink::SwitchTo(std::unique_ptr<FileSink>& file) {
     std::size_t replayBytes = 0;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_ended)
+        if (m_ended) {
             return false;
+        }
         replayBytes = m_replay.Bytes();
         m_file = std::move(file);
         m_file->LimitFinish(m_finishLimit);
@@ -48,8 +49,9 @@ bool CaptureSink::SwitchTo(std::unique_ptr<FileSink>& file) {
 bool CaptureSink::SwitchTo(FrameSink& live) noexcept {
     PictureQueue dropped; // freed outside the lock
     const std::lock_guard lock(m_mutex);
-    if (m_ended)
+    if (m_ended) {
         return false;
+    }
     dropped = m_replay.Take();
     m_live = &live;
     return true;
@@ -85,12 +87,14 @@ void CaptureSink::Finish(std::uint64_t endSlot) {
         m_ended = true;
         target = Target();
     }
-    if (target == nullptr)
+    if (target == nullptr) {
         return;
+    }
     target->Finish(endSlot);
     const std::unique_ptr<FileSink> file = Detach();
-    if (file == nullptr)
+    if (file == nullptr) {
         return;
+    }
     m_cutShort = file->CutShort();
     LogSummary(*file);
 }
@@ -99,16 +103,18 @@ void CaptureSink::End() noexcept {
     const std::lock_guard lock(m_mutex);
     m_ended = true;
     m_live = nullptr;
-    if (m_file != nullptr) // not finished
+    if (m_file != nullptr) { // not finished
         m_cutShort = true;
+    }
     m_file.reset();
 }
 
 void CaptureSink::LimitFinish(std::int64_t ticks) noexcept {
     const std::lock_guard lock(m_mutex);
     m_finishLimit = ticks;
-    if (m_file != nullptr)
+    if (m_file != nullptr) {
         m_file->LimitFinish(ticks);
+    }
 }
 
 } // namespace kxvcr

@@ -59,12 +59,14 @@ std::int32_t CommandHandler::StartLiveServer(std::span<const std::byte> payload)
 }
 
 std::int32_t CommandHandler::CarryOut(const Command& command, std::span<const std::byte> payload) noexcept {
-    if (m_progress != command.acceptedWhile)
+    if (m_progress != command.acceptedWhile) {
         return ReplyOf(Result::WrongOrder);
+    }
     try {
         const std::int32_t reply = (this->*command.carryOut)(payload);
-        if (reply >= 0)
+        if (reply >= 0) {
             m_progress = command.leadsTo;
+        }
         return reply;
     } catch (const std::exception&) {
         return ReplyOf(Result::OutOfResources);
@@ -79,8 +81,9 @@ std::int32_t CommandHandler::Answer(std::uint32_t messageId, std::span<const std
         return ReplyOf(Result::UnknownCommand);
     }
     const std::int32_t reply = CarryOut(*command, payload);
-    if (reply < 0)
+    if (reply < 0) {
         LOG4CPLUS_WARN(GetLogger(), L"Refused " << command->name << L" with result " << reply);
+    }
     return reply;
 }
 

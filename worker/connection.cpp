@@ -32,14 +32,16 @@ Connection::Connection(SOCKET socket, HANDLE stop) noexcept
       m_event(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
     SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSendBuffer);
-    if (!m_event || WSAEventSelect(socket, m_event.Get(), FD_READ | FD_WRITE | FD_CLOSE) != 0)
+    if (!m_event || WSAEventSelect(socket, m_event.Get(), FD_READ | FD_WRITE | FD_CLOSE) != 0) {
         m_socket.Reset();
+    }
 }
 
 bool Connection::WaitForSocket(Clock::time_point deadline) noexcept {
     const HANDLE events[] = {m_stop, m_event.Get()};
-    if (WaitForMultipleObjects(2, events, FALSE, MillisecondsUntil(deadline)) != WAIT_OBJECT_0 + 1)
+    if (WaitForMultipleObjects(2, events, FALSE, MillisecondsUntil(deadline)) != WAIT_OBJECT_0 + 1) {
         return false;
+    }
     WSANETWORKEVENTS seen;
     return WSAEnumNetworkEvents(m_socket.Get(), m_event.Get(), &seen) == 0;
 }
@@ -48,10 +50,12 @@ bool Connection::WaitForSocket(Clock::time_point deadline) noexcept {
 int Connection::Receive(std::span<char> buffer, Clock::time_point deadline) noexcept {
     for (;;) {
         const int received = recv(m_socket.Get(), buffer.data(), static_cast<int>(buffer.size()), 0);
-        if (received >= 0 || WSAGetLastError() != WSAEWOULDBLOCK)
+        if (received >= 0 || WSAGetLastError() != WSAEWOULDBLOCK) {
             return received;
-        if (!WaitForSocket(deadline))
+        }
+        if (!WaitForSocket(deadline)) {
             return SOCKET_ERROR;
+        }
     }
 }
 
@@ -61,8 +65,9 @@ std::string Connection::ReadHead(std::size_t limit, Milliseconds patience) {
     std::array<char, 4096> buffer;
     while (head.size() < limit) {
         const int received = Receive(buffer, deadline);
-        if (received <= 0)
+        if (received <= 0) {
             break;
+        }
         const std::size_t searchFrom = head.size() - std::min(head.size(), kBlankLine.size() - 1);
         head.append(buffer.data(), static_cast<std::size_t>(received));
         const std::size_t end = head.find(kBlankLine, searchFrom);
@@ -79,13 +84,15 @@ bool Connection::Write(std::span<const char> bytes, Milliseconds patience) noexc
     while (!bytes.empty()) {
         const int size = static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
         const int sent = send(m_socket.Get(), bytes.data(), size, 0);
-        if (sent >= 0)
+        if (sent >= 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(sent));
-        else if (WSAGetLastError() != WSAEWOULDBLOCK || !WaitForSocket(deadline))
+        } else if (WSAGetLastError() != WSAEWOULDBLOCK || !WaitForSocket(deadline)) {
             return false;
+        }
         // A client that takes a little at a time would never let a wait time out.
-        if (!bytes.empty() && Clock::now() > deadline)
+        if (!bytes.empty() && Clock::now() > deadline) {
             return false;
+        }
     }
     return true;
 }
@@ -102,8 +109,9 @@ void Connection::FinishSending(std::size_t limit, Milliseconds patience) noexcep
     std::array<char, 4096> buffer;
     for (std::size_t dropped = 0; dropped < limit;) {
         const int received = Receive(buffer, deadline);
-        if (received <= 0)
+        if (received <= 0) {
             return;
+        }
         dropped += static_cast<std::size_t>(received);
     }
 }

@@ -17,16 +17,18 @@ JpegEncoder::JpegEncoder(std::uint32_t width, std::uint32_t height, std::uint32_
       m_output(tjBufSize(static_cast<int>(width), static_cast<int>(height), TJSAMP_420)) {}
 
 std::span<const std::byte> JpegEncoder::Encode(std::span<const std::byte> pixels) noexcept {
-    if (!m_compressor || pixels.size() < kBytesPerPixel * m_width * m_height)
+    if (!m_compressor || pixels.size() < kBytesPerPixel * m_width * m_height) {
         return {};
+    }
     auto* output = reinterpret_cast<unsigned char*>(m_output.data());
     auto size = static_cast<unsigned long>(m_output.size());
     const int failed =
         tjCompress2(m_compressor.Get(), reinterpret_cast<const unsigned char*>(pixels.data()),
                     static_cast<int>(m_width), static_cast<int>(m_width * kBytesPerPixel), static_cast<int>(m_height),
                     TJPF_BGRX, &output, &size, TJSAMP_420, static_cast<int>(m_quality), TJFLAG_NOREALLOC);
-    if (failed != 0)
+    if (failed != 0) {
         return {};
+    }
     return std::span<const std::byte>(m_output).first(size);
 }
 

@@ -38,8 +38,9 @@ bool FileSink::Start() noexcept {
 }
 
 void FileSink::Begin(PictureQueue pictures) noexcept {
-    if (pictures.Empty())
+    if (pictures.Empty()) {
         return;
+    }
     const std::lock_guard lock(m_mutex);
     m_firstSlot = pictures.FirstSlot();
     m_queue = std::move(pictures);
@@ -49,10 +50,12 @@ void FileSink::Begin(PictureQueue pictures) noexcept {
 bool FileSink::AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) {
     std::unique_lock lock(m_mutex);
     m_roomCame.wait(lock, [this] { return m_cutShort || m_queue.Bytes() < m_memoryLimit; });
-    if (m_cutShort)
+    if (m_cutShort) {
         return false;
-    if (!m_firstSlot)
+    }
+    if (!m_firstSlot) {
         m_firstSlot = slot;
+    }
     m_queue.Add(slot, jpeg);
     m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_queue.Bytes());
     m_pictureCame.notify_one();
@@ -91,16 +94,18 @@ bool FileSink::Write(const QueuedPicture& picture) noexcept {
 // A flush that fails is no reason to end the recording: the data is on its way all the same. When finishing has a limit
 // there is no time to wait for the disk.
 void FileSink::Flush() {
-    if (m_finishLimit != INT64_MAX)
+    if (m_finishLimit != INT64_MAX) {
         return;
+    }
     const Stopwatch watch(m_statistics.flushTicks);
     m_file->Flush();
     ++m_statistics.flushes;
 }
 
 void FileSink::FlushWhenDue() {
-    if (NowTicks() < m_flushDue)
+    if (NowTicks() < m_flushDue) {
         return;
+    }
     Flush();
     m_flushDue = NowTicks() + kFlushSeconds * TicksPerSecond();
 }
@@ -114,8 +119,9 @@ void FileSink::WriteAll() noexcept {
         lock.lock();
         m_cutShort = !kept;
         m_roomCame.notify_one();
-        if (!kept)
+        if (!kept) {
             break;
+        }
     }
 }
 
@@ -125,8 +131,9 @@ void FileSink::EndThread() noexcept {
         m_ending = true;
     }
     m_pictureCame.notify_one();
-    if (m_thread.joinable())
+    if (m_thread.joinable()) {
         m_thread.join();
+    }
 }
 
 void FileSink::Finish(std::uint64_t endSlot) {

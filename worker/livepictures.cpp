@@ -11,8 +11,9 @@ namespace {
 constexpr std::chrono::seconds kRateSpan(1);
 
 void DropOlder(std::deque<LivePictures::Clock::time_point>& times, LivePictures::Clock::time_point oldest) {
-    while (!times.empty() && times.front() < oldest)
+    while (!times.empty() && times.front() < oldest) {
         times.pop_front();
+    }
 }
 
 bool SameBytes(std::span<const char> a, std::span<const std::byte> b) {
@@ -40,8 +41,9 @@ void LivePictures::Publish(std::span<const std::byte> jpeg) {
         const std::lock_guard lock(m_mutex);
         newest = m_newest;
     }
-    if (newest != nullptr && SameBytes(newest->Jpeg(), jpeg))
+    if (newest != nullptr && SameBytes(newest->Jpeg(), jpeg)) {
         return;
+    }
     auto next = std::make_shared<const LivePicture>(newest == nullptr ? 1 : newest->Number() + 1, jpeg);
     {
         const std::lock_guard lock(m_mutex);

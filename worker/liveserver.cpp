@@ -68,8 +68,9 @@ std::string WithoutRange(std::string_view head) {
     std::string kept;
     while (!head.empty()) {
         const std::size_t size = std::min(head.find('\n'), head.size() - 1) + 1;
-        if (!StartsWithLower(head, "range"))
+        if (!StartsWithLower(head, "range")) {
             kept += head.substr(0, size);
+        }
         head.remove_prefix(size);
     }
     return kept;
@@ -78,15 +79,17 @@ std::string WithoutRange(std::string_view head) {
 // A page of another site can make its name point to this machine, and would then pass for this server's own page;
 // the name that the browser believes in gives it away.
 bool NamesLoopback(const httplib::Request& request) {
-    if (request.get_header_value_count("Host") != 1)
+    if (request.get_header_value_count("Host") != 1) {
         return false;
+    }
     std::string host = request.get_header_value("Host");
     std::ranges::transform(host, host.begin(), Lower);
     const std::size_t colon = host.find(':', host.starts_with('[') ? host.find(']') : 0);
     if (colon != std::string::npos) {
         const std::string_view port = std::string_view(host).substr(colon + 1);
-        if (!std::ranges::all_of(port, [](char digit) { return digit >= '0' && digit <= '9'; }))
+        if (!std::ranges::all_of(port, [](char digit) { return digit >= '0' && digit <= '9'; })) {
             return false;
+        }
         host.resize(colon);
     }
     return host == "localhost" || host == kLoopback || host == "[::1]";
@@ -160,8 +163,9 @@ public:
         : m_stop(stop),
           m_patience(patience),
           m_acceptable(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-        if (!m_acceptable)
+        if (!m_acceptable) {
             throw std::bad_alloc();
+        }
         // Without this, another program could take the port over on Windows.
         set_socket_options([](socket_t socket) {
             const int yes = 1;
@@ -175,8 +179,9 @@ public:
     /** @return the port, or 0 with the reason in WSAGetLastError() */
     int Bind(const char* address, int port) {
         const int bound = port == 0 ? bind_to_any_port(address) : (bind_to_port(address, port) ? port : 0);
-        if (bound <= 0 || WSAEventSelect(svr_sock_, m_acceptable.Get(), FD_ACCEPT) != 0)
+        if (bound <= 0 || WSAEventSelect(svr_sock_, m_acceptable.Get(), FD_ACCEPT) != 0) {
             return 0;
+        }
         return bound;
     }
 
@@ -185,10 +190,11 @@ public:
         Threads pool(threads);
         while (WaitForClient()) {
             const SOCKET client = accept(svr_sock_, nullptr, nullptr);
-            if (client != INVALID_SOCKET)
+            if (client != INVALID_SOCKET) {
                 pool.Run([this, client] { process_and_close_socket(client); });
-            else if (WSAGetLastError() != WSAEWOULDBLOCK)
+            } else if (WSAGetLastError() != WSAEWOULDBLOCK) {
                 WaitForSingleObject(m_stop, kAcceptAgainMs);
+            }
         }
         CloseListener();
     }
@@ -198,12 +204,14 @@ private:
         Connection connection(socket, m_stop);
         try {
             const std::string head = connection.ReadHead(kMaxHead, m_patience.request);
-            if (head.empty())
+            if (head.empty()) {
                 return false;
+            }
             RequestStream stream(connection, WithoutRange(head), m_patience.picture);
             bool closed = false;
-            if (!process_request(stream, true, closed, nullptr))
+            if (!process_request(stream, true, closed, nullptr)) {
                 return false;
+            }
         } catch (const std::exception& failure) {
             LOG4CPLUS_ERROR(GetLogger(), L"The live server dropped a request: " << failure.what());
             return false;
@@ -214,8 +222,9 @@ private:
 
     bool WaitForClient() noexcept {
         const HANDLE events[] = {m_stop, m_acceptable.Get()};
-        if (WaitForMultipleObjects(2, events, FALSE, INFINITE) != WAIT_OBJECT_0 + 1)
+        if (WaitForMultipleObjects(2, events, FALSE, INFINITE) != WAIT_OBJECT_0 + 1) {
             return false;
+        }
         WSANETWORKEVENTS seen;
         WSAEnumNetworkEvents(svr_sock_, m_acceptable.Get(), &seen);
         return true;
@@ -237,8 +246,9 @@ public:
           m_height(height),
           m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
           m_http(m_stop.Get(), patience) {
-        if (!m_stop)
+        if (!m_stop) {
             throw std::bad_alloc();
+        }
         m_http.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
             Answer(request, response);
             return httplib::Server::HandlerResponse::Handled;
@@ -273,8 +283,9 @@ public:
         m_pictures.End();
         SetEvent(m_stop.Get());
         const std::lock_guard lock(m_joining);
-        if (m_thread.joinable())
+        if (m_thread.joinable()) {
             m_thread.join();
+        }
     }
 
     LivePictures& Pictures() noexcept { return m_pictures; }
@@ -312,15 +323,17 @@ private:
     }
 
     void Answer(const httplib::Request& request, httplib::Response& response) {
-        if (!m_settings.allInterfaces && !NamesLoopback(request))
+        if (!m_settings.allInterfaces && !NamesLoopback(request)) {
             return Refuse(response, kForbidden, "This server answers only to localhost.");
+        }
         if (request.method != "GET" && request.method != "HEAD") {
             response.set_header("Allow", "GET, HEAD");
             return Refuse(response, kMethodNotAllowed, "Only GET and HEAD are allowed.");
         }
         const auto route = std::ranges::find(kRoutes, std::string_view(request.path), &Route::path);
-        if (route == kRoutes.end())
+        if (route == kRoutes.end()) {
             return Refuse(response, kNotFound, "There is nothing here. The live picture is at /.");
+        }
         response.status = kOk;
         (this->*route->answer)(request, response);
     }
@@ -354,15 +367,17 @@ private:
 
     void AnswerSnapshot(const httplib::Request&, httplib::Response& response) {
         const LivePictures::Picture picture = m_pictures.WaitNewer(0, kFirstPicture);
-        if (picture == nullptr)
+        if (picture == nullptr) {
             return Refuse(response, kUnavailable, "There is no picture yet.");
+        }
         response.set_content(picture->Jpeg().data(), picture->Jpeg().size(), "image/jpeg");
     }
 
     void AnswerStream(const httplib::Request& request, httplib::Response& response) {
         const std::string type = std::string("multipart/x-mixed-replace; boundary=") + kPartBoundary;
-        if (request.method == "HEAD")
+        if (request.method == "HEAD") {
             return response.set_header("Content-Type", type);
+        }
         const std::shared_ptr<Seat> seat = Seat::Take(m_viewers, m_settings.maxClients);
         if (seat == nullptr) {
             response.set_header("Retry-After", "2");
@@ -386,17 +401,20 @@ private:
             return true;
         }
         const std::string opening = std::string("--") + kPartBoundary + "\r\n";
-        if (first && !sink.write(opening.data(), opening.size()))
+        if (first && !sink.write(opening.data(), opening.size())) {
             return false;
+        }
         const LivePictures::Picture next =
             m_pictures.WaitNewer(viewer.last == nullptr ? 0 : viewer.last->Number(), kGoneViewerCheck);
-        if (next != nullptr)
+        if (next != nullptr) {
             viewer.last = next;
-        else if (viewer.last == nullptr || Clock::now() - viewer.lastSent < kLongestSilence)
+        } else if (viewer.last == nullptr || Clock::now() - viewer.lastSent < kLongestSilence) {
             return sink.is_writable();
+        }
         viewer.lastSent = Clock::now();
-        if (!sink.write(viewer.last->Part().data(), viewer.last->Part().size()))
+        if (!sink.write(viewer.last->Part().data(), viewer.last->Part().size())) {
             return false;
+        }
         ++m_served;
         return true;
     }

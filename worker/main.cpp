@@ -37,19 +37,22 @@ bool IsStartedByHost() {
 // A program without a console has no standard error of its own unless it was redirected.
 void PrintUsage() {
     HANDLE standardError = GetStdHandle(STD_ERROR_HANDLE);
-    if ((standardError == nullptr || standardError == INVALID_HANDLE_VALUE) && AttachConsole(ATTACH_PARENT_PROCESS))
+    if ((standardError == nullptr || standardError == INVALID_HANDLE_VALUE) && AttachConsole(ATTACH_PARENT_PROCESS)) {
         standardError = GetStdHandle(STD_ERROR_HANDLE);
+    }
     DWORD written = 0;
     WriteFile(standardError, kUsage, sizeof(kUsage) - 1, &written, nullptr);
 }
 
 void Reply(CommandHandler& commands, const TagIPCMessageItem& request, IPCReplySender& sender) {
     std::span<const std::byte> payload;
-    if (request.hasPayload)
+    if (request.hasPayload) {
         payload = {static_cast<const std::byte*>(request.payload), request.payloadSize};
+    }
     const std::int32_t reply = commands.Answer(request.messageId, payload);
-    if (!sender.Reply(&reply, sizeof(reply)))
+    if (!sender.Reply(&reply, sizeof(reply))) {
         LOG4CPLUS_WARN(GetLogger(), L"Nobody took the reply to command " << request.messageId);
+    }
 }
 
 bool ReportReady(IPCMessageService& service) {
@@ -99,12 +102,14 @@ ExitCode Run() {
     // Rectangles are physical pixels, whatever the display scaling.
     SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
     const KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!end)
+    if (!end) {
         throw std::bad_alloc();
+    }
     ScreenRecorder recorder;
     recorder.SetCutShortCallback([&end] { SetEvent(end.Get()); });
-    if (!Serve(recorder, end))
+    if (!Serve(recorder, end)) {
         return ExitCode::NoChannel;
+    }
     recorder.Finish();
     return recorder.FileCutShort() ? ExitCode::FileCutShort : ExitCode::Finished;
 }

@@ -27,8 +27,9 @@ public:
 
     mkvmuxer::int32 Write(const void* bytes, mkvmuxer::uint32 length) override {
         if (m_position != m_start + m_pending.size()) {
-            if (!Flush())
+            if (!Flush()) {
                 return -1;
+            }
             m_start = m_position;
         }
         const auto* first = static_cast<const std::byte*>(bytes);
@@ -110,28 +111,32 @@ bool MatroskaWriter::Impl::AddTrack() {
     track->set_width(m_format.width);
     track->set_height(m_format.height);
     track->set_default_duration(kNanosecondsPerSecond / m_format.framesPerSecond);
-    if (!m_tracks.AddTrack(track.get(), kTrackNumber))
+    if (!m_tracks.AddTrack(track.get(), kTrackNumber)) {
         return false;
+    }
     static_cast<void>(track.release()); // the list deletes it
     return true;
 }
 
 bool MatroskaWriter::Impl::WriteHead() {
     using namespace libwebm;
-    if (!AddTrack() || !m_info.Init())
+    if (!AddTrack() || !m_info.Init()) {
         return false;
+    }
     m_info.set_timecode_scale(kTimecodeScale);
     m_info.set_writing_app("KXVCR");
     m_info.set_duration(1.0); // makes room for the duration, which is patched once a second
     if (!mkvmuxer::WriteEbmlHeader(&m_out, kDocTypeVersion, "matroska") ||
         mkvmuxer::WriteID(&m_out, kMkvSegment) != 0 ||
-        mkvmuxer::SerializeInt(&m_out, mkvmuxer::kEbmlUnknownValue, kSizeBytes) != 0)
+        mkvmuxer::SerializeInt(&m_out, mkvmuxer::kEbmlUnknownValue, kSizeBytes) != 0) {
         return false;
+    }
     m_segmentStart = Offset();
     if (!m_seekHead.Write(&m_out) || !m_seekHead.AddSeekEntry(kMkvInfo, Offset() - m_segmentStart) ||
         !m_info.Write(&m_out) || !m_seekHead.AddSeekEntry(kMkvTracks, Offset() - m_segmentStart) ||
-        !m_tracks.Write(&m_out) || !m_out.Flush())
+        !m_tracks.Write(&m_out) || !m_out.Flush()) {
         return false;
+    }
     m_end = Offset();
     return true;
 }
@@ -150,8 +155,9 @@ void MatroskaWriter::Impl::AddCue() {
     cue->set_track(kTrackNumber);
     cue->set_cluster_pos(static_cast<std::uint64_t>(m_cluster->position_for_cues()));
     cue->set_block_number(1);
-    if (m_cues.AddCue(cue.get()))
+    if (m_cues.AddCue(cue.get())) {
         static_cast<void>(cue.release()); // the list deletes it
+    }
 }
 
 bool MatroskaWriter::Impl::PatchSize(std::uint64_t sizeOffset, std::uint64_t size) {
@@ -175,11 +181,13 @@ bool MatroskaWriter::Impl::EndCluster(std::uint64_t endSlot) {
 }
 
 bool MatroskaWriter::Impl::AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) {
-    if (!m_accepting)
+    if (!m_accepting) {
         return false;
+    }
     mkvmuxer::Frame frame;
-    if (!frame.Init(reinterpret_cast<const std::uint8_t*>(jpeg.data()), jpeg.size()))
+    if (!frame.Init(reinterpret_cast<const std::uint8_t*>(jpeg.data()), jpeg.size())) {
         return false;
+    }
     frame.set_track_number(kTrackNumber);
     frame.set_timestamp(Milliseconds(slot) * kTimecodeScale);
     frame.set_is_key(true);
@@ -191,8 +199,9 @@ bool MatroskaWriter::Impl::AddFrame(std::uint64_t slot, std::span<const std::byt
         Finish(m_endSlot);
         return false;
     }
-    if (!fits)
+    if (!fits) {
         AddCue();
+    }
     m_end = Offset();
     m_endSlot = slot + 1;
     return true;
@@ -210,14 +219,17 @@ bool MatroskaWriter::Impl::WriteIndex() {
 
 // A step that fails leaves its place as it was, which a player accepts; the other steps are still worth doing.
 void MatroskaWriter::Impl::Finish(std::uint64_t endSlot) {
-    if (!m_accepting)
+    if (!m_accepting) {
         return;
+    }
     m_accepting = false;
     // A cluster whose first frame was cut off with it has nothing to patch.
-    if (m_cluster && m_end > m_clusterStart)
+    if (m_cluster && m_end > m_clusterStart) {
         EndCluster(endSlot);
-    if (m_endSlot != 0)
+    }
+    if (m_endSlot != 0) {
         WriteIndex();
+    }
     m_seekHead.Finalize(&m_out);
     m_out.Flush();
     PatchDuration(endSlot);
@@ -226,8 +238,9 @@ void MatroskaWriter::Impl::Finish(std::uint64_t endSlot) {
 
 std::unique_ptr<MatroskaWriter> MatroskaWriter::Create(OutputFile& file, const VideoFormat& format) {
     auto impl = std::make_unique<Impl>(file, format);
-    if (!impl->WriteHead())
+    if (!impl->WriteHead()) {
         return nullptr;
+    }
     return std::unique_ptr<MatroskaWriter>(new MatroskaWriter(std::move(impl)));
 }
 

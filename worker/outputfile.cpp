@@ -9,14 +9,17 @@ namespace {
 // The system takes paths past MAX_PATH only when they are absolute and marked.
 std::wstring SystemPath(const std::wstring& path) {
     const DWORD length = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-    if (length < MAX_PATH)
+    if (length < MAX_PATH) {
         return path;
+    }
     std::wstring absolute(length, L'\0');
     absolute.resize(GetFullPathNameW(path.c_str(), length, absolute.data(), nullptr));
-    if (absolute.starts_with(LR"(\\?\)") || absolute.starts_with(LR"(\\.\)"))
+    if (absolute.starts_with(LR"(\\?\)") || absolute.starts_with(LR"(\\.\)")) {
         return absolute;
-    if (absolute.starts_with(LR"(\\)"))
+    }
+    if (absolute.starts_with(LR"(\\)")) {
         return LR"(\\?\UNC)" + absolute.substr(1);
+    }
     return LR"(\\?\)" + absolute;
 }
 
@@ -26,8 +29,9 @@ std::unique_ptr<DiskFile> DiskFile::Create(const std::wstring& path) {
     std::wstring systemPath = SystemPath(path);
     FileHandle file(CreateFileW(systemPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file)
+    if (!file) {
         return nullptr;
+    }
     if (GetFileType(file.Get()) != FILE_TYPE_DISK) {
         SetLastError(ERROR_BAD_PATHNAME);
         return nullptr;
@@ -44,8 +48,9 @@ bool DiskFile::WriteAt(std::uint64_t offset, std::span<const std::byte> bytes) {
         position.OffsetHigh = static_cast<DWORD>(offset >> 32);
         const DWORD wanted = bytes.size() > MAXLONG ? DWORD{MAXLONG} : static_cast<DWORD>(bytes.size());
         DWORD written = 0;
-        if (!WriteFile(m_file.Get(), bytes.data(), wanted, &written, &position))
+        if (!WriteFile(m_file.Get(), bytes.data(), wanted, &written, &position)) {
             return false;
+        }
         if (written == 0) {
             SetLastError(ERROR_DISK_FULL);
             return false;

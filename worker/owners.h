@@ -34,8 +34,9 @@ public:
 
     /** Frees what is held; the thread's last error stays as it was. */
     void Reset() noexcept {
-        if (m_value == Traits::Invalid())
+        if (m_value == Traits::Invalid()) {
             return;
+        }
         const DWORD lastError = GetLastError();
         Traits::Free(std::exchange(m_value, Traits::Invalid()));
         SetLastError(lastError);
@@ -100,8 +101,9 @@ public:
     BitmapSelection() noexcept = default;
     BitmapSelection(HDC dc, HBITMAP bitmap) noexcept : m_dc(dc), m_previous(SelectObject(dc, bitmap)) {}
     ~BitmapSelection() {
-        if (m_previous != nullptr)
+        if (m_previous != nullptr) {
             SelectObject(m_dc, m_previous);
+        }
     }
     BitmapSelection(BitmapSelection&& other) noexcept
         : m_dc(other.m_dc),

@@ -46,33 +46,38 @@ std::uint64_t FrameClock::SlotAt(std::int64_t ticks) const noexcept {
 SlotPlan FrameClock::Plan(std::uint64_t nextSlot, std::int64_t nowTicks) const noexcept {
     const std::uint64_t latest = std::max(nextSlot, SlotAt(nowTicks));
     const std::uint64_t longestGap = kLongestFilledGapSeconds * static_cast<std::uint64_t>(m_framesPerSecond);
-    if (latest - nextSlot > longestGap)
+    if (latest - nextSlot > longestGap) {
         return {latest, latest, latest};
+    }
     return {nextSlot, latest, latest};
 }
 
 FineTimerResolution::FineTimerResolution() noexcept : m_raised(timeBeginPeriod(kFineResolutionMs) == TIMERR_NOERROR) {}
 
 FineTimerResolution::~FineTimerResolution() {
-    if (m_raised)
+    if (m_raised) {
         timeEndPeriod(kFineResolutionMs);
+    }
 }
 
 FrameTimer::FrameTimer() noexcept
     : m_timer(CreateWaitableTimerExW(nullptr, nullptr, kHighResolutionTimer, TIMER_ALL_ACCESS)) {
-    if (!m_timer)
+    if (!m_timer) {
         m_timer = KernelHandle(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
+    }
 }
 
 bool FrameTimer::WaitUntil(std::int64_t dueTicks, HANDLE stop) const noexcept {
     const std::int64_t delay = std::max<std::int64_t>(dueTicks - NowTicks(), 0);
     LARGE_INTEGER due = {};
     due.QuadPart = -(delay * kTimerUnitsPerSecond / TicksPerSecond()); // negative means from now
-    if (due.QuadPart == 0)
+    if (due.QuadPart == 0) {
         return WaitForSingleObject(stop, 0) == WAIT_TIMEOUT;
+    }
     // Without a timer the wait's own, coarser clock does.
-    if (!m_timer || !SetWaitableTimer(m_timer.Get(), &due, 0, nullptr, nullptr, FALSE))
+    if (!m_timer || !SetWaitableTimer(m_timer.Get(), &due, 0, nullptr, nullptr, FALSE)) {
         return WaitForSingleObject(stop, static_cast<DWORD>(-due.QuadPart / 10'000)) == WAIT_TIMEOUT;
+    }
     const HANDLE handles[] = {stop, m_timer.Get()};
     return WaitForMultipleObjects(static_cast<DWORD>(std::size(handles)), handles, FALSE, INFINITE) ==
            WAIT_OBJECT_0 + 1;

@@ -21,31 +21,38 @@ bool AllZero(std::span<const std::uint32_t> fields) {
 }
 
 Result CheckFields(const ScreenRecordParam& param) {
-    if (!AllZero(param.reserved))
+    if (!AllZero(param.reserved)) {
         return Result::ReservedNotZero;
-    if (param.framesPerSecond > kMaxFramesPerSecond)
+    }
+    if (param.framesPerSecond > kMaxFramesPerSecond) {
         return Result::BadFrameRate;
-    if (param.jpegQuality > kMaxJpegQuality)
+    }
+    if (param.jpegQuality > kMaxJpegQuality) {
         return Result::BadQuality;
-    if (param.drawCursor > 1)
+    }
+    if (param.drawCursor > 1) {
         return Result::BadCursorFlag;
+    }
     return Result::Accepted;
 }
 
 Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, CaptureArea& chosen) {
-    if (param.monitor > layout.monitors.size())
+    if (param.monitor > layout.monitors.size()) {
         return Result::BadMonitor;
+    }
     CaptureArea surrounding{layout.whole, nullptr, true};
-    if (param.monitor != 0)
+    if (param.monitor != 0) {
         surrounding = {layout.monitors[param.monitor - 1].area, layout.monitors[param.monitor - 1].handle, false};
+    }
 
     const ScreenRect asked{param.left, param.top, param.width, param.height};
     if (asked == ScreenRect{}) {
         chosen = surrounding;
         return Result::Accepted;
     }
-    if (!Contains(surrounding.area, asked))
+    if (!Contains(surrounding.area, asked)) {
         return Result::BadRectangle;
+    }
     chosen = {asked, nullptr, false};
     return Result::Accepted;
 }
@@ -55,22 +62,28 @@ Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, Ca
 Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layout, RecordSettings& settings) {
     ScreenRecordParam param;
     std::uint32_t timeMachineSeconds = 0;
-    if (payload.size() != sizeof(param) && payload.size() != sizeof(param) + sizeof(timeMachineSeconds))
+    if (payload.size() != sizeof(param) && payload.size() != sizeof(param) + sizeof(timeMachineSeconds)) {
         return Result::WrongPayloadSize;
+    }
     std::memcpy(&param, payload.data(), sizeof(param));
     std::memcpy(&timeMachineSeconds, payload.data() + sizeof(param), payload.size() - sizeof(param));
 
-    if (const Result result = CheckFields(param); result != Result::Accepted)
+    if (const Result result = CheckFields(param); result != Result::Accepted) {
         return result;
+    }
     RecordSettings read;
-    if (const Result result = ChooseArea(param, layout, read.area); result != Result::Accepted)
+    if (const Result result = ChooseArea(param, layout, read.area); result != Result::Accepted) {
         return result;
-    if (timeMachineSeconds > kMaxReplaySeconds)
+    }
+    if (timeMachineSeconds > kMaxReplaySeconds) {
         return Result::NotSupported;
-    if (param.framesPerSecond != 0)
+    }
+    if (param.framesPerSecond != 0) {
         read.framesPerSecond = param.framesPerSecond;
-    if (param.jpegQuality != 0)
+    }
+    if (param.jpegQuality != 0) {
         read.jpegQuality = param.jpegQuality;
+    }
     read.drawCursor = param.drawCursor != 0;
     read.replaySeconds = timeMachineSeconds;
     settings = read;
@@ -78,16 +91,19 @@ Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layou
 }
 
 Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path) {
-    if (payload.empty() || payload.size() % sizeof(wchar_t) != 0)
+    if (payload.empty() || payload.size() % sizeof(wchar_t) != 0) {
         return Result::WrongPayloadSize;
+    }
     std::wstring text(payload.size() / sizeof(wchar_t), L'\0');
     std::memcpy(text.data(), payload.data(), payload.size());
     const std::size_t end = text.find(L'\0');
-    if (end == std::wstring::npos || end == 0)
+    if (end == std::wstring::npos || end == 0) {
         return Result::BadPath;
+    }
     // A length that is longer than its text leaves zeros behind the path; anything else there is a mistake.
-    if (text.find_first_not_of(L'\0', end) != std::wstring::npos)
+    if (text.find_first_not_of(L'\0', end) != std::wstring::npos) {
         return Result::BadPath;
+    }
     text.resize(end);
     path = std::move(text);
     return Result::Accepted;
@@ -95,17 +111,22 @@ Result ReadLocalRecord(std::span<const std::byte> payload, std::wstring& path) {
 
 Result ReadLiveServer(std::span<const std::byte> payload, LiveSettings& settings) {
     LiveServerParam param;
-    if (payload.size() != sizeof(param))
+    if (payload.size() != sizeof(param)) {
         return Result::WrongPayloadSize;
+    }
     std::memcpy(&param, payload.data(), sizeof(param));
-    if (!AllZero(param.reserved))
+    if (!AllZero(param.reserved)) {
         return Result::ReservedNotZero;
-    if (param.port > kMaxPort)
+    }
+    if (param.port > kMaxPort) {
         return Result::BadPort;
-    if (param.maxClients > kMaxLiveClients)
+    }
+    if (param.maxClients > kMaxLiveClients) {
         return Result::BadClientLimit;
-    if (param.listenOnAllInterfaces > 1)
+    }
+    if (param.listenOnAllInterfaces > 1) {
         return Result::BadInterfaceFlag;
+    }
     settings.port = static_cast<std::uint16_t>(param.port);
     settings.maxClients = param.maxClients == 0 ? kDefaultLiveClients : param.maxClients;
     settings.allInterfaces = param.listenOnAllInterfaces != 0;

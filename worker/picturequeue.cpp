@@ -22,21 +22,25 @@ void PictureQueue::Add(std::uint64_t slot, std::span<const std::byte> jpeg) {
 QueuedPicture PictureQueue::TakeFirst() noexcept {
     Run& run = m_runs.front();
     QueuedPicture picture{run.first++, run.jpeg};
-    if (run.first == run.end)
+    if (run.first == run.end) {
         DropFirstRun();
+    }
     return picture;
 }
 
 void PictureQueue::DropBefore(std::uint64_t slot) noexcept {
-    while (!m_runs.empty() && m_runs.front().end <= slot)
+    while (!m_runs.empty() && m_runs.front().end <= slot) {
         DropFirstRun();
-    if (!m_runs.empty())
+    }
+    if (!m_runs.empty()) {
         m_runs.front().first = std::max(m_runs.front().first, slot);
+    }
 }
 
 bool PictureQueue::DropOldestPicture() noexcept {
-    if (m_runs.size() < 2)
+    if (m_runs.size() < 2) {
         return false;
+    }
     DropFirstRun();
     return true;
 }

@@ -52,10 +52,11 @@ public:
             grab = m_capture->Take();
         }
         NoteReadable(grab != Grab::Failed);
-        if (grab == Grab::Changed || m_stale)
+        if (grab == Grab::Changed || m_stale) {
             Encode(statistics);
-        else
+        } else {
             ++statistics.unchanged;
+        }
         return m_picture;
     }
 
@@ -73,13 +74,15 @@ private:
 
     // One line for each change, not for each picture.
     void NoteReadable(bool readable) {
-        if (readable == m_readable)
+        if (readable == m_readable) {
             return;
+        }
         m_readable = readable;
-        if (readable)
+        if (readable) {
             LOG4CPLUS_INFO(GetLogger(), L"The screen can be read again");
-        else
+        } else {
             LOG4CPLUS_WARN(GetLogger(), L"The screen cannot be read; the last picture is repeated until it can");
+        }
     }
 
     std::unique_ptr<ScreenCapture> m_capture;
@@ -92,16 +95,18 @@ private:
 } // namespace
 
 bool FrameLoop::Give(std::uint64_t slot) {
-    if (!m_sink.AddFrame(slot, m_picture))
+    if (!m_sink.AddFrame(slot, m_picture)) {
         return false;
+    }
     ++m_statistics.written;
     return true;
 }
 
 bool FrameLoop::Repeat(std::uint64_t from, std::uint64_t end) {
     for (std::uint64_t slot = from; slot < end; ++slot) {
-        if (!Give(slot))
+        if (!Give(slot)) {
             return false;
+        }
         ++m_statistics.repeated;
     }
     return true;
@@ -112,17 +117,20 @@ bool FrameLoop::GiveUntilStopped(HANDLE stop) {
     const FrameTimer timer;
     const FrameClock clock(NowTicks(), TicksPerSecond(), m_framesPerSecond);
     m_picture = m_pictures.Take(m_statistics);
-    if (!Give(m_nextSlot++))
+    if (!Give(m_nextSlot++)) {
         return false;
+    }
     while (timer.WaitUntil(clock.DueTicks(m_nextSlot), stop)) {
         const SlotPlan plan = clock.Plan(m_nextSlot, NowTicks());
         m_statistics.skipped += plan.repeatFrom - m_nextSlot;
         m_nextSlot = plan.capture;
-        if (!Repeat(plan.repeatFrom, plan.repeatEnd))
+        if (!Repeat(plan.repeatFrom, plan.repeatEnd)) {
             return false;
+        }
         m_picture = m_pictures.Take(m_statistics);
-        if (!Give(m_nextSlot++))
+        if (!Give(m_nextSlot++)) {
             return false;
+        }
     }
     const SlotPlan rest = clock.Plan(m_nextSlot, NowTicks());
     m_nextSlot = rest.repeatEnd;
@@ -136,8 +144,9 @@ bool FrameLoop::Run(HANDLE stop) {
 }
 
 ScreenRecorder::ScreenRecorder() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-    if (!m_stop)
+    if (!m_stop) {
         throw std::bad_alloc();
+    }
 }
 
 ScreenRecorder::~ScreenRecorder() {
@@ -150,21 +159,26 @@ ScreenLayout ScreenRecorder::Layout() const {
 
 Result ScreenRecorder::Prepare(const RecordSettings& settings) {
     const std::lock_guard lock(m_mutex);
-    if (m_ended)
+    if (m_ended) {
         return Result::WrongOrder;
+    }
     std::unique_ptr<ScreenCapture> capture = ScreenCapture::Create(settings.area, settings.drawCursor);
-    if (capture == nullptr)
+    if (capture == nullptr) {
         return Result::OutOfResources;
-    if (capture->Take() == Grab::Failed)
+    }
+    if (capture->Take() == Grab::Failed) {
         return Result::CaptureFailed;
+    }
     auto pictures = std::make_unique<ScreenPictures>(std::move(capture), settings);
     RecordStatistics warmUp;
-    if (pictures->Take(warmUp).empty())
+    if (pictures->Take(warmUp).empty()) {
         return Result::EncoderFailed;
+    }
     m_pictures = std::move(pictures);
     m_settings = settings;
-    if (settings.replaySeconds == 0)
+    if (settings.replaySeconds == 0) {
         return Result::Accepted;
+    }
     m_sink.KeepReplay(std::uint64_t{settings.replaySeconds} * settings.framesPerSecond);
     if (!StartCapturing()) {
         m_pictures.reset();
@@ -195,11 +209,13 @@ std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) con
 
 Result ScreenRecorder::StartFile(const std::wstring& path) {
     const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_started)
+    if (m_ended || m_pictures == nullptr || m_started) {
         return Result::WrongOrder;
+    }
     std::unique_ptr<FileSink> file = OpenFile(path);
-    if (file == nullptr)
+    if (file == nullptr) {
         return Result::CannotCreateFile;
+    }
     if (!file->Start() || !m_sink.SwitchTo(file)) {
         file->Discard();
         return Result::OutOfResources;
@@ -215,15 +231,18 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
 
 std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
     const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_started)
+    if (m_ended || m_pictures == nullptr || m_started) {
         return static_cast<std::int32_t>(Result::WrongOrder);
+    }
     const ScreenRect& area = m_settings.area.area;
     auto live = std::make_unique<LiveServer>(area.width, area.height);
     const std::int32_t port = live->Start(settings);
-    if (port < 0)
+    if (port < 0) {
         return port;
-    if (!m_sink.SwitchTo(*live))
+    }
+    if (!m_sink.SwitchTo(*live)) {
         return static_cast<std::int32_t>(Result::OutOfResources);
+    }
     if (!StartCapturing()) {
         m_sink.Detach();
         return static_cast<std::int32_t>(Result::OutOfResources);
@@ -234,8 +253,9 @@ std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
 }
 
 bool ScreenRecorder::StartCapturing() noexcept {
-    if (m_thread.joinable())
+    if (m_thread.joinable()) {
         return true;
+    }
     try {
         m_thread = std::thread(&ScreenRecorder::Capture, this);
     } catch (const std::system_error&) {
@@ -253,8 +273,9 @@ void ScreenRecorder::Capture() noexcept {
         LOG4CPLUS_ERROR(GetLogger(), L"Capturing ended early: " << failure.what());
     }
     m_sink.End();
-    if (m_sink.CutShort() && m_cutShortCallback)
+    if (m_sink.CutShort() && m_cutShortCallback) {
         m_cutShortCallback();
+    }
 }
 
 void ScreenRecorder::LimitFinish(std::uint32_t milliseconds) noexcept {
@@ -265,10 +286,12 @@ void ScreenRecorder::Finish() noexcept {
     const std::lock_guard lock(m_mutex);
     m_ended = true;
     SetEvent(m_stop.Get());
-    if (m_live != nullptr)
+    if (m_live != nullptr) {
         m_live->Stop();
-    if (m_thread.joinable())
+    }
+    if (m_thread.joinable()) {
         m_thread.join();
+    }
 }
 
 } // namespace kxvcr

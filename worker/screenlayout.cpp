@@ -8,8 +8,9 @@
 namespace kxvcr {
 
 bool Contains(const ScreenRect& outer, const ScreenRect& inner) noexcept {
-    if (inner.width == 0 || inner.height == 0)
+    if (inner.width == 0 || inner.height == 0) {
         return false;
+    }
     const auto covers = [](std::int64_t outerStart, std::int64_t outerLength, std::int64_t start, std::int64_t length) {
         return start >= outerStart && start + length <= outerStart + outerLength;
     };
@@ -23,8 +24,9 @@ ScreenRect Intersection(const ScreenRect& a, const ScreenRect& b) noexcept {
     const std::int32_t top = std::max(a.top, b.top);
     const std::int64_t width = std::min(end(a.left, a.width), end(b.left, b.width)) - left;
     const std::int64_t height = std::min(end(a.top, a.height), end(b.top, b.height)) - top;
-    if (width <= 0 || height <= 0)
+    if (width <= 0 || height <= 0) {
         return {};
+    }
     return {left, top, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)};
 }
 
@@ -37,8 +39,9 @@ ScreenRect WholeScreen() noexcept {
 ScreenRect MonitorArea(HMONITOR monitor) noexcept {
     MONITORINFO info = {};
     info.cbSize = sizeof(info);
-    if (!GetMonitorInfoW(monitor, &info))
+    if (!GetMonitorInfoW(monitor, &info)) {
         return {};
+    }
     const RECT& area = info.rcMonitor;
     return {area.left, area.top, static_cast<std::uint32_t>(area.right - area.left),
             static_cast<std::uint32_t>(area.bottom - area.top)};
@@ -64,8 +67,9 @@ ScreenLayout CurrentScreenLayout() {
     MonitorHandles found;
     EnumDisplayMonitors(nullptr, nullptr, CollectMonitor, reinterpret_cast<LPARAM>(&found));
     ScreenLayout layout{WholeScreen(), {}};
-    for (std::size_t i = 0; i < found.count; ++i)
+    for (std::size_t i = 0; i < found.count; ++i) {
         layout.monitors.push_back({found.handles[i], MonitorArea(found.handles[i])});
+    }
     // The primary monitor is the one at the origin.
     std::sort(layout.monitors.begin(), layout.monitors.end(), [](const Monitor& a, const Monitor& b) {
         const auto key = [](const ScreenRect& area) {

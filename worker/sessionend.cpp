@@ -21,14 +21,16 @@ SessionEndWindow::SessionEndWindow(std::function<void()> onSessionEnd) : m_onSes
     RegisterClassExW(&windowClass);
     m_window = Window(
         CreateWindowExW(0, kWindowClass, L"KXVCR", 0, 0, 0, 0, 0, nullptr, nullptr, windowClass.hInstance, nullptr));
-    if (m_window)
+    if (m_window) {
         SetWindowLongPtrW(m_window.Get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    }
 }
 
 LRESULT CALLBACK SessionEndWindow::WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     auto* self = reinterpret_cast<SessionEndWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    if (message != WM_ENDSESSION || wParam == FALSE || self == nullptr)
+    if (message != WM_ENDSESSION || wParam == FALSE || self == nullptr) {
         return DefWindowProcW(window, message, wParam, lParam);
+    }
     self->m_onSessionEnd();
     self->m_sessionEnded = true;
     return 0;
@@ -37,8 +39,9 @@ LRESULT CALLBACK SessionEndWindow::WindowProcedure(HWND window, UINT message, WP
 void SessionEndWindow::WaitFor(HANDLE event) {
     while (!m_sessionEnded && MsgWaitForMultipleObjects(1, &event, FALSE, INFINITE, QS_ALLINPUT) == WAIT_OBJECT_0 + 1) {
         MSG message;
-        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
             DispatchMessageW(&message);
+        }
     }
 }
 

@@ -33,11 +33,13 @@ wchar_t* CommandLineBehind(int count) {
     for (int i = 0; i < count; ++i) {
         const wchar_t end = *text == L'"' ? L'"' : L' ';
         text += *text == L'"' ? 1 : 0;
-        while (*text != L'\0' && *text != end)
+        while (*text != L'\0' && *text != end) {
             ++text;
+        }
         text += *text == L'"' ? 1 : 0;
-        while (*text == L' ')
+        while (*text == L' ') {
             ++text;
+        }
     }
     return text;
 }
@@ -53,8 +55,9 @@ Handle Start(wchar_t* commandLine) {
             CloseHandle(process.hThread);
             return Handle(process.hProcess);
         }
-        if (GetLastError() != ERROR_INTERNAL_ERROR)
+        if (GetLastError() != ERROR_INTERNAL_ERROR) {
             return nullptr;
+        }
     }
     return nullptr;
 }
@@ -62,8 +65,9 @@ Handle Start(wchar_t* commandLine) {
 } // namespace
 
 extern "C" int wmain(int count, wchar_t** texts) {
-    if (count < 3)
+    if (count < 3) {
         return kUsage;
+    }
     const Handle process = Start(CommandLineBehind(2));
     if (!process) {
         std::fprintf(stderr, "launch: cannot start %ls, error %lu\n", texts[2], GetLastError());
@@ -74,13 +78,15 @@ extern "C" int wmain(int count, wchar_t** texts) {
     DWORD exitCode = 0;
     FILETIME created, ended, kernel, user;
     if (!GetExitCodeProcess(process.get(), &exitCode) ||
-        !GetProcessTimes(process.get(), &created, &ended, &kernel, &user))
+        !GetProcessTimes(process.get(), &created, &ended, &kernel, &user)) {
         return 1;
+    }
     std::FILE* opened = nullptr;
     _wfopen_s(&opened, texts[1], L"wb");
     const std::unique_ptr<std::FILE, StreamCloser> report(opened);
-    if (!report)
+    if (!report) {
         return 1;
+    }
     std::fprintf(report.get(), "exit %lu\nkernel-ms %llu\nuser-ms %llu\n", exitCode, Milliseconds(kernel),
                  Milliseconds(user));
     return 0;

@@ -33,26 +33,32 @@ unsigned long EndWorker(ScreenRecordProxy& proxy) {
 } // namespace
 
 int main(int count, char** texts) {
-    if (count != 3)
+    if (count != 3) {
         return Fail("reading the arguments", 0);
+    }
     const std::unique_ptr<ScreenRecordProxy, ProxyReleaser> proxy(ScreenRecordProxy::CreateProxy());
-    if (!proxy)
+    if (!proxy) {
         return Fail("creating the proxy", 0);
-    if (const unsigned long error = proxy->RunProcess(kTimeoutMs); error != 0)
+    }
+    if (const unsigned long error = proxy->RunProcess(kTimeoutMs); error != 0) {
         return Fail("starting the worker", error);
-    if (!proxy->Prepare({}, kTimeoutMs))
+    }
+    if (!proxy->Prepare({}, kTimeoutMs)) {
         return Fail("preparing", EndWorker(*proxy));
+    }
     KxScreenRecord::LiveServerParam param;
     param.port = static_cast<std::uint32_t>(std::strtoul(texts[1], nullptr, 10));
     param.maxClients = static_cast<std::uint32_t>(std::strtoul(texts[2], nullptr, 10));
     int port = 0;
-    if (!proxy->StartLiveServer(param, kTimeoutMs, port))
+    if (!proxy->StartLiveServer(param, kTimeoutMs, port)) {
         return Fail("starting the live server", EndWorker(*proxy));
+    }
     std::printf("port %d\n", port);
     std::fflush(stdout);
 
-    while (std::getchar() != EOF)
+    while (std::getchar() != EOF) {
         continue;
+    }
     const auto start = std::chrono::steady_clock::now();
     const unsigned long code = EndWorker(*proxy);
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);

@@ -105,10 +105,12 @@ LRESULT CALLBACK OnMessage(HWND window, UINT message, WPARAM first, LPARAM secon
 DWORD WINAPI WatchInput(void* window) {
     char byte = 0;
     DWORD count = 0;
-    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), &byte, 1, &count, nullptr) && count > 0)
+    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), &byte, 1, &count, nullptr) && count > 0) {
         continue;
-    if (GetLastError() != ERROR_INVALID_HANDLE)
+    }
+    if (GetLastError() != ERROR_INVALID_HANDLE) {
         PostMessageW(static_cast<HWND>(window), WM_CLOSE, 0, 0);
+    }
     return 0;
 }
 
@@ -120,20 +122,24 @@ int main() {
     windowClass.hInstance = GetModuleHandleW(nullptr);
     windowClass.lpszClassName = L"KxPattern";
     windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    if (RegisterClassW(&windowClass) == 0)
+    if (RegisterClassW(&windowClass) == 0) {
         return 1;
+    }
     const HWND window = CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, L"pattern", WS_POPUP | WS_VISIBLE, 0,
                                         0, kWidth, kHeight, nullptr, nullptr, windowClass.hInstance, nullptr);
-    if (window == nullptr || UpdateWindow(window) == FALSE || SetTimer(window, 1, kStepMs, nullptr) == 0)
+    if (window == nullptr || UpdateWindow(window) == FALSE || SetTimer(window, 1, kStepMs, nullptr) == 0) {
         return 1;
+    }
     const std::unique_ptr<HANDLE, HandleCloser> watcher(CreateThread(nullptr, 0, WatchInput, window, 0, nullptr));
-    if (!watcher)
+    if (!watcher) {
         return 1;
+    }
     std::puts("ready");
     std::fflush(stdout);
 
     MSG message;
-    while (GetMessageW(&message, nullptr, 0, 0) > 0)
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
         DispatchMessageW(&message);
+    }
     return 0;
 }

@@ -96,8 +96,9 @@ void Stop(ScreenRecordProxy& proxy) {
     proxy.Stop();
     const unsigned long code = proxy.WaitLiveProcessEnd(kTimeoutMs);
     const DWORD since = GetTickCount();
-    while (proxy.GetCurRecordMode() != 0 && GetTickCount() - since < kTimeoutMs)
+    while (proxy.GetCurRecordMode() != 0 && GetTickCount() - since < kTimeoutMs) {
         Sleep(1);
+    }
     Answer("ok " + std::to_string(code));
 }
 
@@ -120,27 +121,29 @@ void MovePointer(std::istream& arguments) {
 
 int main() {
     const std::unique_ptr<ScreenRecordProxy, ProxyReleaser> proxy(ScreenRecordProxy::CreateProxy());
-    if (!proxy)
+    if (!proxy) {
         return 1;
+    }
     std::string line;
     while (std::getline(std::cin, line)) {
         std::istringstream arguments(line);
         std::string step;
         arguments >> step;
-        if (step == "prepare")
+        if (step == "prepare") {
             Prepare(*proxy, arguments);
-        else if (step == "start")
+        } else if (step == "start") {
             Start(*proxy, arguments);
-        else if (step == "live")
+        } else if (step == "live") {
             StartLive(*proxy);
-        else if (step == "stop")
+        } else if (step == "stop") {
             Stop(*proxy);
-        else if (step == "display")
+        } else if (step == "display") {
             ChangeDisplay(arguments);
-        else if (step == "pointer")
+        } else if (step == "pointer") {
             MovePointer(arguments);
-        else
+        } else {
             Answer("failed");
+        }
     }
     // As a host that is killed: no member of the library runs at the end.
     TerminateProcess(GetCurrentProcess(), 0);

@@ -30,8 +30,9 @@ class NumberedPictures final : public PictureSource {
 public:
     std::span<const std::byte> Take(RecordStatistics& statistics) override {
         const std::uint64_t number = ++statistics.captured;
-        if (const auto step = script.find(number); step != script.end())
+        if (const auto step = script.find(number); step != script.end()) {
             step->second();
+        }
         m_picture.resize(sizeof(number));
         std::memcpy(m_picture.data(), &number, sizeof(number));
         return m_picture;
@@ -81,13 +82,15 @@ protected:
     }
     void BeLate() const { WaitForSingleObject(stop.Get(), 3500 / GetParam().framesPerSecond); }
     void MakeLateAround(std::uint64_t number) {
-        if (!GetParam().isLate)
+        if (!GetParam().isLate) {
             return;
+        }
         for (const std::uint64_t late : {number - 3, number, number + 3}) {
             pictures.script[late] = [this, before = pictures.script[late]] {
                 BeLate();
-                if (before)
+                if (before) {
                     before();
+                }
             };
         }
     }
@@ -99,8 +102,9 @@ protected:
 
     // Frame times without a gap or a double, and numbers that never go back or leave one out.
     void ExpectOneContinuousFile(const MatroskaFile& file) const {
-        for (std::size_t i = 0; i < file.frames.size(); ++i)
+        for (std::size_t i = 0; i < file.frames.size(); ++i) {
             ASSERT_EQ(file.frames[i].milliseconds, static_cast<std::int64_t>(i * 1000 / GetParam().framesPerSecond));
+        }
         for (std::size_t i = 1; i < file.frames.size(); ++i) {
             const std::uint64_t step = Number(file, i) - Number(file, i - 1);
             ASSERT_LE(step, 1u) << "frame " << i;
@@ -152,8 +156,9 @@ TEST_P(Switch, OldestSlots_HaveLeftTheReplay) {
     ExpectOneContinuousFile(file);
     // Six slots of replay, then all from the one on during whose capture the switch was made.
     std::size_t before = 0;
-    while (Number(file, before) < 20)
+    while (Number(file, before) < 20) {
         ++before;
+    }
     EXPECT_EQ(before, 6u);
     EXPECT_GE(Number(file, 0), 14u);
 }
@@ -211,8 +216,9 @@ TEST_P(Switch, ToTheLiveServer_DropsWhatWasKeptAndGivesEverySlotAfterIt) {
     ASSERT_FALSE(live.numbers.empty());
     EXPECT_EQ(live.numbers.front(), 12u);
     EXPECT_EQ(live.numbers.back(), 24u);
-    for (std::size_t i = 1; i < live.slots.size(); ++i)
+    for (std::size_t i = 1; i < live.slots.size(); ++i) {
         ASSERT_EQ(live.slots[i], live.slots[i - 1] + 1);
+    }
     EXPECT_EQ(live.ends, (std::vector<std::uint64_t>{live.slots.back() + 1}));
     EXPECT_FALSE(sink.CutShort());
 }

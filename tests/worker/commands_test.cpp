@@ -26,8 +26,9 @@ public:
         return answer;
     }
     Result StartFile(const std::wstring& path) override {
-        if (outOfMemory)
+        if (outOfMemory) {
             throw std::bad_alloc();
+        }
         calls.push_back(L"start " + path);
         return answer;
     }

@@ -64,13 +64,15 @@ protected:
 
 TEST_F(FileSinkTest, PicturesAndBacklog_AreWrittenInOrderFromTimeZero) {
     PictureQueue backlog;
-    for (std::uint64_t slot = 500; slot < 560; ++slot)
+    for (std::uint64_t slot = 500; slot < 560; ++slot) {
         backlog.Add(slot, Picture(slot));
+    }
     const auto sink = Open(disk);
 
     sink->Begin(std::move(backlog));
-    for (std::uint64_t slot = 560; slot < 600; ++slot)
+    for (std::uint64_t slot = 560; slot < 600; ++slot) {
         EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
+    }
     sink->Finish(600);
 
     const MatroskaFile file = ReadMatroska(disk.bytes);
@@ -88,8 +90,9 @@ TEST_F(FileSinkTest, SlowDisk_DelaysNoPicture) {
     const auto sink = Open(slow);
     ResetEvent(slow.gate.Get());
 
-    for (std::uint64_t slot = 0; slot < 90; ++slot)
+    for (std::uint64_t slot = 0; slot < 90; ++slot) {
         EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
+    }
     EXPECT_LT(ReadMatroska(disk.bytes).frames.size(), 2u);
     SetEvent(slow.gate.Get());
     sink->Finish(90);
@@ -101,8 +104,9 @@ TEST_F(FileSinkTest, SlowDisk_DelaysNoPicture) {
 TEST_F(FileSinkTest, FullQueue_WaitsForTheDiskAndLosesNothing) {
     const auto sink = Open(disk, 3 * kPictureBytes);
 
-    for (std::uint64_t slot = 0; slot < 300; ++slot)
+    for (std::uint64_t slot = 0; slot < 300; ++slot) {
         EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
+    }
     sink->Finish(300);
 
     ExpectFrames(ReadMatroska(disk.bytes), 0, 300);
@@ -114,8 +118,9 @@ TEST_F(FileSinkTest, FullDisk_RefusesPicturesAndLeavesAFinishedFile) {
     const auto sink = Open(disk, 3 * kPictureBytes);
 
     std::uint64_t slot = 0;
-    while (slot < 100 && sink->AddFrame(slot, Picture(slot)))
+    while (slot < 100 && sink->AddFrame(slot, Picture(slot))) {
         ++slot;
+    }
     EXPECT_LT(slot, 25u);
     sink->Finish(slot);
 
@@ -131,8 +136,9 @@ TEST_F(FileSinkTest, FinishThatTakesTooLong_LeavesTheRestOut) {
     GatedFile slow(disk);
     const auto sink = Open(slow);
     ResetEvent(slow.gate.Get());
-    for (std::uint64_t slot = 0; slot < 90; ++slot)
+    for (std::uint64_t slot = 0; slot < 90; ++slot) {
         sink->AddFrame(slot, Picture(slot));
+    }
 
     sink->LimitFinish(NowTicks());
     SetEvent(slow.gate.Get());

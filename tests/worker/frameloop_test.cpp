@@ -19,10 +19,12 @@ public:
 
     std::span<const std::byte> Take(RecordStatistics& statistics) override {
         ++statistics.captured;
-        if (statistics.captured == slowPicture)
+        if (statistics.captured == slowPicture) {
             WaitForSingleObject(m_stop, slowMs);
-        if (--m_left == 0)
+        }
+        if (--m_left == 0) {
             SetEvent(m_stop);
+        }
         m_picture.assign(1, static_cast<std::byte>(statistics.captured));
         return m_picture;
     }
@@ -39,8 +41,9 @@ private:
 class FakeSink final : public FrameSink {
 public:
     bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override {
-        if (slots.size() == room)
+        if (slots.size() == room) {
             return false;
+        }
         slots.push_back(slot);
         pictures.push_back(std::to_integer<int>(jpeg[0]));
         return true;
@@ -56,8 +59,9 @@ public:
 class FrameLoopTest : public testing::Test {
 protected:
     void ExpectEverySlotOnce() {
-        for (std::size_t i = 0; i < sink.slots.size(); ++i)
+        for (std::size_t i = 0; i < sink.slots.size(); ++i) {
             EXPECT_EQ(sink.slots[i], i);
+        }
     }
 
     KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};

@@ -21,8 +21,9 @@ class HugeFile final : public kxvcr::OutputFile {
 public:
     bool WriteAt(std::uint64_t offset, std::span<const std::byte> source) override {
         const std::size_t kept = source.size() > kLongWrite ? kKeptOfLongWrite : source.size();
-        for (std::size_t i = 0; i < kept; ++i)
+        for (std::size_t i = 0; i < kept; ++i) {
             m_bytes[offset + i] = source[i];
+        }
         size = std::max(size, offset + source.size());
         return true;
     }
@@ -32,8 +33,9 @@ public:
 
     std::uint64_t Unsigned(std::uint64_t offset, std::size_t length) const {
         std::uint64_t value = 0;
-        for (std::size_t i = 0; i < length; ++i)
+        for (std::size_t i = 0; i < length; ++i) {
             value = value << 8 | std::to_integer<std::uint64_t>(m_bytes.at(offset + i));
+        }
         return value;
     }
 
@@ -67,8 +69,9 @@ Element ReadElement(const HugeFile& file, std::uint64_t offset) {
 
 std::vector<Element> Children(const HugeFile& file, const Element& parent) {
     std::vector<Element> children;
-    for (std::uint64_t at = parent.content; at < parent.end; at = children.back().end)
+    for (std::uint64_t at = parent.content; at < parent.end; at = children.back().end) {
         children.push_back(ReadElement(file, at));
+    }
     return children;
 }
 
@@ -98,8 +101,9 @@ TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
     HugeFile disk;
     const auto writer = MatroskaWriter::Create(disk, kFormat);
 
-    for (std::uint64_t slot = 0; slot < kFrames; ++slot)
+    for (std::uint64_t slot = 0; slot < kFrames; ++slot) {
         ASSERT_TRUE(writer->AddFrame(slot, picture));
+    }
     writer->Finish(kFrames);
 
     ASSERT_GT(disk.size, kFourGigabytes);

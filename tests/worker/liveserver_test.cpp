@@ -57,8 +57,9 @@ double Milliseconds(Clock::duration duration) {
 bool WaitFor(const std::function<bool()>& condition) {
     const Clock::time_point deadline = Clock::now() + kLimit;
     while (!condition()) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         std::this_thread::yield();
     }
     return true;
@@ -89,8 +90,9 @@ public:
     void Send(std::string_view bytes) {
         while (!bytes.empty()) {
             const int sent = send(m_socket, bytes.data(), static_cast<int>(bytes.size()), 0);
-            if (sent <= 0)
+            if (sent <= 0) {
                 return;
+            }
             bytes.remove_prefix(static_cast<std::size_t>(sent));
         }
     }
@@ -107,8 +109,9 @@ public:
 
     std::string ReceiveAll() {
         std::string all;
-        for (std::string piece = Receive(); !piece.empty(); piece = Receive())
+        for (std::string piece = Receive(); !piece.empty(); piece = Receive()) {
             all += piece;
+        }
         return all;
     }
 
@@ -196,8 +199,9 @@ private:
     bool Take(std::string_view bytes) {
         const std::lock_guard lock(m_mutex);
         m_held += bytes;
-        while (TakePart())
+        while (TakePart()) {
             continue;
+        }
         return m_complaint.empty();
     }
 
@@ -205,8 +209,9 @@ private:
     bool TakePart() {
         static const std::string kOpening = "--kxframe\r\nContent-Type: image/jpeg\r\nContent-Length: ";
         const std::size_t headEnd = m_held.find("\r\n\r\n");
-        if (headEnd == std::string::npos)
+        if (headEnd == std::string::npos) {
             return false;
+        }
         if (!m_held.starts_with(kOpening)) {
             m_complaint = "bad part: " + m_held.substr(0, headEnd);
             return false;
@@ -214,16 +219,18 @@ private:
         const std::size_t size = std::stoul(m_held.substr(kOpening.size()));
         const std::size_t end = headEnd + 4 + size;
         static const std::string kNext = "\r\n--kxframe\r\n";
-        if (m_held.size() < end + kNext.size())
+        if (m_held.size() < end + kNext.size()) {
             return false;
+        }
         if (m_held.compare(end, kNext.size(), kNext) != 0) {
             m_complaint = "no boundary behind the picture";
             return false;
         }
         m_times.push_back(Clock::now());
         m_numbers.push_back(NumberOf(m_held.substr(headEnd + 4, size)));
-        if (m_numbers.back() == 0)
+        if (m_numbers.back() == 0) {
             m_complaint = "damaged picture";
+        }
         m_held.erase(0, end + 2);
         m_changed.notify_all();
         return true;
@@ -305,8 +312,9 @@ TEST_F(Live, Stream_IsWellFormedPartsInOrder) {
     EXPECT_EQ(viewer.Type(), "multipart/x-mixed-replace; boundary=kxframe");
     EXPECT_EQ(viewer.Complaint(), "");
     std::vector<int> every(20);
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         every[static_cast<std::size_t>(i)] = i + 1;
+    }
     EXPECT_EQ(viewer.Numbers(), every);
 }
 
@@ -364,15 +372,17 @@ TEST_F(Live, SamePicture_IsSentAgainOnlyOnceASecond) {
     const Clock::time_point published = Clock::now();
     Publish(1);
     ASSERT_TRUE(viewer.WaitShown(1));
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         Publish(1);
+    }
 
     ASSERT_TRUE(WaitFor([&viewer] { return viewer.Numbers().size() >= 3; }));
 
     EXPECT_EQ(Status()["framesPerSecond"], 0);
     const std::vector<Clock::time_point> times = viewer.Times();
-    for (std::size_t i = 0; i < times.size(); ++i)
+    for (std::size_t i = 0; i < times.size(); ++i) {
         EXPECT_GE(times[i] - published, std::chrono::seconds(i));
+    }
 }
 
 TEST_F(Live, ViewerAboveTheLimit_IsTurnedAwayUntilOneLeaves) {
@@ -403,15 +413,18 @@ TEST_F(Live, MostViewersThatAreAllowed_AreAllServedBesideOtherRequests) {
     Start(settings);
     Publish(1, 1000);
     std::vector<std::unique_ptr<Viewer>> viewers;
-    for (int i = 0; i < kViewers; ++i)
+    for (int i = 0; i < kViewers; ++i) {
         viewers.push_back(std::make_unique<Viewer>(m_port));
-    for (const auto& viewer : viewers)
+    }
+    for (const auto& viewer : viewers) {
         ASSERT_TRUE(viewer->WaitShown(1));
+    }
 
     Publish(2, 1000);
 
-    for (const auto& viewer : viewers)
+    for (const auto& viewer : viewers) {
         EXPECT_TRUE(viewer->WaitShown(2));
+    }
     EXPECT_EQ(Status()["clients"], kViewers);
     EXPECT_EQ(FetchStatus("/stream"), 503);
     m_server->Stop();
@@ -455,8 +468,9 @@ TEST_F(Live, ViewerThatIsLate_IsShownTheNewestPicture) {
     late.Send(Get("/stream"));
     ASSERT_TRUE(WaitFor([this] { return Status()["clients"] == 1; }));
     constexpr int kPictures = 300;
-    for (int number = 1; number <= kPictures; ++number)
+    for (int number = 1; number <= kPictures; ++number) {
         Publish(number);
+    }
     const std::string newest = PictureOf(kPictures);
 
     std::string received;
@@ -567,8 +581,9 @@ TEST_F(Live, OtherMethods_AreNotAllowed) {
 TEST_F(Live, UnknownPaths_AreNotFound) {
     Start();
     for (const char* path :
-         {"/missing", "/stream/", "/Stream", "//", "/../status", "/%2e%2e/status", "/status%00", "/?"})
+         {"/missing", "/stream/", "/Stream", "//", "/../status", "/%2e%2e/status", "/status%00", "/?"}) {
         EXPECT_EQ(StatusOf(Ask(Get(path))), path == std::string("/?") ? 200 : 404) << path;
+    }
 }
 
 TEST_F(Live, HostThatIsNotThisMachine_IsForbidden) {
@@ -576,11 +591,13 @@ TEST_F(Live, HostThatIsNotThisMachine_IsForbidden) {
     Publish(1);
     const auto statusFor = [this](const std::string& host) { return FetchStatus("/snapshot.jpg", {{"Host", host}}); };
 
-    for (const char* host : {"localhost", "LOCALHOST:80", "127.0.0.1", "127.0.0.1:65535", "[::1]", "[::1]:8080"})
+    for (const char* host : {"localhost", "LOCALHOST:80", "127.0.0.1", "127.0.0.1:65535", "[::1]", "[::1]:8080"}) {
         EXPECT_EQ(statusFor(host), 200) << host;
+    }
     for (const char* host : {"example.org", "example.org:80", "localhost.example.org", "127.0.0.1.example.org", "[::2]",
-                             "127.0.0.2", "localhost:80:80", "localhost:x", "[::1", "::1", ":80", "127.0.0.1@a"})
+                             "127.0.0.2", "localhost:80:80", "localhost:x", "[::1", "::1", ":80", "127.0.0.1@a"}) {
         EXPECT_EQ(statusFor(host), 403) << host;
+    }
     EXPECT_EQ(StatusOf(Ask("GET /status HTTP/1.0\r\n\r\n")), 403);
     EXPECT_EQ(StatusOf(Ask("GET /status HTTP/1.1\r\nHost: localhost\r\nHost: example.org\r\n\r\n")), 403);
     EXPECT_EQ(StatusOf(Ask("GET /stream HTTP/1.1\r\nHost: example.org\r\n\r\n")), 403);
@@ -623,8 +640,9 @@ TEST_F(Live, BytesThatAreNoRequest_AreRefusedAndTheServerGoesOn) {
 TEST_F(Live, ManyHeaderLines_AreRefusedBeyondTheLimit) {
     Start();
     std::string lines;
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         lines += "X-Line-" + std::to_string(i) + ": " + std::string(100, 'a') + "\r\n";
+    }
 
     EXPECT_EQ(StatusOf(Ask("GET /status HTTP/1.1\r\nHost: localhost\r\n" + lines + "\r\n")), 200);
     EXPECT_EQ(StatusOf(Ask("GET /status HTTP/1.1\r\nHost: localhost\r\n" + lines + lines + "\r\n")), 400);
@@ -635,8 +653,9 @@ TEST_F(Live, LongRange_IsIgnored) {
     Start();
     Publish(1);
     std::string ranges = "bytes=0-0";
-    while (ranges.size() < 8000)
+    while (ranges.size() < 8000) {
         ranges += ",1-1";
+    }
     for (const std::string name : {"Range", "range", "RANGE"}) {
         const std::string answer =
             Ask("GET /snapshot.jpg HTTP/1.1\r\nHost: localhost\r\n" + name + ": " + ranges + "\r\n\r\n");
@@ -665,8 +684,9 @@ TEST_F(Live, ClientsThatHangUp_LeaveTheServerAsItWas) {
     for (int i = 0; i < 50; ++i) {
         RawClient client(m_port);
         ASSERT_TRUE(client.Connected());
-        if (i % 3 != 0)
+        if (i % 3 != 0) {
             client.Send(i % 3 == 1 ? Get("/stream") : Get("/snapshot.jpg"));
+        }
     }
 
     EXPECT_TRUE(WaitFor([this] { return Status()["clients"] == 0; }));
@@ -679,8 +699,9 @@ TEST_F(Live, ClientThatIsGoneWhenAccepted_IsTheOnlyOneLost) {
     const AcceptHook hook(
         [&goesAway](SOCKET listener, sockaddr* address, int* size) -> SOCKET {
             const SOCKET client = AcceptHook::Original(listener, address, size);
-            if (!goesAway.exchange(false))
+            if (!goesAway.exchange(false)) {
                 return client;
+            }
             closesocket(client);
             WSASetLastError(WSAECONNRESET);
             return INVALID_SOCKET;

@@ -58,36 +58,42 @@ public:
 private:
     std::uint64_t Unsigned(std::size_t at, std::size_t length) const {
         std::uint64_t value = 0;
-        for (std::size_t i = 0; i < length; ++i)
+        for (std::size_t i = 0; i < length; ++i) {
             value = value << 8 | std::to_integer<std::uint64_t>(m_bytes[at + i]);
+        }
         return value;
     }
 
     // The format's variable-length number; a size loses its length marker, an id keeps it.
     std::optional<std::uint64_t> Number(bool dropMarker) {
-        if (m_position >= m_bytes.size())
+        if (m_position >= m_bytes.size()) {
             return std::nullopt;
+        }
         const auto first = std::to_integer<std::uint8_t>(m_bytes[m_position]);
         const auto length = static_cast<std::size_t>(std::countl_zero(first)) + 1;
-        if (length > 8 || m_position + length > m_bytes.size())
+        if (length > 8 || m_position + length > m_bytes.size()) {
             return std::nullopt;
+        }
         std::uint64_t value = Unsigned(m_position, length);
-        if (dropMarker)
+        if (dropMarker) {
             value &= ~(std::uint64_t{1} << (7 * length));
+        }
         m_position += length;
         return value;
     }
 
     std::string Text(std::size_t size) const {
         std::string text;
-        for (std::size_t i = 0; i < size; ++i)
+        for (std::size_t i = 0; i < size; ++i) {
             text += static_cast<char>(m_bytes[m_position + i]);
+        }
         return text;
     }
 
     void CloseCluster(std::size_t end) {
-        if (m_clusterEnd && *m_clusterEnd != end)
+        if (m_clusterEnd && *m_clusterEnd != end) {
             ++m_file.wrongClusterSizes;
+        }
         m_clusterEnd.reset();
     }
 
@@ -97,15 +103,18 @@ private:
             m_file.segmentSizeKnown = size != kUnknownSize;
             m_file.segmentEndsWithFile = m_position + size == m_bytes.size();
         }
-        if (id == kCluster || id == kCues)
+        if (id == kCluster || id == kCues) {
             CloseCluster(start);
-        if (id != kCluster)
+        }
+        if (id != kCluster) {
             return;
+        }
         m_file.clusterPositions.push_back(start - m_segmentStart);
-        if (size == kUnknownSize)
+        if (size == kUnknownSize) {
             ++m_file.openClusters;
-        else
+        } else {
             m_clusterEnd = m_position + size;
+        }
     }
 
     void Take(std::uint64_t id, std::size_t size) {
@@ -152,8 +161,9 @@ private:
             Enter(id, size, start);
             return true;
         }
-        if (size > m_bytes.size() - m_position)
+        if (size > m_bytes.size() - m_position) {
             return false;
+        }
         Take(id, static_cast<std::size_t>(size));
         m_position += static_cast<std::size_t>(size);
         return true;

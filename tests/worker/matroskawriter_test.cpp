@@ -25,8 +25,9 @@ std::vector<std::byte> Picture(std::uint64_t slot) {
 // Adds frames until one is refused; returns how many were taken.
 std::uint64_t AddFrames(MatroskaWriter& writer, std::uint64_t count) {
     for (std::uint64_t slot = 0; slot < count; ++slot) {
-        if (!writer.AddFrame(slot, Picture(slot)))
+        if (!writer.AddFrame(slot, Picture(slot))) {
             return slot;
+        }
     }
     return count;
 }

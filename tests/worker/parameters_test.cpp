@@ -233,8 +233,9 @@ TEST(ReadLiveServer, OtherSizes_AreRefusedAndLeaveTheSettings) {
     LiveSettings settings;
     settings.port = 7;
 
-    for (const std::size_t size : {0u, 1u, 39u, 41u, 44u})
+    for (const std::size_t size : {0u, 1u, 39u, 41u, 44u}) {
         EXPECT_EQ(ReadLiveServer(std::vector<std::byte>(size), settings), Result::WrongPayloadSize) << size;
+    }
 
     EXPECT_EQ(settings.port, 7u);
 }

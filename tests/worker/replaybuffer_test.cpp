@@ -36,8 +36,9 @@ Contents TakeAll(PictureQueue queue) {
 TEST(ReplayBuffer, FewerSlotsThanTheLimit_AreAllKept) {
     ReplayBuffer replay(5, kPlenty);
 
-    for (int slot = 0; slot < 5; ++slot)
+    for (int slot = 0; slot < 5; ++slot) {
         replay.Add(static_cast<std::uint64_t>(slot), Picture(slot));
+    }
 
     EXPECT_EQ(TakeAll(replay.Take()), (Contents{{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}}));
 }
@@ -45,8 +46,9 @@ TEST(ReplayBuffer, FewerSlotsThanTheLimit_AreAllKept) {
 TEST(ReplayBuffer, MoreSlotsThanTheLimit_LoseTheOldest) {
     ReplayBuffer replay(3, kPlenty);
 
-    for (int slot = 0; slot < 100; ++slot)
+    for (int slot = 0; slot < 100; ++slot) {
         replay.Add(static_cast<std::uint64_t>(slot), Picture(slot));
+    }
 
     EXPECT_EQ(replay.Bytes(), 3 * kCost);
     EXPECT_EQ(TakeAll(replay.Take()), (Contents{{97, 97}, {98, 98}, {99, 99}}));
@@ -56,8 +58,9 @@ TEST(ReplayBuffer, EqualPictures_ShareOneBlockForAnHour) {
     constexpr std::uint64_t kHour = 3600 * 30;
     ReplayBuffer replay(kHour, kPlenty);
 
-    for (std::uint64_t slot = 0; slot < kHour; ++slot)
+    for (std::uint64_t slot = 0; slot < kHour; ++slot) {
         replay.Add(slot, Picture(7));
+    }
 
     EXPECT_EQ(replay.Bytes(), kCost);
     EXPECT_EQ(replay.Take().FirstSlot(), 0u);
@@ -66,8 +69,9 @@ TEST(ReplayBuffer, EqualPictures_ShareOneBlockForAnHour) {
 TEST(ReplayBuffer, EqualPicturesPastTheLimit_LoseSlotsAndKeepTheBlock) {
     ReplayBuffer replay(3, kPlenty);
 
-    for (std::uint64_t slot = 0; slot < 10; ++slot)
+    for (std::uint64_t slot = 0; slot < 10; ++slot) {
         replay.Add(slot, Picture(slot < 8 ? 1 : 2));
+    }
 
     EXPECT_EQ(replay.Bytes(), 2 * kCost);
     EXPECT_EQ(TakeAll(replay.Take()), (Contents{{7, 1}, {8, 2}, {9, 2}}));

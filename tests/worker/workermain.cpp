@@ -31,8 +31,9 @@ public:
 private:
     void Watch() {
         std::unique_lock lock(m_mutex);
-        if (m_changed.wait_for(lock, kLimit, [this] { return m_done; }))
+        if (m_changed.wait_for(lock, kLimit, [this] { return m_done; })) {
             return;
+        }
         std::fputs("watchdog: the tests took too long\n", stderr);
         std::fflush(stderr);
         TerminateProcess(GetCurrentProcess(), kOverdueExitCode);
