@@ -1,11 +1,11 @@
 // What a recorded picture costs: grabbing the screen, comparing it with the one before, encoding it, beside the
 // system's own JPEG encoder in the same run, and handing it to the file's thread while that writes a large replay. The
 // picture is screen-like: flat areas, edges and lines of text.
-#include "capture.h"
-#include "encode.h"
-#include "filesink.h"
-#include "replaybuffer.h"
-#include "stopwatch.h"
+#include "worker/capture/capture.h"
+#include "worker/capture/stopwatch.h"
+#include "worker/file/filesink.h"
+#include "worker/replay/replaybuffer.h"
+#include "worker/video/jpegencoder.h"
 
 #include <benchmark/benchmark.h>
 #include <objbase.h>

@@ -71,7 +71,7 @@ void AddSession(CLI::App& command, Arguments& arguments) {
         ->type_name("X,Y,W,H")
         ->delimiter(',')
         ->expected(4);
-    command.add_option("--quality", picture.jpegQuality, "JPEG quality, 1 to 100 (default 80)")
+    command.add_option("--quality", picture.quality, "JPEG quality, 1 to 100 (default 80)")
         ->type_name("Q")
         ->check(CLI::Range(1, 100).description(""));
     command.add_option("--monitor", picture.monitor, "1 is the first monitor; 0, the default, is the whole screen")

@@ -29,10 +29,12 @@ struct ScreenRecordParam {
     std::uint32_t width = 0;           ///< width in pixels; 0 together with height 0 is the whole screen or monitor
     std::uint32_t height = 0;          ///< height in pixels; 0 together with width 0 is the whole screen or monitor
     std::uint32_t framesPerSecond = 0; ///< 1 to 60; 0 is the worker's default, 30
-    std::uint32_t jpegQuality = 0;     ///< 1 to 100; 0 is the worker's default, 80
+    std::uint32_t quality = 0;         ///< 1 to 100; 0 is the worker's default, 80
     std::uint32_t drawCursor = 0;      ///< 1 draws the mouse pointer into the picture, 0 leaves it out
     std::uint32_t monitor = 0;         ///< 0 is the whole virtual screen, 1 the first monitor, 2 the second...
-    std::uint32_t reserved[3] = {};    ///< 0
+    std::uint32_t bitRate = 0;         ///< the most kilobits a second; 0 is a default that grows with the picture
+    std::uint32_t streams = 0;         ///< flags kStream... of sdk/vcr/workerprotocol.h; 0 is pictures without sound
+    std::uint32_t reserved = 0;        ///< 0
 };
 static_assert(sizeof(ScreenRecordParam) == 44);
 

@@ -1,7 +1,7 @@
 // Where the captured pictures go. The lock is never held while something is written: the file's thread does that.
-#include "capturesink.h"
+#include "worker/capturesink.h"
 
-#include "stopwatch.h"
+#include "worker/capture/stopwatch.h"
 
 #include "sdk/util/logtool.h"
 

@@ -4,9 +4,9 @@
  */
 #pragma once
 
-#include "filesink.h"
-#include "framesink.h"
-#include "replaybuffer.h"
+#include "worker/file/filesink.h"
+#include "worker/framesink.h"
+#include "worker/replay/replaybuffer.h"
 
 #include <atomic>
 #include <cstdint>

@@ -4,7 +4,7 @@
 //   prepare             Waiting          Prepared
 //   start local record  Prepared         Recording
 //   start live server   Prepared         Serving
-#include "commands.h"
+#include "worker/commands.h"
 
 #include "sdk/util/logtool.h"
 

@@ -4,9 +4,9 @@
  */
 #pragma once
 
-#include "parameters.h"
-#include "protocol.h"
-#include "screenlayout.h"
+#include "sdk/vcr/workerprotocol.h"
+#include "worker/capture/screenlayout.h"
+#include "worker/parameters.h"
 
 #include <cstddef>
 #include <cstdint>

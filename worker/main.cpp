@@ -3,11 +3,11 @@
 // session.
 //
 // A program without a console of its own, so that no console window opens on the screen that it records.
-#include "commands.h"
-#include "owners.h"
-#include "protocol.h"
-#include "recorder.h"
-#include "sessionend.h"
+#include "sdk/vcr/workerprotocol.h"
+#include "worker/commands.h"
+#include "worker/owners.h"
+#include "worker/recorder.h"
+#include "worker/sessionend.h"
 
 #include "sdk/ipcmessage/ipcmessage.h"
 #include "sdk/util/logtool.h"

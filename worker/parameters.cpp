@@ -1,8 +1,8 @@
 // Reads the payloads of commands. The records are copied out of the payload before they are looked at, because a
 // payload has no alignment.
-#include "parameters.h"
+#include "worker/parameters.h"
 
-#include "replaybuffer.h"
+#include "worker/replay/replaybuffer.h"
 
 #include "screenrecordproxy.h"
 
@@ -21,14 +21,20 @@ bool AllZero(std::span<const std::uint32_t> fields) {
 }
 
 Result CheckFields(const ScreenRecordParam& param) {
-    if (!AllZero(param.reserved)) {
+    if (param.reserved != 0) {
         return Result::ReservedNotZero;
     }
     if (param.framesPerSecond > kMaxFramesPerSecond) {
         return Result::BadFrameRate;
     }
-    if (param.jpegQuality > kMaxJpegQuality) {
+    if (param.quality > kMaxQuality) {
         return Result::BadQuality;
+    }
+    if (param.bitRate > kMaxBitRate) {
+        return Result::BadBitRate;
+    }
+    if ((param.streams & ~kStreamFlags) != 0) {
+        return Result::BadStreams;
     }
     if (param.drawCursor > 1) {
         return Result::BadCursorFlag;
@@ -81,9 +87,11 @@ Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layou
     if (param.framesPerSecond != 0) {
         read.framesPerSecond = param.framesPerSecond;
     }
-    if (param.jpegQuality != 0) {
-        read.jpegQuality = param.jpegQuality;
+    if (param.quality != 0) {
+        read.quality = param.quality;
     }
+    read.bitRate = param.bitRate;
+    read.vp9Replay = (param.streams & kStreamVp9) != 0;
     read.drawCursor = param.drawCursor != 0;
     read.replaySeconds = timeMachineSeconds;
     settings = read;

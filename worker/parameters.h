@@ -6,8 +6,8 @@
  */
 #pragma once
 
-#include "protocol.h"
-#include "screenlayout.h"
+#include "sdk/vcr/workerprotocol.h"
+#include "worker/capture/screenlayout.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,14 +15,6 @@
 #include <string>
 
 namespace kxvcr {
-
-inline constexpr std::uint32_t kDefaultFramesPerSecond = 30;
-inline constexpr std::uint32_t kMaxFramesPerSecond = 60;
-inline constexpr std::uint32_t kDefaultJpegQuality = 80;
-inline constexpr std::uint32_t kMaxJpegQuality = 100;
-inline constexpr std::uint32_t kMaxPort = 65535;
-inline constexpr std::uint32_t kDefaultLiveClients = 8;
-inline constexpr std::uint32_t kMaxLiveClients = 64;
 
 /** What part of the screen the pictures show. */
 struct CaptureArea {
@@ -35,7 +27,9 @@ struct CaptureArea {
 struct RecordSettings {
     CaptureArea area;
     std::uint32_t framesPerSecond = kDefaultFramesPerSecond;
-    std::uint32_t jpegQuality = kDefaultJpegQuality;
+    std::uint32_t quality = kDefaultQuality;
+    std::uint32_t bitRate = 0; ///< the most kilobits a second; 0: the encoder's default
+    bool vp9Replay = false;    ///< the replay is kept as VP9 instead of H.264
     bool drawCursor = false;
     std::uint32_t replaySeconds = 0; ///< of the screen, kept from prepare on until a recording begins with them
 };

@@ -1,15 +1,15 @@
 // The recorder. One thread captures from prepare on when a replay is kept, else from the start of the file or of the
 // live server on. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
 // leave a finished, closed file. The live server ends with Finish() alone.
-#include "recorder.h"
+#include "worker/recorder.h"
 
-#include "capture.h"
-#include "encode.h"
-#include "liveserver.h"
-#include "matroskawriter.h"
-#include "outputfile.h"
-#include "pacing.h"
-#include "stopwatch.h"
+#include "worker/capture/capture.h"
+#include "worker/capture/pacing.h"
+#include "worker/capture/stopwatch.h"
+#include "worker/file/matroskawriter.h"
+#include "worker/file/outputfile.h"
+#include "worker/live/liveserver.h"
+#include "worker/video/jpegencoder.h"
 
 #include "sdk/util/logtool.h"
 
@@ -42,7 +42,7 @@ class ScreenPictures final : public PictureSource {
 public:
     ScreenPictures(std::unique_ptr<ScreenCapture> capture, const RecordSettings& settings)
         : m_capture(std::move(capture)),
-          m_encoder(settings.area.area.width, settings.area.area.height, settings.jpegQuality) {}
+          m_encoder(settings.area.area.width, settings.area.area.height, settings.quality) {}
 
     std::span<const std::byte> Take(RecordStatistics& statistics) override {
         ++statistics.captured;

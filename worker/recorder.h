@@ -4,11 +4,11 @@
  */
 #pragma once
 
-#include "capturesink.h"
-#include "commands.h"
-#include "framesink.h"
-#include "owners.h"
-#include "parameters.h"
+#include "worker/capturesink.h"
+#include "worker/commands.h"
+#include "worker/framesink.h"
+#include "worker/owners.h"
+#include "worker/parameters.h"
 
 #include <cstddef>
 #include <cstdint>

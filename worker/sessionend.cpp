@@ -1,6 +1,6 @@
 // Notices the end of the Windows session. The window is an ordinary hidden one: a message-only window would not
 // get the broadcast.
-#include "sessionend.h"
+#include "worker/sessionend.h"
 
 #include <utility>
 

@@ -1,10 +1,10 @@
 // The switch from the replay while the frame loop runs. To the file: every slot is in the file once, with its picture.
 // To the live server: it gets every slot from then on and none from before.
-#include "capturesink.h"
+#include "worker/capturesink.h"
 
 #include "matroskareader.h"
 #include "memoryfile.h"
-#include "recorder.h"
+#include "worker/recorder.h"
 
 #include <gtest/gtest.h>
 

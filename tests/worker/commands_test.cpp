@@ -1,5 +1,5 @@
 // The order of commands: every command in every state, and refusals that change nothing.
-#include "commands.h"
+#include "worker/commands.h"
 
 #include "screenrecordproxy.h"
 

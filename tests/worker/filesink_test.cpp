@@ -1,9 +1,9 @@
 // A recording's file in the background: everything arrives, a slow disk delays nobody, a bad one is noticed.
-#include "filesink.h"
+#include "worker/file/filesink.h"
 
 #include "matroskareader.h"
 #include "memoryfile.h"
-#include "pacing.h"
+#include "worker/capture/pacing.h"
 
 #include <gtest/gtest.h>
 

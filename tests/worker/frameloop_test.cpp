@@ -1,5 +1,5 @@
 // The recording loop: a picture for every slot, whatever the source and the sink do.
-#include "recorder.h"
+#include "worker/recorder.h"
 
 #include <gtest/gtest.h>
 

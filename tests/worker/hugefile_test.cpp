@@ -1,6 +1,6 @@
 // A recording of several gigabytes: positions, sizes and the index past two and four gigabytes. The file is kept
 // without its pictures' bytes, so that the test needs no disk.
-#include "matroskawriter.h"
+#include "worker/file/matroskawriter.h"
 
 #include <gtest/gtest.h>
 

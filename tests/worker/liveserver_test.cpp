@@ -1,7 +1,7 @@
 // The live server, asked by the HTTP library's client and by raw connections that a well-behaved client never makes.
-#include "liveserver.h"
+#include "worker/live/liveserver.h"
 
-#include "protocol.h"
+#include "sdk/vcr/workerprotocol.h"
 #include "support/importpatch.h"
 
 #include <httplib.h>

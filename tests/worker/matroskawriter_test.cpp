@@ -1,7 +1,7 @@
 // The recording's file: what a whole one holds, and that every unlucky end leaves one that plays.
 #include "matroskareader.h"
-#include "matroskawriter.h"
 #include "memoryfile.h"
+#include "worker/file/matroskawriter.h"
 
 #include <gtest/gtest.h>
 

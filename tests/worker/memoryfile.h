@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "outputfile.h"
+#include "worker/file/outputfile.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,5 +1,5 @@
 // The recording's file on disk: what may be created, what stays when it may not.
-#include "outputfile.h"
+#include "worker/file/outputfile.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The frame clock's arithmetic and its wait.
-#include "pacing.h"
+#include "worker/capture/pacing.h"
 
 #include <gtest/gtest.h>
 

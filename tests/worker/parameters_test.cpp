@@ -1,5 +1,5 @@
 // Payloads of commands: defaults, every refused field, and bytes that are no record.
-#include "parameters.h"
+#include "worker/parameters.h"
 
 #include "screenrecordproxy.h"
 
@@ -57,7 +57,7 @@ TEST(ReadPrepare, Zeros_AreTheDefaults) {
     EXPECT_EQ(settings.area.area, (ScreenRect{-800, 0, 2080, 720}));
     EXPECT_TRUE(settings.area.wholeScreen);
     EXPECT_EQ(settings.framesPerSecond, 30u);
-    EXPECT_EQ(settings.jpegQuality, 80u);
+    EXPECT_EQ(settings.quality, 80u);
     EXPECT_FALSE(settings.drawCursor);
 }
 
@@ -68,7 +68,7 @@ TEST(ReadPrepare, GivenValues_AreTaken) {
     param.width = 300;
     param.height = 200;
     param.framesPerSecond = 60;
-    param.jpegQuality = 100;
+    param.quality = 100;
     param.drawCursor = 1;
     RecordSettings settings;
 
@@ -77,7 +77,7 @@ TEST(ReadPrepare, GivenValues_AreTaken) {
     EXPECT_EQ(settings.area.area, (ScreenRect{-10, 20, 300, 200}));
     EXPECT_FALSE(settings.area.wholeScreen);
     EXPECT_EQ(settings.framesPerSecond, 60u);
-    EXPECT_EQ(settings.jpegQuality, 100u);
+    EXPECT_EQ(settings.quality, 100u);
     EXPECT_TRUE(settings.drawCursor);
 }
 
@@ -110,7 +110,7 @@ TEST(ReadPrepare, FieldOutOfRange_IsRefusedWithItsResult) {
     param.framesPerSecond = 61;
     EXPECT_EQ(Read(param), Result::BadFrameRate);
     param = {};
-    param.jpegQuality = 101;
+    param.quality = 101;
     EXPECT_EQ(Read(param), Result::BadQuality);
     param = {};
     param.drawCursor = 2;
@@ -119,7 +119,7 @@ TEST(ReadPrepare, FieldOutOfRange_IsRefusedWithItsResult) {
     param.monitor = 3;
     EXPECT_EQ(Read(param), Result::BadMonitor);
     param = {};
-    param.reserved[2] = 1;
+    param.reserved = 1;
     EXPECT_EQ(Read(param), Result::ReservedNotZero);
 }
 

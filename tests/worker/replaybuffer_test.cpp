@@ -1,5 +1,5 @@
 // The replay's memory: what is kept, what goes first, and that equal pictures cost nothing.
-#include "replaybuffer.h"
+#include "worker/replay/replaybuffer.h"
 
 #include <gtest/gtest.h>
 

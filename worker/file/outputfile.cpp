@@ -1,6 +1,6 @@
 // The recording's file on disk, over a Win32 handle. Every write names its offset, so that there is no file
 // pointer to get out of step after a failed write.
-#include "outputfile.h"
+#include "worker/file/outputfile.h"
 
 namespace kxvcr {
 

@@ -1,6 +1,6 @@
 // Encoded pictures that wait in memory. Equal pictures are found by their bytes: the encoder makes the same bytes
 // from the same pixels, and comparing them costs a small part of what copying them would.
-#include "picturequeue.h"
+#include "worker/replay/picturequeue.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,5 +1,5 @@
 // Encodes pictures as JPEG with libjpeg-turbo's own interface, into one block that is large enough for any picture.
-#include "encode.h"
+#include "worker/video/jpegencoder.h"
 
 namespace kxvcr {
 

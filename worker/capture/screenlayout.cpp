@@ -1,6 +1,6 @@
 // Where the screen's pixels are: asks Windows for the virtual screen and its monitors and puts the monitors into
 // an order that hosts can count on.
-#include "screenlayout.h"
+#include "worker/capture/screenlayout.h"
 
 #include <algorithm>
 #include <tuple>

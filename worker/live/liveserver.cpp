@@ -4,12 +4,12 @@
 //
 // One request a connection: a viewer's answer ends with the connection anyway, and a thread that waits for another
 // request would be missing for a viewer.
-#include "liveserver.h"
+#include "worker/live/liveserver.h"
 
-#include "connection.h"
-#include "livepage.h"
-#include "livepictures.h"
-#include "protocol.h"
+#include "sdk/vcr/workerprotocol.h"
+#include "worker/live/connection.h"
+#include "worker/live/livepage.h"
+#include "worker/live/livepictures.h"
 
 #include "sdk/util/logtool.h"
 

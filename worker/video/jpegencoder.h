@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "owners.h"
+#include "worker/owners.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The live server's page. It reads the stream itself instead of leaving it to a picture element, because only so it
 // knows how many pictures arrive, and because a browser that falls behind then makes the server leave pictures out.
-#include "livepage.h"
+#include "worker/live/livepage.h"
 
 namespace kxvcr {
 

@@ -4,16 +4,13 @@
  */
 #pragma once
 
-#include "picturequeue.h"
+#include "worker/replay/picturequeue.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace kxvcr {
-
-/** The longest time that can be kept. */
-inline constexpr std::uint32_t kMaxReplaySeconds = 300;
 
 /** Pictures kept take no more memory than this. */
 inline constexpr std::size_t kReplayMemoryLimit = std::size_t{256} << 20;

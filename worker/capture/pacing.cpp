@@ -1,5 +1,5 @@
 // The recording's frame clock. The arithmetic is in whole numbers, so that hours of recording do not drift.
-#include "pacing.h"
+#include "worker/capture/pacing.h"
 
 #include <timeapi.h>
 

@@ -1,5 +1,5 @@
 // The last seconds of the screen: a queue of pictures whose oldest are dropped when they are too old or too many.
-#include "replaybuffer.h"
+#include "worker/replay/replaybuffer.h"
 
 #include <algorithm>
 #include <utility>

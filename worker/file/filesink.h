@@ -4,10 +4,10 @@
  */
 #pragma once
 
-#include "framesink.h"
-#include "matroskawriter.h"
-#include "outputfile.h"
-#include "picturequeue.h"
+#include "worker/file/matroskawriter.h"
+#include "worker/file/outputfile.h"
+#include "worker/framesink.h"
+#include "worker/replay/picturequeue.h"
 
 #include <atomic>
 #include <condition_variable>

@@ -6,7 +6,7 @@
  */
 #pragma once
 
-#include "owners.h"
+#include "worker/owners.h"
 
 #include <cstdint>
 

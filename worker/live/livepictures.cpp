@@ -1,6 +1,6 @@
 // The newest picture of the live server. A viewer that is late finds only the newest one, so it loses pictures and
 // keeps nobody waiting.
-#include "livepictures.h"
+#include "worker/live/livepictures.h"
 
 #include <algorithm>
 

@@ -4,8 +4,8 @@
  */
 #pragma once
 
-#include "framesink.h"
-#include "parameters.h"
+#include "worker/framesink.h"
+#include "worker/parameters.h"
 
 #include <chrono>
 #include <cstddef>

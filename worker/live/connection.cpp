@@ -1,5 +1,5 @@
 // One connection of a network client. The socket does not block; one event tells that it can go on.
-#include "connection.h"
+#include "worker/live/connection.h"
 
 #include <algorithm>
 #include <array>

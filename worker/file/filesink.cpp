@@ -3,10 +3,10 @@
 //
 // The thread ends when the end was announced and the queue is empty, when a write fails (the writer has finished the
 // file then), or when finishing takes too long.
-#include "filesink.h"
+#include "worker/file/filesink.h"
 
-#include "pacing.h"
-#include "stopwatch.h"
+#include "worker/capture/pacing.h"
+#include "worker/capture/stopwatch.h"
 
 #include "sdk/util/logtool.h"
 

@@ -4,8 +4,8 @@
  */
 #pragma once
 
-#include "owners.h"
-#include "parameters.h"
+#include "worker/owners.h"
+#include "worker/parameters.h"
 
 #include <cstddef>
 #include <memory>

@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "pacing.h"
+#include "worker/capture/pacing.h"
 
 #include <cstdint>
 

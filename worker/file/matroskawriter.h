@@ -7,8 +7,8 @@
  */
 #pragma once
 
-#include "framesink.h"
-#include "outputfile.h"
+#include "worker/file/outputfile.h"
+#include "worker/framesink.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
 // Writes a recording as Matroska with the element classes of libwebm's muxer. Its Segment class is not used: it
 // would start a cluster with every JPEG picture, keep each cluster in memory and give up at the first failed write.
-#include "matroskawriter.h"
+#include "worker/file/matroskawriter.h"
 
 #include <common/webmids.h>
 #include <mkvmuxer/mkvmuxer.h>

@@ -1,5 +1,5 @@
 // Captures a part of the screen with GDI. Two pictures take turns, so that the new one can be compared with the old.
-#include "capture.h"
+#include "worker/capture/capture.h"
 
 #include <algorithm>
 #include <cstring>
