@@ -43,7 +43,7 @@ enum class Codec : std::uint8_t {
 struct Packet {
     Stream stream = Stream::Picture;
     bool isKey = false;   ///< a picture that is decoded without any other; every piece of sound is one
-    MediaTime time{};     ///< when it is shown or heard; grows from packet to packet of its stream
+    MediaTime time{};     ///< when it is shown or heard, as decoded; grows from packet to packet of its stream
     MediaTime captured{}; ///< when its picture was grabbed, on the same clock; for the delay that /status tells
     std::vector<std::byte> bytes;
 };
@@ -75,7 +75,8 @@ struct SoundFormat {
     std::uint32_t samplesPerSecond = 48000;
     std::uint32_t channels = 2;
     std::uint32_t samplesPerPacket = 1024; ///< each packet lasts so long
-    std::uint32_t delaySamples = 0;        ///< what the decoder gives before the first sample of sound
+    std::uint32_t delaySamples = 0;        ///< what the decoder gives before the first sample of sound: the first
+                                           ///< packet's time lies so long before it
 
     /** AAC: an AudioSpecificConfig. Opus: an OpusHead. */
     std::vector<std::byte> decoderConfig;

@@ -20,8 +20,13 @@ namespace kxvcr {
  */
 class MediaWriter : public PacketSink {
 public:
-    /** Hands everything so far to the file. @return false when that failed */
-    virtual bool Flush() = 0;
+    /**
+     * Hands everything so far to the file, the newest picture too, which is shown until @p until at least: a file that
+     * ends here is so long. Nothing is written while there is no picture.
+     * @param until no packet of a picture before this moment is missing; grows from call to call
+     * @return false when writing failed
+     */
+    virtual bool Flush(MediaTime until) = 0;
 
     /** Bytes in the file. */
     virtual std::uint64_t Size() const noexcept = 0;

@@ -1,0 +1,26 @@
+// The formats of recordings.
+#include "worker/file/fileformat.h"
+
+#include <algorithm>
+
+namespace kxvcr {
+
+namespace {
+
+constexpr wchar_t LowerCase(wchar_t character) noexcept {
+    return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character - L'A' + L'a') : character;
+}
+
+} // namespace
+
+std::optional<FileFormat> FormatOfPath(std::wstring_view path) noexcept {
+    for (const FileFormatRow& row : kFileFormats) {
+        if (path.size() >= row.extension.size() &&
+            std::ranges::equal(path.substr(path.size() - row.extension.size()), row.extension, {}, LowerCase)) {
+            return row.format;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace kxvcr
