@@ -56,7 +56,7 @@ Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, Ca
         chosen = surrounding;
         return Result::Accepted;
     }
-    if (!Contains(surrounding.area, asked)) {
+    if (!Contains(surrounding.rect, asked)) {
         return Result::BadRectangle;
     }
     chosen = {asked, nullptr, false};

@@ -42,7 +42,7 @@ class ScreenPictures final : public PictureSource {
 public:
     ScreenPictures(std::unique_ptr<ScreenCapture> capture, const RecordSettings& settings)
         : m_capture(std::move(capture)),
-          m_encoder(settings.area.area.width, settings.area.area.height, settings.quality) {}
+          m_encoder(settings.area.rect.width, settings.area.rect.height, settings.quality) {}
 
     std::span<const std::byte> Take(RecordStatistics& statistics) override {
         ++statistics.captured;
@@ -195,7 +195,7 @@ std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) con
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
-    const ScreenRect& area = m_settings.area.area;
+    const ScreenRect& area = m_settings.area.rect;
     std::unique_ptr<MatroskaWriter> writer =
         MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
     if (writer == nullptr) {
@@ -234,7 +234,7 @@ std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
     if (m_ended || m_pictures == nullptr || m_started) {
         return static_cast<std::int32_t>(Result::WrongOrder);
     }
-    const ScreenRect& area = m_settings.area.area;
+    const ScreenRect& area = m_settings.area.rect;
     auto live = std::make_unique<LiveServer>(area.width, area.height);
     const std::int32_t port = live->Start(settings);
     if (port < 0) {

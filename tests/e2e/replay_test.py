@@ -13,7 +13,7 @@ STEPS_PER_FRAME = 50 / RATE  # the pattern counts fifty times a second at most
 AGE_TOLERANCE_S = 0.25
 LATE_STEPS = 2  # one at the boundary, one that the pattern painted late
 FRAME_TOLERANCE = 2  # a slot at each end
-LONGEST_REPLAY_S = 300
+LONGEST_REPLAY_S = 1800
 
 
 class Replay(RecordCase):

@@ -54,7 +54,7 @@ TEST(ReadPrepare, Zeros_AreTheDefaults) {
 
     EXPECT_EQ(ReadPrepare(BytesOf(ScreenRecordParam{}), TwoMonitors(), settings), Result::Accepted);
 
-    EXPECT_EQ(settings.area.area, (ScreenRect{-800, 0, 2080, 720}));
+    EXPECT_EQ(settings.area.rect, (ScreenRect{-800, 0, 2080, 720}));
     EXPECT_TRUE(settings.area.wholeScreen);
     EXPECT_EQ(settings.framesPerSecond, 30u);
     EXPECT_EQ(settings.quality, 80u);
@@ -74,7 +74,7 @@ TEST(ReadPrepare, GivenValues_AreTaken) {
 
     EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
 
-    EXPECT_EQ(settings.area.area, (ScreenRect{-10, 20, 300, 200}));
+    EXPECT_EQ(settings.area.rect, (ScreenRect{-10, 20, 300, 200}));
     EXPECT_FALSE(settings.area.wholeScreen);
     EXPECT_EQ(settings.framesPerSecond, 60u);
     EXPECT_EQ(settings.quality, 100u);
@@ -87,7 +87,7 @@ TEST(ReadPrepare, Monitor_IsTheAreaAndTheLimitOfARectangle) {
     RecordSettings settings;
 
     EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
-    EXPECT_EQ(settings.area.area, (ScreenRect{-800, 60, 800, 600}));
+    EXPECT_EQ(settings.area.rect, (ScreenRect{-800, 60, 800, 600}));
     EXPECT_EQ(ReadRectangle(-800, 60, 800, 600, 2), Result::Accepted);
     EXPECT_EQ(ReadRectangle(0, 0, 100, 100, 2), Result::BadRectangle);
 }
@@ -145,11 +145,11 @@ TEST(ReadPrepare, TimeMachine_IsTakenUpToItsLimit) {
 
     EXPECT_EQ(read(0), Result::Accepted);
     EXPECT_EQ(settings.replaySeconds, 0u);
-    EXPECT_EQ(read(300), Result::Accepted);
-    EXPECT_EQ(settings.replaySeconds, 300u);
-    EXPECT_EQ(read(301), Result::NotSupported);
+    EXPECT_EQ(read(kMaxReplaySeconds), Result::Accepted);
+    EXPECT_EQ(settings.replaySeconds, kMaxReplaySeconds);
+    EXPECT_EQ(read(kMaxReplaySeconds + 1), Result::NotSupported);
     EXPECT_EQ(read(0xFFFFFFFF), Result::NotSupported);
-    EXPECT_EQ(settings.replaySeconds, 300u);
+    EXPECT_EQ(settings.replaySeconds, kMaxReplaySeconds);
 }
 
 TEST(ScreenLayout, Intersection_IsWhatBothHave) {

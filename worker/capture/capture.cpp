@@ -57,8 +57,8 @@ PictureBuffer PictureBuffer::Create(std::uint32_t width, std::uint32_t height) n
 
 std::unique_ptr<ScreenCapture> ScreenCapture::Create(const CaptureArea& area, bool drawCursor) {
     std::unique_ptr<ScreenCapture> capture(new ScreenCapture(area, drawCursor));
-    capture->m_current = PictureBuffer::Create(area.area.width, area.area.height);
-    capture->m_next = PictureBuffer::Create(area.area.width, area.area.height);
+    capture->m_current = PictureBuffer::Create(area.rect.width, area.rect.height);
+    capture->m_next = PictureBuffer::Create(area.rect.width, area.rect.height);
     if (!capture->m_current || !capture->m_next) {
         return nullptr;
     }
@@ -72,7 +72,7 @@ ScreenRect ScreenCapture::SourceNow() const noexcept {
     if (m_area.monitor != nullptr) {
         return MonitorArea(m_area.monitor);
     }
-    return m_area.area;
+    return m_area.rect;
 }
 
 bool ScreenCapture::CopyScreen(const ScreenRect& source, const ScreenRect& target) const noexcept {
@@ -124,10 +124,10 @@ Grab ScreenCapture::Take() noexcept {
     if (source.width == 0 || source.height == 0) {
         return Grab::Failed;
     }
-    const ScreenRect target = Letterbox(source, m_area.area.width, m_area.area.height);
-    const bool covers = target.width == m_area.area.width && target.height == m_area.area.height;
+    const ScreenRect target = Letterbox(source, m_area.rect.width, m_area.rect.height);
+    const bool covers = target.width == m_area.rect.width && target.height == m_area.rect.height;
     if (!covers || !Contains(WholeScreen(), source)) {
-        PatBlt(m_next.Dc(), 0, 0, Signed(m_area.area.width), Signed(m_area.area.height), BLACKNESS);
+        PatBlt(m_next.Dc(), 0, 0, Signed(m_area.rect.width), Signed(m_area.rect.height), BLACKNESS);
     }
     if (!CopyScreen(source, target)) {
         return Grab::Failed;

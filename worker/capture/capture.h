@@ -4,8 +4,8 @@
  */
 #pragma once
 
+#include "worker/capture/capturearea.h"
 #include "worker/owners.h"
-#include "worker/parameters.h"
 
 #include <cstddef>
 #include <memory>

@@ -27,7 +27,7 @@ inline constexpr std::uint32_t kDefaultFramesPerSecond = 30;
 inline constexpr std::uint32_t kMaxFramesPerSecond = 60;
 inline constexpr std::uint32_t kDefaultQuality = 80;
 inline constexpr std::uint32_t kMaxQuality = 100;
-inline constexpr std::uint32_t kMaxReplaySeconds = 300;
+inline constexpr std::uint32_t kMaxReplaySeconds = 1800;
 inline constexpr std::uint32_t kMaxBitRate = 1'000'000; ///< in kilobits a second
 inline constexpr std::uint32_t kMaxPort = 65535;
 inline constexpr std::uint32_t kDefaultLiveClients = 8;
@@ -78,7 +78,7 @@ inline constexpr ResultMeaning kResults[] = {
     {Result::UnknownCommand, "UnknownCommand", "unknown command"},
     {Result::WrongOrder, "WrongOrder", "wrong order: the command does not fit what the worker is doing"},
     {Result::WrongPayloadSize, "WrongPayloadSize", "wrong payload size"},
-    {Result::NotSupported, "NotSupported", "not supported: a time-machine value above 300"},
+    {Result::NotSupported, "NotSupported", "not supported: a time-machine value above 1800"},
     {Result::BadRectangle, "BadRectangle",
      "bad rectangle: not wholly on the screen or the chosen monitor, or only a part of it given"},
     {Result::BadFrameRate, "BadFrameRate", "bad frame rate: above 60"},

@@ -1,0 +1,18 @@
+/**
+ * @file
+ * What part of the screen is captured.
+ */
+#pragma once
+
+#include "worker/capture/screenlayout.h"
+
+namespace kxvcr {
+
+/** What part of the screen the pictures show. */
+struct CaptureArea {
+    ScreenRect rect;            ///< the pixels at the time of the command; their size is the size of every picture
+    HMONITOR monitor = nullptr; ///< set when the area is a whole monitor, whose changes are followed
+    bool wholeScreen = false;   ///< the area is the virtual screen, whose changes are followed
+};
+
+} // namespace kxvcr

@@ -1,0 +1,32 @@
+/**
+ * @file
+ * What a host can choose: the commands' parameters, checked and with their defaults filled in.
+ */
+#pragma once
+
+#include "sdk/vcr/workerprotocol.h"
+#include "worker/capture/capturearea.h"
+
+#include <cstdint>
+
+namespace kxvcr {
+
+/** What a prepare command asks for. */
+struct RecordSettings {
+    CaptureArea area;
+    std::uint32_t framesPerSecond = kDefaultFramesPerSecond;
+    std::uint32_t quality = kDefaultQuality;
+    std::uint32_t bitRate = 0; ///< the most kilobits a second; 0: the encoder's default
+    bool vp9Replay = false;    ///< the replay is kept as VP9 instead of H.264
+    bool drawCursor = false;
+    std::uint32_t replaySeconds = 0; ///< of the screen, kept from prepare on until a recording begins with them
+};
+
+/** What a start-live-server command asks for. */
+struct LiveSettings {
+    std::uint16_t port = 0; ///< 0 lets the system choose
+    std::uint32_t maxClients = kDefaultLiveClients;
+    bool allInterfaces = false; ///< else loopback only
+};
+
+} // namespace kxvcr
