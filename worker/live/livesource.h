@@ -16,6 +16,9 @@ public:
     /** The streams whose packets the server is given. */
     virtual StreamFormat Format() const = 0;
 
+    /** The present moment on the packets' clock. */
+    virtual MediaTime Now() const noexcept = 0;
+
     /** Asks for a key picture as soon as possible, also while nothing changes on the screen. Never waits. */
     virtual void RequestKey() noexcept = 0;
 
