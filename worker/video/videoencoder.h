@@ -4,12 +4,10 @@
  */
 #pragma once
 
-#include "sdk/vcr/workerprotocol.h"
 #include "worker/packet.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 
 namespace kxvcr {
@@ -62,8 +60,8 @@ public:
     /**
      * Encodes one picture.
      * @param time when it is shown; above the time of the picture before
-     * @param key whether it must be a key picture. The caller asks for those that a stream needs in regular
-     *        intervals; the encoder makes others only where the pictures ask for it.
+     * @param key whether it must be a key picture. The encoder makes others of its own accord: the first picture, one
+     *        at least every two seconds, and one wherever the pictures ask for it.
      * @return null when it could not be encoded. The next picture is then a key picture.
      */
     virtual SharedPacket Encode(const PictureView& picture, MediaTime time, bool key) = 0;
@@ -71,14 +69,5 @@ public:
     /** Changes the effort from the next picture on, without a break in the stream. Encoders that have one ignore it. */
     virtual void SetEffort(Effort effort) noexcept = 0;
 };
-
-/** An encoder, or why there is none. */
-struct MadeEncoder {
-    std::unique_ptr<VideoEncoder> encoder; ///< null unless the result is Accepted
-    Result result = Result::EncoderFailed; ///< Accepted, EncoderMissing, EncoderFailed or OutOfResources
-};
-
-/** Makes the encoder of a codec; a failure is logged. */
-MadeEncoder MakeVideoEncoder(Codec codec, const EncoderSettings& settings) noexcept;
 
 } // namespace kxvcr
