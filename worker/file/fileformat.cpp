@@ -1,6 +1,8 @@
 // The formats of recordings.
 #include "worker/file/fileformat.h"
 
+#include "worker/file/mp4writer.h"
+
 #include <algorithm>
 
 namespace kxvcr {
@@ -21,6 +23,15 @@ std::optional<FileFormat> FormatOfPath(std::wstring_view path) noexcept {
         }
     }
     return std::nullopt;
+}
+
+std::unique_ptr<MediaWriter> CreateWriter(FileFormat format, OutputFile& file, const StreamFormat& streams,
+                                          MediaTime start) {
+    const FileFormatRow& row = RowOf(format);
+    if (streams.picture.codec != row.picture || (streams.sound && streams.sound->codec != row.sound)) {
+        return nullptr;
+    }
+    return Mp4Writer::Create(file, streams, start);
 }
 
 } // namespace kxvcr
