@@ -1,0 +1,151 @@
+// Feeds packets to the worker's writers as a script says, so that files can be tested with other programs' packets.
+// Usage: filewriter.exe SCRIPT PACKETS FILE. The script's lines, with times in 100 ns and configurations in
+// hexadecimal:
+//   picture CODEC WIDTH HEIGHT RATE MATRIX CONFIG
+//   sound CODEC RATE CHANNELS SAMPLES DELAY CONFIG
+//   open START            the formats are known
+//   packet STREAM KEY TIME SIZE    the next SIZE bytes of PACKETS
+//   flush UNTIL
+//   finish END            without it, the file is left as it is
+#include "worker/file/fileformat.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using namespace kxvcr;
+
+std::vector<std::byte> FromHex(const std::string& text) {
+    std::vector<std::byte> bytes;
+    for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+        bytes.push_back(static_cast<std::byte>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+Codec CodecNamed(const std::string& name) {
+    if (name == "h264") {
+        return Codec::H264;
+    }
+    if (name == "vp9") {
+        return Codec::Vp9;
+    }
+    return name == "aac" ? Codec::AacLc : Codec::Opus;
+}
+
+class Script {
+public:
+    Script(const std::string& packets, std::wstring file)
+        : m_packets(packets, std::ios::binary),
+          m_path(std::move(file)) {}
+
+    bool Run(std::istream& lines) {
+        std::string line;
+        while (std::getline(lines, line)) {
+            std::istringstream words(line);
+            std::string verb;
+            words >> verb;
+            if (!Do(verb, words)) {
+                std::cerr << "refused: " << line << '\n';
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    static MediaTime Time(std::istream& words) {
+        std::int64_t count = 0;
+        words >> count;
+        return MediaTime(count);
+    }
+
+    bool Do(const std::string& verb, std::istream& words) {
+        if (verb == "picture") {
+            ReadPicture(words);
+            return true;
+        }
+        if (verb == "sound") {
+            ReadSound(words);
+            return true;
+        }
+        if (verb == "open") {
+            return Open(Time(words));
+        }
+        if (verb == "packet") {
+            return Add(words);
+        }
+        if (verb == "flush") {
+            return m_writer->Flush(Time(words));
+        }
+        if (verb == "finish") {
+            m_writer->Finish(Time(words));
+            return true;
+        }
+        return false;
+    }
+
+    void ReadPicture(std::istream& words) {
+        std::string codec;
+        std::string matrix;
+        std::string config;
+        PictureFormat& picture = m_format.picture;
+        words >> codec >> picture.width >> picture.height >> picture.framesPerSecond >> matrix >> config;
+        picture.codec = CodecNamed(codec);
+        picture.matrix = matrix == "bt601" ? ColorMatrix::Bt601 : ColorMatrix::Bt709;
+        picture.decoderConfig = FromHex(config);
+    }
+
+    void ReadSound(std::istream& words) {
+        std::string codec;
+        std::string config;
+        SoundFormat sound;
+        words >> codec >> sound.samplesPerSecond >> sound.channels >> sound.samplesPerPacket >> sound.delaySamples >>
+            config;
+        sound.codec = CodecNamed(codec);
+        sound.decoderConfig = FromHex(config);
+        m_format.sound = sound;
+    }
+
+    bool Open(MediaTime start) {
+        const auto format = FormatOfPath(m_path);
+        m_file = DiskFile::Create(m_path);
+        m_writer = format && m_file ? CreateWriter(*format, *m_file, m_format, start) : nullptr;
+        return m_writer != nullptr;
+    }
+
+    bool Add(std::istream& words) {
+        std::string stream;
+        auto packet = std::make_shared<Packet>();
+        std::size_t size = 0;
+        words >> stream >> packet->isKey;
+        packet->stream = stream == "sound" ? Stream::Sound : Stream::Picture;
+        packet->time = Time(words);
+        words >> size;
+        packet->bytes.resize(size);
+        m_packets.read(reinterpret_cast<char*>(packet->bytes.data()), static_cast<std::streamsize>(size));
+        return m_packets && m_writer->Add(packet);
+    }
+
+    std::ifstream m_packets;
+    std::wstring m_path;
+    StreamFormat m_format;
+    std::unique_ptr<DiskFile> m_file;
+    std::unique_ptr<MediaWriter> m_writer;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4) {
+        std::fputs("usage: filewriter SCRIPT PACKETS FILE\n", stderr);
+        return 2;
+    }
+    const std::string file = argv[3];
+    std::ifstream lines(argv[1]);
+    return Script(argv[2], std::wstring(file.begin(), file.end())).Run(lines) ? 0 : 1;
+}
