@@ -1,6 +1,7 @@
 # One interface target carries the warnings, definitions and hardening that every target of this project has.
 add_library(kx_options INTERFACE)
-target_include_directories(kx_options INTERFACE "${PROJECT_SOURCE_DIR}/include")
+# Exported headers are included by their path in include/, all others by their path in the repository.
+target_include_directories(kx_options INTERFACE "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}")
 target_compile_definitions(kx_options INTERFACE
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX WINVER=0x0A00 _WIN32_WINNT=0x0A00)
 

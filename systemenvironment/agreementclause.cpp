@@ -3,12 +3,12 @@
 // agreement judgement can each take it back.
 
 #include "agreementsign.h"
+#include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/text.h"
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
-#include "systemenvironment/utf8.h"
 
 #include <windows.h>
 
@@ -71,7 +71,7 @@ std::string SystemEnvironment::GetLoginGuideProtocol() try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kLoginGuideKey;
     std::wstring stored;
     DE::Registry::GetValue(HKEY_USERS, key, kProtocolName, stored, KEY_ALL_ACCESS);
-    std::string protocol = Utf8FromWide(stored);
+    std::string protocol = kx::Utf8FromWide(stored);
     if (!IsProtocolVersionCurrent() || protocol.empty()) {
         return kNotAccepted;
     }

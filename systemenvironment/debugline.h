@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "systemenvironment/messagetext.h"
+#include "common/messagetext.h"
 
 #include <windows.h>
 
@@ -20,7 +20,7 @@ template <class... Values>
 void WriteDebugLine(std::string_view function, const Values&... values) noexcept {
     try {
         std::wostringstream line;
-        messagetext::AppendMessage(line, function, values...);
+        kx::messagetext::AppendMessage(line, function, values...);
         line << std::endl;
         OutputDebugStringW(line.str().c_str());
     } catch (...) { // diagnostics never fail the query that they report on

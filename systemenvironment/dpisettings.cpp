@@ -1,13 +1,13 @@
 // Remembers the display scaling per user, and puts it back after the Windows release has changed.
 // The record lies under the user's key: the release and the system DPI and scaling step last seen under it.
 
+#include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/systeminfo.h"
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
-#include "systemenvironment/utf8.h"
 
 #include <windows.h>
 
@@ -94,7 +94,7 @@ bool WriteRecord(const std::wstring& key, const wchar_t* name, int value) {
 /** Brings the recorded release up to date; whether it was another one than the current. */
 bool ReleaseChanged(const std::wstring& key) {
     constexpr char kFunction[] = "SystemEnvironment::RestoreSystemDpi4Common";
-    const std::wstring current = WideFromUtf8(SystemEnvironment::GetOSReleaseId());
+    const std::wstring current = kx::WideFromUtf8(SystemEnvironment::GetOSReleaseId());
     std::wstring remembered;
     if (!DE::Registry::GetValue(HKEY_USERS, key, kReleaseValue, remembered, KEY_ALL_ACCESS)) {
         WriteDebugLine(kFunction, "RestoreSystemDpi Warning: GetValue failed.");

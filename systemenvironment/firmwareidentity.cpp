@@ -2,12 +2,12 @@
 // the version of the OEM image. Sources are tried one after the other; what was found is written to the registry, for
 // later readers.
 
+#include "common/boundedcopy.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/smbios.h"
 #include "sdk/util/text.h"
 #include "sdk/util/wmi.h"
 #include "systemenvironment.h"
-#include "systemenvironment/boundedcopy.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
 #include "systemenvironment/oemversion.h"
@@ -63,7 +63,7 @@ std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
         return {};
     }
     char id[kSerialNumberCapacity] = {};
-    if (boundedcopy::CopyText(id, kSerialNumberCapacity, narrow.Get()) != 0) {
+    if (kx::CopyText(id, kSerialNumberCapacity, narrow.Get()) != 0) {
         WriteDebugLine("SystemEnvironment::GetDeviceId", "strcpy_s fail");
     }
     return id;
@@ -94,7 +94,7 @@ std::string SystemEnvironment::GetBIOSVersion() try {
         return {};
     }
     char text[kVersionCapacity + 1] = {};
-    if (boundedcopy::CopyText(text, kVersionCapacity, narrow.Get()) != 0) {
+    if (kx::CopyText(text, kVersionCapacity, narrow.Get()) != 0) {
         WriteDebugLine("SystemEnvironment::GetBIOSVersion", "strcpy_s byteArray fail");
     }
     const std::string version = text;
@@ -119,7 +119,7 @@ std::string ParseBIOSVersionOfPadLeft(char* version) try {
     char padded[kVersionCapacity + 1] = {};
     const std::size_t padding = dotAt == 1 ? 1 : 0;
     std::memset(padded, '0', padding);
-    if (boundedcopy::CopyText(padded + padding, kVersionCapacity - padding, version) != 0) {
+    if (kx::CopyText(padded + padding, kVersionCapacity - padding, version) != 0) {
         WriteDebugLine("ParseBIOSVersionOfPadLeft", "strcpy_s fail");
     }
     // The position is that of the text as given, without the padding in front: 12.5 becomes 12.505.

@@ -2,9 +2,9 @@
 // The Windows values come from the registry's CurrentVersion key, the composed line from the version record of
 // Windows itself. Each answer passes through a buffer of fixed size, whose limit is part of the contract.
 
+#include "common/boundedcopy.h"
 #include "sdk/util/registry.h"
 #include "systemenvironment.h"
-#include "systemenvironment/boundedcopy.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
 #include "systemenvironment/oemversion.h"
@@ -33,7 +33,7 @@ std::optional<std::string> BoundedText(const std::wstring& value, const char* fu
         return std::nullopt;
     }
     char text[kValueCapacity + 1] = {};
-    if (boundedcopy::CopyText(text, kValueCapacity, narrow.Get()) != 0) {
+    if (kx::CopyText(text, kValueCapacity, narrow.Get()) != 0) {
         WriteDebugLine(function, "strcpy_s fail");
     }
     return text;
@@ -154,7 +154,7 @@ std::string SystemEnvironment::GetVersionFromRegistry() try {
     }
     char version[kProductVersionCapacity] = {};
     if (std::strlen(narrow.Get()) < kProductVersionCapacity - 1 &&
-        boundedcopy::CopyText(version, kProductVersionCapacity, narrow.Get()) != 0) {
+        kx::CopyText(version, kProductVersionCapacity, narrow.Get()) != 0) {
         WriteDebugLine(kFunction, "strcpy fail");
         return {};
     }

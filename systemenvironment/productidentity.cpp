@@ -1,13 +1,13 @@
 // Which product is this machine? Names from the machine-type service, codes from the SMBIOS texts and the OEM version,
 // the name of a diagnostic log package built from them, and two plain facts about the system.
 
+#include "common/win/utf8.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/smbios.h"
 #include "sdk/util/text.h"
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
-#include "systemenvironment/utf8.h"
 
 #include KX_PRODUCT_SERIES_HEADER
 
@@ -89,7 +89,7 @@ std::wstring SystemEnvironment::GetProductNameForKxshare() try {
                        "fail to get product promote param info. result:", code);
         return {};
     }
-    return WideFromUtf8(info.productName);
+    return kx::WideFromUtf8(info.productName);
 } catch (...) { // no memory
     return {};
 }

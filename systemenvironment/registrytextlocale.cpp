@@ -2,14 +2,14 @@
 // the user's locale name and the display names of log types. Per-user keys are addressed under HKEY_USERS by the
 // user's SID.
 
+#include "common/boundedcopy.h"
+#include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/xml.h"
 #include "systemenvironment.h"
-#include "systemenvironment/boundedcopy.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/oemversion.h"
-#include "systemenvironment/utf8.h"
 
 #include <shlwapi.h>
 #include <windows.h>
@@ -44,7 +44,7 @@ std::string LocaleNameOf(const std::wstring& sid, const char* fallback) {
     if (!DE::Registry::GetValue(HKEY_USERS, sid + kLocaleKey, kLocaleValue, name, KEY_ALL_ACCESS)) {
         return fallback;
     }
-    const std::string utf8 = Utf8FromWide(name);
+    const std::string utf8 = kx::Utf8FromWide(name);
     return utf8.empty() ? fallback : utf8;
 }
 
@@ -98,8 +98,7 @@ std::wstring SystemEnvironment::GetUnicodeString() try {
     const std::size_t size = bytes.size() - kMarkSize;
     std::wstring text(size / sizeof(wchar_t), L'\0');
     // Half a character at the end does not fit: such a file is no UTF-16 text.
-    if (const int error =
-            boundedcopy::CopyBytes(text.data(), text.size() * sizeof(wchar_t), bytes.data() + kMarkSize, size)) {
+    if (const int error = kx::CopyBytes(text.data(), text.size() * sizeof(wchar_t), bytes.data() + kMarkSize, size)) {
         WriteDebugLine("SystemEnvironment::GetUnicodeString", "memcpy_s fail err:", error);
         return {};
     }

@@ -1,13 +1,13 @@
 // Single settings of the suite and of Windows: each function reads or writes one registry value and has one default.
 // The secondary SKU, which comes from the firmware instead, stands at the end.
 
+#include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/smbios.h"
 #include "sdk/util/text.h"
 #include "systemenvironment.h"
 #include "systemenvironment/narrowtext.h"
-#include "systemenvironment/utf8.h"
 
 #include <windows.h>
 
@@ -32,7 +32,7 @@ constexpr wchar_t kSessionPowerKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Ses
 std::string ReadMachineText(const wchar_t* key, const wchar_t* name, const char* fallback) try {
     std::wstring value;
     DE::Registry::GetValue(HKEY_LOCAL_MACHINE, key, name, value, KEY_ALL_ACCESS);
-    const std::string text = Utf8FromWide(value);
+    const std::string text = kx::Utf8FromWide(value);
     return text.empty() ? fallback : text;
 } catch (...) { // no memory
     return fallback;

@@ -4,8 +4,8 @@
  */
 #pragma once
 
+#include "common/messagetext.h"
 #include "sdk/util/logtool.h"
-#include "systemenvironment/messagetext.h"
 
 #include <log4cplus/loggingmacros.h>
 
@@ -56,7 +56,7 @@ void Write(log4cplus::LogLevel level, const char* file, LogSite site, const Valu
             return;
         }
         log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();
-        messagetext::AppendMessage(text, site.function.name, values...);
+        kx::messagetext::AppendMessage(text, site.function.name, values...);
         log4cplus::detail::macro_forced_log(logger, level, text.str(), file, static_cast<int>(site.line),
                                             site.function.signature);
     } catch (...) { // a message that cannot be logged never changes what the proxy returns

@@ -22,11 +22,12 @@
 
 #include "screenrecordproxy.h"
 
-#include "libraries/screenrecordproxy/kernelhandle.h"
+#include "common/boundedcopy.h"
+#include "common/win/handle.h"
 #include "libraries/screenrecordproxy/logchannel.h"
+#include "libraries/screenrecordproxy/sharedhandle.h"
 #include "sdk/ipcmessage/ipcmessage.h"
 #include "systemenvironment.h"
-#include "systemenvironment/boundedcopy.h"
 
 #include <shlwapi.h>
 #include <strsafe.h>
@@ -42,6 +43,7 @@
 namespace KxScreenRecord {
 namespace {
 
+using kx::KernelHandle;
 using logchannel::LogFunction;
 using logchannel::LogSite;
 
@@ -464,13 +466,13 @@ bool ScreenRecordProxy::PrepareTimemachine(const ScreenRecordParam& param, unsig
     }
     std::array<std::uint8_t, sizeof(param) + sizeof(timeMachine)> payload = {};
     std::size_t payloadSize = sizeof(param);
-    if (const int error = boundedcopy::CopyBytes(payload.data(), payload.size(), &param, sizeof(param))) {
+    if (const int error = kx::CopyBytes(payload.data(), payload.size(), &param, sizeof(param))) {
         LogError(kHere, "memcpy_s returnCode =", error);
         return false;
     }
     if (timeMachine != 0) {
-        if (const int error = boundedcopy::CopyBytes(payload.data() + payloadSize, payload.size() - payloadSize,
-                                                     &timeMachine, sizeof(timeMachine))) {
+        if (const int error = kx::CopyBytes(payload.data() + payloadSize, payload.size() - payloadSize, &timeMachine,
+                                            sizeof(timeMachine))) {
             LogError(kHere, "memcpy_s returnCode =", error);
             return false;
         }

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace messagetext {
+namespace kx::messagetext {
 
 /** Narrow text, widened character by character: one wide character a byte, without a code page. */
 inline void Append(std::wostream& stream, std::string_view text) {
@@ -37,4 +37,4 @@ void AppendMessage(std::wostream& stream, std::string_view function, const Value
     stream << L')';
 }
 
-} // namespace messagetext
+} // namespace kx::messagetext

@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace boundedcopy {
+namespace kx {
 
 /**
  * Copies @p size bytes.
@@ -50,4 +50,4 @@ inline int CopyText(char* destination, std::size_t capacity, const char* source)
     return 0;
 }
 
-} // namespace boundedcopy
+} // namespace kx

@@ -1,5 +1,5 @@
 // The copies that check the destination's size: limits to the byte, codes, and what a failed copy leaves behind.
-#include "systemenvironment/boundedcopy.h"
+#include "common/boundedcopy.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +10,8 @@
 
 namespace {
 
-using boundedcopy::CopyBytes;
-using boundedcopy::CopyText;
+using kx::CopyBytes;
+using kx::CopyText;
 
 constexpr char kSource[] = {1, 2, 3, 4};
 
