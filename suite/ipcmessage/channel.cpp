@@ -1,11 +1,12 @@
 // The channel's pipe: name, access and the check of the other process.
 #include "channel.h"
 
+#include "common/win/usersid.h"
+
 #include <sddl.h>
 #include <winternl.h>
 
 #include <cstdint>
-#include <vector>
 
 namespace ipcmessage {
 namespace {
@@ -52,27 +53,6 @@ bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) {
     return ParentIdOf(child) == parentId && childStart != 0 && parentStart != 0 && childStart >= parentStart;
 }
 
-// Empty on failure.
-std::wstring CurrentUserSid() {
-    HANDLE rawToken = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &rawToken)) {
-        return {};
-    }
-    const KernelHandle token(rawToken);
-    DWORD size = 0;
-    GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
-    std::vector<std::uint64_t> block(size / sizeof(std::uint64_t) + 1);
-    if (!GetTokenInformation(token.Get(), TokenUser, block.data(), size, &size)) {
-        return {};
-    }
-    wchar_t* rawText = nullptr;
-    if (!ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(block.data())->User.Sid, &rawText)) {
-        return {};
-    }
-    const LocalBlock<wchar_t> text(rawText);
-    return text.get();
-}
-
 } // namespace
 
 std::wstring ChannelName(DWORD hostProcessId, int moduleId) {
@@ -81,17 +61,16 @@ std::wstring ChannelName(DWORD hostProcessId, int moduleId) {
 }
 
 FileHandle CreateChannelPipe(const std::wstring& name) {
-    const std::wstring user = CurrentUserSid();
+    const std::wstring user = kx::CurrentUserSid();
     if (user.empty()) {
         return {};
     }
-    void* rawDescriptor = nullptr;
+    kx::LocalBlock<void> descriptor;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorW((L"D:P(A;;GA;;;" + user + L")").c_str(), SDDL_REVISION_1,
-                                                              &rawDescriptor, nullptr)) {
+                                                              descriptor.Receive(), nullptr)) {
         return {};
     }
-    const LocalBlock<void> descriptor(rawDescriptor);
-    SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
+    SECURITY_ATTRIBUTES security{sizeof security, descriptor.Get(), FALSE};
     return FileHandle(CreateNamedPipeW(name.c_str(),
                                        PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
                                        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,

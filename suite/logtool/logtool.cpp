@@ -3,6 +3,8 @@
 
 #include "sdk/util/logtool.h"
 
+#include "common/win/modulepath.h"
+
 #include <log4cplus/configurator.h>
 #include <log4cplus/fileappender.h>
 #include <log4cplus/layout.h>
@@ -17,8 +19,10 @@
 #include <filesystem>
 #include <locale>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,16 +33,13 @@ constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %
 constexpr long kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
+// @throws std::system_error
 std::filesystem::path HostExecutable() {
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length < path.size()) {
-            path.resize(length);
-            return path;
-        }
-        path.resize(2 * path.size());
+    std::optional<std::wstring> path = kx::ModulePath(nullptr);
+    if (!path) {
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category());
     }
+    return *std::move(path);
 }
 
 // The appender's locale has its code in this library, and log4cplus may outlive it where the host uses log4cplus as

@@ -1,8 +1,8 @@
 // Whether a file exists, and the SHA-256 of its bytes.
 #include "sdk/util/file.h"
 
+#include "common/win/owner.h"
 #include "filereader.h"
-#include "owned.h"
 
 #include <windows.h>
 // bcrypt.h needs the types of windows.h.
@@ -28,13 +28,13 @@ namespace {
 struct AlgorithmPolicy {
     using Value = BCRYPT_ALG_HANDLE;
     static Value None() noexcept { return nullptr; }
-    static void Close(Value value) noexcept { BCryptCloseAlgorithmProvider(value, 0); }
+    static void Free(Value value) noexcept { BCryptCloseAlgorithmProvider(value, 0); }
 };
 
 struct HashPolicy {
     using Value = BCRYPT_HASH_HANDLE;
     static Value None() noexcept { return nullptr; }
-    static void Close(Value value) noexcept { BCryptDestroyHash(value); }
+    static void Free(Value value) noexcept { BCryptDestroyHash(value); }
 };
 
 constexpr size_t kDigestBytes = 32;
@@ -62,11 +62,11 @@ std::string GetFileSha256Hex(const std::string& path) try {
     if (!file.IsOpen()) {
         return {};
     }
-    kxutil::Owned<AlgorithmPolicy> algorithm;
+    kx::Owner<AlgorithmPolicy> algorithm;
     if (!Succeeded(BCryptOpenAlgorithmProvider(algorithm.Receive(), BCRYPT_SHA256_ALGORITHM, nullptr, 0))) {
         return {};
     }
-    kxutil::Owned<HashPolicy> hash;
+    kx::Owner<HashPolicy> hash;
     if (!Succeeded(BCryptCreateHash(algorithm.Get(), hash.Receive(), nullptr, 0, nullptr, 0, 0))) {
         return {};
     }

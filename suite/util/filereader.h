@@ -1,7 +1,7 @@
 // Sequential reading of a file that others may be writing, renaming or deleting meanwhile.
 #pragma once
 
-#include "owned.h"
+#include "common/win/handle.h"
 
 #include <cstddef>
 #include <optional>
@@ -35,7 +35,7 @@ private:
                            OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     }
 
-    OwnedFile m_file;
+    kx::FileHandle m_file;
 };
 
 } // namespace kxutil

@@ -1,6 +1,9 @@
 // Reads the product profile; ProductProfile.sample.xml documents the file.
 #include "productprofile.h"
 
+#include "common/win/modulepath.h"
+#include "sdk/util/text.h"
+
 #include <windows.h>
 
 #include <charconv>
@@ -14,22 +17,8 @@ constexpr char kProfileFile[] = "\\config\\ProductProfile.xml";
 // The folder of this library in the process's ANSI code page, without a backslash at its end; empty on failure.
 std::string OwnFolder() {
     static constexpr char kSomethingOfThisModule = 0;
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                            &kSomethingOfThisModule, &module)) {
-        return {};
-    }
-    std::string path(MAX_PATH, '\0');
-    for (;;) {
-        const DWORD length = GetModuleFileNameA(module, path.data(), static_cast<DWORD>(path.size()));
-        if (length < path.size()) {
-            path.resize(length);
-            break;
-        }
-        path.resize(2 * path.size());
-    }
-    const size_t separator = path.rfind('\\');
-    return separator == std::string::npos ? std::string() : path.substr(0, separator);
+    const HMODULE module = kx::ModuleContaining(&kSomethingOfThisModule);
+    return module == nullptr ? std::string() : DE::UnicodeToANSI(kx::ModuleFolder(module).value_or(std::wstring()));
 }
 
 std::optional<std::string> Text(const KxXmlElement& element, const std::string& attribute) {

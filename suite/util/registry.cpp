@@ -1,7 +1,7 @@
 // Registry access: every value is read whole before an output is touched.
 #include "sdk/util/registry.h"
 
-#include "owned.h"
+#include "common/win/handle.h"
 
 #include <algorithm>
 #include <array>
@@ -24,35 +24,31 @@ bool IsName(const std::wstring& name) {
 }
 
 const wchar_t* WithoutLeadingBackslash(const std::wstring& subKey) {
-    return subKey.c_str() + (!subKey.empty() && subKey.front() == L'\\' ? 1 : 0);
+    return subKey.c_str() + (subKey.starts_with(L'\\') ? 1 : 0);
 }
 
-kxutil::OwnedRegistryKey Open(HKEY root, const std::wstring& subKey, DWORD access) {
-    kxutil::OwnedRegistryKey key;
-    if (IsName(subKey) &&
-        RegOpenKeyExW(root, WithoutLeadingBackslash(subKey), 0, access, key.Receive()) != ERROR_SUCCESS) {
-        key.Release();
+kx::RegistryKey Open(HKEY root, const std::wstring& subKey, DWORD access) {
+    HKEY key = nullptr;
+    if (!IsName(subKey) || RegOpenKeyExW(root, WithoutLeadingBackslash(subKey), 0, access, &key) != ERROR_SUCCESS) {
+        return {};
     }
-    return key;
+    return kx::RegistryKey(key);
 }
 
-kxutil::OwnedRegistryKey Create(HKEY root, const std::wstring& subKey, DWORD access) {
-    kxutil::OwnedRegistryKey key;
+kx::RegistryKey Create(HKEY root, const std::wstring& subKey, DWORD access) {
     if (!IsName(subKey)) {
-        return key;
+        return {};
     }
     const wchar_t* const path = WithoutLeadingBackslash(subKey);
+    HKEY key = nullptr;
     const auto create = [&](DWORD option) {
-        const LSTATUS status = RegCreateKeyExW(root, path, 0, nullptr, option, access, nullptr, key.Receive(), nullptr);
-        if (status != ERROR_SUCCESS) {
-            key.Release();
-        }
-        return status;
+        return RegCreateKeyExW(root, path, 0, nullptr, option, access, nullptr, &key, nullptr);
     };
-    if (create(REG_OPTION_NON_VOLATILE) == ERROR_CHILD_MUST_BE_VOLATILE) {
-        create(REG_OPTION_VOLATILE);
+    LSTATUS status = create(REG_OPTION_NON_VOLATILE);
+    if (status == ERROR_CHILD_MUST_BE_VOLATILE) {
+        status = create(REG_OPTION_VOLATILE);
     }
-    return key;
+    return status == ERROR_SUCCESS ? kx::RegistryKey(key) : kx::RegistryKey();
 }
 
 /** A value as it is stored. */
@@ -129,7 +125,7 @@ Registry::~Registry() {
 }
 
 void Registry::Close() {
-    const kxutil::OwnedRegistryKey closing(std::exchange(m_key, nullptr));
+    const kx::RegistryKey closing(std::exchange(m_key, nullptr));
 }
 
 void Registry::SetRootKey(HKEY root) {

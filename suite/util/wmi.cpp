@@ -1,11 +1,10 @@
 // One property of a WMI query's first row, over COM. What the thread has made of COM before stays as it is.
 #include "sdk/util/wmi.h"
 
-#include "owned.h"
+#include "common/win/com.h"
 
 #include <windows.h>
 // The WMI interfaces need the types of windows.h.
-#include <oleauto.h>
 #include <wbemcli.h>
 
 #include <exception>
@@ -15,45 +14,13 @@ namespace {
 
 constexpr long kAnswerTimeoutMs = 30'000;
 
-template <typename Interface>
-struct ComPolicy {
-    using Value = Interface*;
-    static Value None() noexcept { return nullptr; }
-    static void Close(Value value) noexcept { value->Release(); }
-};
-template <typename Interface>
-using OwnedCom = kxutil::Owned<ComPolicy<Interface>>;
-
-struct BStringPolicy {
-    using Value = BSTR;
-    static Value None() noexcept { return nullptr; }
-    static void Close(Value value) noexcept { SysFreeString(value); }
-};
-using OwnedBString = kxutil::Owned<BStringPolicy>;
-
-OwnedBString ToBString(const std::wstring& text) {
-    OwnedBString copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
+kx::BString ToBString(const std::wstring& text) {
+    kx::BString copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
     if (!copy) {
         throw std::bad_alloc();
     }
     return copy;
 }
-
-/** The thread's membership in an apartment: its own, or the multithreaded one for as long as this lives. */
-class Apartment {
-public:
-    Apartment() noexcept : m_entered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
-    ~Apartment() {
-        if (m_entered) {
-            CoUninitialize();
-        }
-    }
-    Apartment(const Apartment&) = delete;
-    Apartment& operator=(const Apartment&) = delete;
-
-private:
-    bool m_entered;
-};
 
 /** A variant that is emptied at the end. */
 class OwnedVariant {
@@ -81,21 +48,21 @@ private:
 } // namespace
 
 struct WMI::Connection {
-    Apartment apartment; // first, so that the thread leaves it after the interfaces are released
-    OwnedCom<IWbemServices> services;
+    kx::ComApartment apartment; // first, so that the thread leaves it after the interfaces are released
+    kx::ComPtr<IWbemServices> services;
 };
 
 namespace {
 
-OwnedCom<IWbemServices> Connect(const std::wstring& nameSpace) {
-    OwnedCom<IWbemLocator> locator;
+kx::ComPtr<IWbemServices> Connect(const std::wstring& nameSpace) {
+    kx::ComPtr<IWbemLocator> locator;
     if (FAILED(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
                                 reinterpret_cast<void**>(locator.Receive())))) {
         return {};
     }
-    OwnedCom<IWbemServices> services;
-    if (FAILED(locator.Get()->ConnectServer(ToBString(nameSpace).Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                            services.Receive()))) {
+    kx::ComPtr<IWbemServices> services;
+    if (FAILED(locator->ConnectServer(ToBString(nameSpace).Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                      services.Receive()))) {
         return {};
     }
     // WMI acts as the caller. Where the connection is no proxy there is nothing to set, and a failure is none.
@@ -122,18 +89,18 @@ std::wstring WMI::SelectStr(const std::wstring& query, const std::wstring& prope
         return {};
     }
     IWbemServices& services = *m_connection->services.Get();
-    OwnedCom<IEnumWbemClassObject> rows;
+    kx::ComPtr<IEnumWbemClassObject> rows;
     if (FAILED(services.ExecQuery(ToBString(L"WQL").Get(), ToBString(query).Get(),
                                   WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr, rows.Receive()))) {
         return {};
     }
-    OwnedCom<IWbemClassObject> row;
+    kx::ComPtr<IWbemClassObject> row;
     ULONG count = 0;
-    if (rows.Get()->Next(kAnswerTimeoutMs, 1, row.Receive(), &count) != WBEM_S_NO_ERROR || count != 1) {
+    if (rows->Next(kAnswerTimeoutMs, 1, row.Receive(), &count) != WBEM_S_NO_ERROR || count != 1) {
         return {};
     }
     OwnedVariant value;
-    if (FAILED(row.Get()->Get(property.c_str(), 0, value.Get(), nullptr, nullptr))) {
+    if (FAILED(row->Get(property.c_str(), 0, value.Get(), nullptr, nullptr))) {
         return {};
     }
     return value.ToText();
