@@ -3,9 +3,9 @@
 // session.
 //
 // A program without a console of its own, so that no console window opens on the screen that it records.
+#include "common/win/handle.h"
 #include "sdk/vcr/workerprotocol.h"
 #include "worker/commands.h"
-#include "worker/owners.h"
 #include "worker/recorder.h"
 #include "worker/sessionend.h"
 
@@ -66,7 +66,7 @@ bool ReportReady(IPCMessageService& service) {
 
 // Serves the host until @p end is signalled: by the recorder, or here when the host says stop or is gone. Returns false
 // when the channel cannot be opened.
-bool Serve(ScreenRecorder& recorder, const KernelHandle& end) {
+bool Serve(ScreenRecorder& recorder, const kx::KernelHandle& end) {
     CommandHandler commands(recorder);
     SessionEndWindow sessionEnd([&recorder] { recorder.Finish(); });
 
@@ -101,7 +101,7 @@ ExitCode Run() {
     }
     // Rectangles are physical pixels, whatever the display scaling.
     SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
-    const KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const kx::KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!end) {
         throw std::bad_alloc();
     }

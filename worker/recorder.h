@@ -4,10 +4,10 @@
  */
 #pragma once
 
+#include "common/win/handle.h"
 #include "worker/capturesink.h"
 #include "worker/commands.h"
 #include "worker/framesink.h"
-#include "worker/owners.h"
 #include "worker/parameters.h"
 
 #include <cstddef>
@@ -123,7 +123,7 @@ private:
     void Capture() noexcept;
 
     mutable std::mutex m_mutex;
-    KernelHandle m_stop;
+    kx::KernelHandle m_stop;
     bool m_ended = false;
     bool m_started = false; // a file or the live server
     RecordSettings m_settings;

@@ -19,7 +19,7 @@ SessionEndWindow::SessionEndWindow(std::function<void()> onSessionEnd) : m_onSes
     windowClass.hInstance = GetModuleHandleW(nullptr);
     windowClass.lpszClassName = kWindowClass;
     RegisterClassExW(&windowClass);
-    m_window = Window(
+    m_window.Reset(
         CreateWindowExW(0, kWindowClass, L"KXVCR", 0, 0, 0, 0, 0, nullptr, nullptr, windowClass.hInstance, nullptr));
     if (m_window) {
         SetWindowLongPtrW(m_window.Get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));

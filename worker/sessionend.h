@@ -4,11 +4,19 @@
  */
 #pragma once
 
-#include "worker/owners.h"
+#include "common/win/owner.h"
+
+#include <windows.h>
 
 #include <functional>
 
 namespace kxvcr {
+
+struct WindowPolicy {
+    using Value = HWND;
+    static Value None() noexcept { return nullptr; }
+    static void Free(Value window) noexcept { DestroyWindow(window); }
+};
 
 /** A hidden window, because Windows tells the end of a session to windows. Belongs to the thread that made it. */
 class SessionEndWindow {
@@ -30,7 +38,7 @@ private:
 
     std::function<void()> m_onSessionEnd;
     bool m_sessionEnded = false;
-    Window m_window;
+    kx::Owner<WindowPolicy> m_window;
 };
 
 } // namespace kxvcr

@@ -2,6 +2,7 @@
 // To the live server: it gets every slot from then on and none from before.
 #include "worker/capturesink.h"
 
+#include "common/win/handle.h"
 #include "matroskareader.h"
 #include "memoryfile.h"
 #include "worker/recorder.h"
@@ -117,7 +118,7 @@ protected:
         return number;
     }
 
-    KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    kx::KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     MemoryFile disk;
     CaptureSink sink;
     NumberedPictures pictures;
@@ -165,7 +166,7 @@ TEST_P(Switch, OldestSlots_HaveLeftTheReplay) {
 
 TEST_P(Switch, FromAnotherThread_LosesNoSlot) {
     sink.KeepReplay(1000);
-    const KernelHandle running(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const kx::KernelHandle running(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     pictures.script[8] = [&running] { SetEvent(running.Get()); };
     std::jthread commands([&] {
         EXPECT_EQ(WaitForSingleObject(running.Get(), kLimitMs), WAIT_OBJECT_0);

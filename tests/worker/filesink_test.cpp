@@ -1,6 +1,7 @@
 // A recording's file in the background: everything arrives, a slow disk delays nobody, a bad one is noticed.
 #include "worker/file/filesink.h"
 
+#include "common/win/handle.h"
 #include "matroskareader.h"
 #include "memoryfile.h"
 #include "worker/capture/pacing.h"
@@ -36,7 +37,7 @@ public:
     bool Flush() override { return m_target.Flush(); }
     void Discard() noexcept override { m_target.Discard(); }
 
-    KernelHandle gate{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    kx::KernelHandle gate{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
 
 private:
     MemoryFile& m_target;
@@ -181,7 +182,7 @@ TEST_F(FileSinkTest, Discard_RemovesTheFile) {
 
 TEST_F(FileSinkTest, LongRecording_ReachesTheDiskAboutOnceASecond) {
     const FrameTimer timer;
-    const KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const kx::KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const auto sink = Open(disk);
     const FrameClock clock(NowTicks(), TicksPerSecond(), kFormat.framesPerSecond);
 

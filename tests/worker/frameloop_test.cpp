@@ -1,6 +1,8 @@
 // The recording loop: a picture for every slot, whatever the source and the sink do.
 #include "worker/recorder.h"
 
+#include "common/win/handle.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -64,7 +66,7 @@ protected:
         }
     }
 
-    KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    kx::KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     FakeSink sink;
 };
 

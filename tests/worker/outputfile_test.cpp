@@ -1,6 +1,8 @@
 // The recording's file on disk: what may be created, what stays when it may not.
 #include "worker/file/outputfile.h"
 
+#include "common/win/handle.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -58,7 +60,7 @@ TEST_F(DiskFileTest, ExistingFile_IsReplaced) {
 
 TEST_F(DiskFileTest, ExistingFileThatMayNotBeWritten_StaysAsItIs) {
     Write(folder / L"a.mkv", "before");
-    kxvcr::FileHandle used(
+    kx::FileHandle used(
         CreateFileW((folder / L"a.mkv").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
 
     EXPECT_EQ(DiskFile::Create(folder / L"a.mkv"), nullptr);

@@ -1,6 +1,8 @@
 // The frame clock's arithmetic and its wait.
 #include "worker/capture/pacing.h"
 
+#include "common/win/handle.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -57,7 +59,7 @@ TEST(FrameClock, Plan_LongestFilledGap_IsFilledAndALongerOneIsLeftOut) {
 }
 
 TEST(FrameTimer, DueMoment_IsNotReachedEarly) {
-    const kxvcr::KernelHandle stop(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const kx::KernelHandle stop(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const kxvcr::FrameTimer timer;
     const std::int64_t due = kxvcr::NowTicks() + kxvcr::TicksPerSecond() / 20;
 
@@ -67,7 +69,7 @@ TEST(FrameTimer, DueMoment_IsNotReachedEarly) {
 }
 
 TEST(FrameTimer, Stop_EndsTheWaitAtOnce) {
-    const kxvcr::KernelHandle stop(CreateEventW(nullptr, TRUE, TRUE, nullptr));
+    const kx::KernelHandle stop(CreateEventW(nullptr, TRUE, TRUE, nullptr));
     const kxvcr::FrameTimer timer;
 
     EXPECT_FALSE(timer.WaitUntil(kxvcr::NowTicks() + 3600 * kxvcr::TicksPerSecond(), stop.Get()));

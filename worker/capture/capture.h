@@ -5,7 +5,7 @@
 #pragma once
 
 #include "worker/capture/capturearea.h"
-#include "worker/owners.h"
+#include "worker/capture/gdi.h"
 
 #include <cstddef>
 #include <memory>

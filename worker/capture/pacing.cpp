@@ -63,7 +63,7 @@ FineTimerResolution::~FineTimerResolution() {
 FrameTimer::FrameTimer() noexcept
     : m_timer(CreateWaitableTimerExW(nullptr, nullptr, kHighResolutionTimer, TIMER_ALL_ACCESS)) {
     if (!m_timer) {
-        m_timer = KernelHandle(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
+        m_timer = kx::KernelHandle(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
     }
 }
 

@@ -6,7 +6,7 @@
  */
 #pragma once
 
-#include "worker/owners.h"
+#include "common/win/handle.h"
 
 #include <cstdint>
 
@@ -72,7 +72,7 @@ public:
     bool WaitUntil(std::int64_t dueTicks, HANDLE stop) const noexcept;
 
 private:
-    KernelHandle m_timer;
+    kx::KernelHandle m_timer;
 };
 
 } // namespace kxvcr

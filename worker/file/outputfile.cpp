@@ -27,8 +27,8 @@ std::wstring SystemPath(const std::wstring& path) {
 
 std::unique_ptr<DiskFile> DiskFile::Create(const std::wstring& path) {
     std::wstring systemPath = SystemPath(path);
-    FileHandle file(CreateFileW(systemPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    kx::FileHandle file(CreateFileW(systemPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
         return nullptr;
     }
@@ -39,7 +39,9 @@ std::unique_ptr<DiskFile> DiskFile::Create(const std::wstring& path) {
     return std::unique_ptr<DiskFile>(new DiskFile(std::move(file), std::move(systemPath)));
 }
 
-DiskFile::DiskFile(FileHandle file, std::wstring path) noexcept : m_file(std::move(file)), m_path(std::move(path)) {}
+DiskFile::DiskFile(kx::FileHandle file, std::wstring path) noexcept
+    : m_file(std::move(file)),
+      m_path(std::move(path)) {}
 
 bool DiskFile::WriteAt(std::uint64_t offset, std::span<const std::byte> bytes) {
     while (!bytes.empty()) {

@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "worker/owners.h"
+#include "common/win/handle.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -53,9 +53,9 @@ public:
     void Discard() noexcept override;
 
 private:
-    DiskFile(FileHandle file, std::wstring path) noexcept;
+    DiskFile(kx::FileHandle file, std::wstring path) noexcept;
 
-    FileHandle m_file;
+    kx::FileHandle m_file;
     std::wstring m_path; // as the system takes it
 };
 

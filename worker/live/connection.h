@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "worker/owners.h"
+#include "common/win/handle.h"
 
 #include <winsock2.h>
 
@@ -15,12 +15,12 @@
 
 namespace kxvcr {
 
-struct SocketTraits {
-    using Type = SOCKET;
-    static Type Invalid() noexcept { return INVALID_SOCKET; }
-    static void Free(Type socket) noexcept { closesocket(socket); }
+struct SocketPolicy {
+    using Value = SOCKET;
+    static Value None() noexcept { return INVALID_SOCKET; }
+    static void Free(Value socket) noexcept { closesocket(socket); }
 };
-using Socket = Owner<SocketTraits>;
+using Socket = kx::Owner<SocketPolicy>;
 
 /** An accepted connection; closed when it goes out of scope. To be used by one thread at a time. */
 class Connection {
@@ -58,7 +58,7 @@ private:
 
     Socket m_socket;
     HANDLE m_stop;
-    KernelHandle m_event;
+    kx::KernelHandle m_event;
 };
 
 } // namespace kxvcr

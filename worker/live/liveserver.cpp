@@ -234,7 +234,7 @@ private:
 
     HANDLE m_stop;
     LivePatience m_patience;
-    KernelHandle m_acceptable;
+    kx::KernelHandle m_acceptable;
 };
 
 } // namespace
@@ -423,7 +423,7 @@ private:
     std::uint32_t m_height;
     LiveSettings m_settings;
     Clock::time_point m_started;
-    KernelHandle m_stop;
+    kx::KernelHandle m_stop;
     LivePictures m_pictures;
     std::atomic<std::uint32_t> m_viewers = 0;
     std::atomic<std::uint64_t> m_served = 0;

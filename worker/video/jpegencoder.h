@@ -4,7 +4,9 @@
  */
 #pragma once
 
-#include "worker/owners.h"
+#include "common/win/owner.h"
+
+#include <turbojpeg.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,13 @@
 #include <vector>
 
 namespace kxvcr {
+
+struct JpegCompressorPolicy {
+    using Value = tjhandle;
+    static Value None() noexcept { return nullptr; }
+    static void Free(Value compressor) noexcept { tjDestroy(compressor); }
+};
+using JpegCompressor = kx::Owner<JpegCompressorPolicy>;
 
 /** One compressor and its output block for pictures of one size. */
 class JpegEncoder {
