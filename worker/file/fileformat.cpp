@@ -2,6 +2,7 @@
 #include "worker/file/fileformat.h"
 
 #include "worker/file/mp4writer.h"
+#include "worker/file/webmwriter.h"
 
 #include <algorithm>
 
@@ -31,7 +32,15 @@ std::unique_ptr<MediaWriter> CreateWriter(FileFormat format, OutputFile& file, c
     if (streams.picture.codec != row.picture || (streams.sound && streams.sound->codec != row.sound)) {
         return nullptr;
     }
-    return Mp4Writer::Create(file, streams, start);
+    switch (format) {
+    case FileFormat::Mp4:
+        return Mp4Writer::Create(file, streams, start);
+    case FileFormat::WebM:
+        return CreateWebmWriter(file, DocType::WebM, streams, start);
+    case FileFormat::Matroska:
+        return CreateWebmWriter(file, DocType::Matroska, streams, start);
+    }
+    return nullptr;
 }
 
 } // namespace kxvcr
