@@ -1,6 +1,7 @@
 # Libraries that the project calls. A Windows package manager brings them from vcpkg.json, scripts/bootstrap.sh
 # builds them for the cross presets; both end in the same imported targets.
 find_package(log4cplus CONFIG REQUIRED)
+find_package(Log4cplusStatic REQUIRED)
 find_package(tinyxml2 CONFIG REQUIRED)
 find_package(CLI11 CONFIG REQUIRED)
 find_package(nlohmann_json CONFIG REQUIRED)

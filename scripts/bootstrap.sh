@@ -88,9 +88,9 @@ fetch() {
 }
 
 # build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once for each version
-# and set of arguments.
+# and set of arguments. A VARIANT goes to a prefix of its own.
 build() {
-    local name="$1" version="$2"
+    local name="$1" version="$2" prefix="$PREFIX${VARIANT:+-$VARIANT}"
     shift 2
     local stamp
     stamp="$DEPS/stamps/$name-$version-$(printf '%s\n' "$@" | cksum | cut -d ' ' -f 1)"
@@ -102,7 +102,7 @@ build() {
     mkdir -p "$tree"
     if ! {
         cmake -S "$DEPS/src/$name-$version" -B "$tree" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
-            -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$PREFIX" -DCMAKE_PREFIX_PATH="$PREFIX" \
+            -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$PREFIX" \
             -DCMAKE_POLICY_DEFAULT_CMP0077=NEW "$@" &&
             cmake --build "$tree" && cmake --install "$tree" &&
             { ! declare -F "install_more_of_$name" >/dev/null || "install_more_of_$name" "$tree" "$DEPS/src/$name-$version"; }
@@ -139,9 +139,13 @@ make_template_prefix() {
 }
 
 install_host_packages
-build log4cplus 2.0.8 -DUNICODE=ON -DBUILD_SHARED_LIBS=ON -DLOG4CPLUS_BUILD_TESTING=OFF \
-    -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF \
-    -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF # its threads outlive main, and the library then waits for them for ever
+# Without its thread pool: the pool's threads outlive main, and the library then waits for them for ever.
+readonly LOG4CPLUS_OPTIONS=(
+    -DUNICODE=ON -DLOG4CPLUS_BUILD_TESTING=OFF -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF
+    -DLOG4CPLUS_ENABLE_DECORATED_LIBRARY_NAME=OFF -DLOG4CPLUS_ENABLE_THREAD_POOL=OFF
+)
+build log4cplus 2.0.8 -DBUILD_SHARED_LIBS=ON "${LOG4CPLUS_OPTIONS[@]}"
+VARIANT=static build log4cplus 2.0.8 -DBUILD_SHARED_LIBS=OFF "${LOG4CPLUS_OPTIONS[@]}" # for the worker, which is one file
 build tinyxml2 9.0.0+dfsg -DBUILD_SHARED_LIBS=OFF -Dtinyxml2_BUILD_TESTING=OFF -DBUILD_TESTING=OFF
 build googletest 1.12.1 -DBUILD_SHARED_LIBS=OFF
 build benchmark 1.7.1 -DBUILD_SHARED_LIBS=OFF -DBENCHMARK_ENABLE_TESTING=OFF -DBENCHMARK_ENABLE_WERROR=OFF \

@@ -117,6 +117,10 @@ ExitCode Run() {
 } // namespace
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+    // Libraries of Windows come from the system folder, never from the worker's own: the host verified one file.
+    if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+        return static_cast<int>(ExitCode::OutOfResources);
+    }
     try {
         // Ctrl-C in the host's terminal is the host's to answer: it stops the worker by its command.
         SetConsoleCtrlHandler(nullptr, TRUE);

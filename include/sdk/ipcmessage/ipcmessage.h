@@ -15,8 +15,10 @@
 #include <memory>
 #include <type_traits>
 
-/** Marks what the library exports. */
-#if defined(KXIPCMESSAGE_BUILD)
+/** Marks what the library exports; empty in a program that carries the library's code itself. */
+#if defined(KXIPCMESSAGE_STATIC)
+#define KXIPCMESSAGE_API
+#elif defined(KXIPCMESSAGE_BUILD)
 #define KXIPCMESSAGE_API __declspec(dllexport)
 #else
 #define KXIPCMESSAGE_API __declspec(dllimport)

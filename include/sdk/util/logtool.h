@@ -11,8 +11,10 @@
 
 #include <log4cplus/logger.h>
 
-/** Marks what the library exports. */
-#if defined(KXLOGTOOL_BUILD)
+/** Marks what the library exports; empty in a program that carries the library's code itself. */
+#if defined(KXLOGTOOL_STATIC)
+#define KXLOGTOOL_API
+#elif defined(KXLOGTOOL_BUILD)
 #define KXLOGTOOL_API __declspec(dllexport)
 #else
 #define KXLOGTOOL_API __declspec(dllimport)
