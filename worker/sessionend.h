@@ -12,12 +12,6 @@
 
 namespace kxvcr {
 
-struct WindowPolicy {
-    using Value = HWND;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value window) noexcept { DestroyWindow(window); }
-};
-
 /** A hidden window, because Windows tells the end of a session to windows. Belongs to the thread that made it. */
 class SessionEndWindow {
 public:
@@ -38,7 +32,7 @@ private:
 
     std::function<void()> m_onSessionEnd;
     bool m_sessionEnded = false;
-    kx::Owner<WindowPolicy> m_window;
+    kx::Owner<kx::FreedBy<HWND, &DestroyWindow>> m_window;
 };
 
 } // namespace kxvcr

@@ -22,12 +22,7 @@ struct ComPolicy {
 template <class Interface>
 using ComPtr = Owner<ComPolicy<Interface>>;
 
-struct BStringPolicy {
-    using Value = BSTR;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value text) noexcept { SysFreeString(text); }
-};
-using BString = Owner<BStringPolicy>;
+using BString = Owner<FreedBy<BSTR, &SysFreeString>>;
 
 /**
  * The thread's membership in an apartment, for as long as this lives: the multithreaded one, or the one that the

@@ -10,45 +10,19 @@
 
 namespace kx {
 
-struct KernelHandlePolicy {
-    using Value = HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value handle) noexcept { CloseHandle(handle); }
-};
 /** A process, thread, event, token or job: their creators return null on failure. */
-using KernelHandle = Owner<KernelHandlePolicy>;
+using KernelHandle = Owner<FreedBy<HANDLE, &CloseHandle>>;
 
-struct FileHandlePolicy {
-    using Value = HANDLE;
-    static Value None() noexcept { return INVALID_HANDLE_VALUE; }
-    static void Free(Value handle) noexcept { CloseHandle(handle); }
-};
-/** A file, a pipe or a snapshot: their creators return INVALID_HANDLE_VALUE on failure. */
-using FileHandle = Owner<FileHandlePolicy>;
+/** A file, a pipe or a snapshot: their creators return INVALID_HANDLE_VALUE, which is -1, on failure. */
+using FileHandle = Owner<FreedBy<HANDLE, &CloseHandle, -1>>;
 
-struct RegistryKeyPolicy {
-    using Value = HKEY;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value key) noexcept { RegCloseKey(key); }
-};
-using RegistryKey = Owner<RegistryKeyPolicy>;
+using RegistryKey = Owner<FreedBy<HKEY, &RegCloseKey>>;
 
-struct ModulePolicy {
-    using Value = HMODULE;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value module) noexcept { FreeLibrary(module); }
-};
 /** A library that LoadLibrary loaded or whose count was raised. */
-using Module = Owner<ModulePolicy>;
+using Module = Owner<FreedBy<HMODULE, &FreeLibrary>>;
 
-template <class T>
-struct LocalBlockPolicy {
-    using Value = T*;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value block) noexcept { LocalFree(block); }
-};
 /** A block that a system function allocated and that LocalFree frees. */
 template <class T>
-using LocalBlock = Owner<LocalBlockPolicy<T>>;
+using LocalBlock = Owner<FreedBy<T*, &LocalFree>>;
 
 } // namespace kx

@@ -1,11 +1,12 @@
 /**
  * @file
- * The one design of a resource's owner. A kind of resource is a policy of three lines and an alias: see handle.h.
+ * The one design of a resource's owner. A kind of resource is a policy and an alias, most often one line: see handle.h.
  */
 #pragma once
 
 #include <windows.h>
 
+#include <cstdint>
 #include <type_traits>
 #include <utility>
 
@@ -64,6 +65,25 @@ public:
 
 private:
     Value m_value = Policy::None();
+};
+
+/**
+ * The policy of a resource that one function gives back.
+ * @tparam T the resource's type
+ * @tparam kFree called with the resource alone
+ * @tparam kNone the value that stands for no resource, as a number
+ */
+template <class T, auto kFree, std::intptr_t kNone = 0>
+struct FreedBy {
+    using Value = T;
+    static Value None() noexcept {
+        if constexpr (std::is_pointer_v<T>) {
+            return reinterpret_cast<T>(kNone);
+        } else {
+            return static_cast<T>(kNone);
+        }
+    }
+    static void Free(Value value) noexcept { kFree(value); }
 };
 
 } // namespace kx

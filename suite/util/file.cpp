@@ -31,11 +31,8 @@ struct AlgorithmPolicy {
     static void Free(Value value) noexcept { BCryptCloseAlgorithmProvider(value, 0); }
 };
 
-struct HashPolicy {
-    using Value = BCRYPT_HASH_HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value value) noexcept { BCryptDestroyHash(value); }
-};
+using Algorithm = kx::Owner<AlgorithmPolicy>;
+using Hash = kx::Owner<kx::FreedBy<BCRYPT_HASH_HANDLE, &BCryptDestroyHash>>;
 
 constexpr size_t kDigestBytes = 32;
 constexpr size_t kBlockBytes = size_t{256} * 1024;
@@ -62,11 +59,11 @@ std::string GetFileSha256Hex(const std::string& path) try {
     if (!file.IsOpen()) {
         return {};
     }
-    kx::Owner<AlgorithmPolicy> algorithm;
+    Algorithm algorithm;
     if (!Succeeded(BCryptOpenAlgorithmProvider(algorithm.Receive(), BCRYPT_SHA256_ALGORITHM, nullptr, 0))) {
         return {};
     }
-    kx::Owner<HashPolicy> hash;
+    Hash hash;
     if (!Succeeded(BCryptCreateHash(algorithm.Get(), hash.Receive(), nullptr, 0, nullptr, 0, 0))) {
         return {};
     }

@@ -12,26 +12,13 @@
 
 namespace kxvcr {
 
-struct ScreenDcPolicy {
-    using Value = HDC;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value dc) noexcept { ReleaseDC(nullptr, dc); }
-};
-using ScreenDc = kx::Owner<ScreenDcPolicy>;
+inline void ReleaseScreenDc(HDC dc) noexcept {
+    ReleaseDC(nullptr, dc);
+}
 
-struct MemoryDcPolicy {
-    using Value = HDC;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value dc) noexcept { DeleteDC(dc); }
-};
-using MemoryDc = kx::Owner<MemoryDcPolicy>;
-
-struct BitmapPolicy {
-    using Value = HBITMAP;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value bitmap) noexcept { DeleteObject(bitmap); }
-};
-using Bitmap = kx::Owner<BitmapPolicy>;
+using ScreenDc = kx::Owner<kx::FreedBy<HDC, &ReleaseScreenDc>>;
+using MemoryDc = kx::Owner<kx::FreedBy<HDC, &DeleteDC>>;
+using Bitmap = kx::Owner<kx::FreedBy<HBITMAP, &DeleteObject>>;
 
 /** Keeps a bitmap selected into a device context, as long as both live. */
 class BitmapSelection {

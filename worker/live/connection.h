@@ -15,12 +15,7 @@
 
 namespace kxvcr {
 
-struct SocketPolicy {
-    using Value = SOCKET;
-    static Value None() noexcept { return INVALID_SOCKET; }
-    static void Free(Value socket) noexcept { closesocket(socket); }
-};
-using Socket = kx::Owner<SocketPolicy>;
+using Socket = kx::Owner<kx::FreedBy<SOCKET, &closesocket, -1>>;
 
 /** An accepted connection; closed when it goes out of scope. To be used by one thread at a time. */
 class Connection {

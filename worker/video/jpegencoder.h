@@ -15,12 +15,7 @@
 
 namespace kxvcr {
 
-struct JpegCompressorPolicy {
-    using Value = tjhandle;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value compressor) noexcept { tjDestroy(compressor); }
-};
-using JpegCompressor = kx::Owner<JpegCompressorPolicy>;
+using JpegCompressor = kx::Owner<kx::FreedBy<tjhandle, &tjDestroy>>;
 
 /** One compressor and its output block for pictures of one size. */
 class JpegEncoder {
