@@ -273,7 +273,9 @@ void Mp4Writer::EndFile() {
     }
 }
 
-// Behind the write of the tables nothing is undone: with or without the switch, the file plays.
+// Behind the write of the tables nothing is undone: whether the later writes are done wholly, partly or not at all, the
+// file plays. The size of the mdat box first lies in the free box's content, where nobody reads it. The switch then
+// changes the head "16, free" into "1, mdat"; a part of that is the head of a box of the same size that players skip.
 bool Mp4Writer::WriteTables() {
     if (!m_indexIsWhole) {
         return false;
@@ -285,8 +287,11 @@ bool Mp4Writer::WriteTables() {
     }
     const std::uint64_t movieOffset = m_end + mp4::kBoxHeadSize;
     m_end += hidden.size();
-    if (m_file.Flush()) {
-        m_file.WriteAt(m_switchOffset, mp4::WideMediaDataHead(movieOffset - m_switchOffset));
+    const mp4::Bytes head = mp4::WideMediaDataHead(movieOffset - m_switchOffset);
+    const std::span typeAndMark = std::span(head).first(mp4::kBoxHeadSize);
+    const std::span size = std::span(head).subspan(mp4::kBoxHeadSize);
+    if (m_file.WriteAt(m_switchOffset + mp4::kBoxHeadSize, size) && m_file.Flush()) {
+        m_file.WriteAt(m_switchOffset, typeAndMark);
     }
     return true;
 }

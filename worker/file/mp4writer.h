@@ -4,7 +4,7 @@
  *
  * While it grows, the file is a fragmented MP4, whose fragments stand by themselves: ftyp, free, moov, then moof and
  * mdat for each flush. Finish() appends a moov with tables of all samples, inside of a free box, so that no reader
- * takes notice of it. One write of 16 bytes then turns the free box at the file's head into the head of an mdat that
+ * takes notice of it. One write of 8 bytes then turns the free box at the file's head into the head of an mdat that
  * ends where the new moov begins: the fragments are mere data from then on, and the file is an ordinary MP4.
  */
 #pragma once
@@ -100,7 +100,7 @@ private:
     mp4::SampleIndex m_soundIndex;
     bool m_indexIsWhole = true; // no memory was refused while it was kept up
 
-    std::uint64_t m_switchOffset = 0; // of the 16 bytes that make an ordinary MP4
+    std::uint64_t m_switchOffset = 0; // of the bytes that make an ordinary MP4
     std::uint64_t m_end = 0;          // bytes up to the end of the last whole fragment
     bool m_hasBegun = false;          // a picture is shown
     bool m_accepting = true;

@@ -1,0 +1,41 @@
+/**
+ * @file
+ * An output file in memory whose writes fail as a test says.
+ */
+#pragma once
+
+#include "memoryfile.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kxtest {
+
+/** Fails the writes from number @p first on, @p count of them; each leaves the first half of its bytes in the file. */
+class FaultyFile final : public kxvcr::OutputFile {
+public:
+    FaultyFile(std::size_t first, std::size_t count) : m_first(first), m_count(count) {}
+
+    bool WriteAt(std::uint64_t offset, std::span<const std::byte> source) override {
+        const std::size_t number = m_writes++;
+        if (number < m_first || number - m_first >= m_count) {
+            return m_memory.WriteAt(offset, source);
+        }
+        m_memory.WriteAt(offset, source.first(source.size() / 2));
+        return false;
+    }
+    bool Truncate(std::uint64_t size) override { return m_memory.Truncate(size); }
+    bool Flush() override { return m_memory.Flush(); }
+    void Discard() noexcept override { m_memory.Discard(); }
+
+    const std::vector<std::byte>& Bytes() const { return m_memory.bytes; }
+    std::size_t Writes() const { return m_writes; }
+
+private:
+    MemoryFile m_memory;
+    std::size_t m_first;
+    std::size_t m_count;
+    std::size_t m_writes = 0;
+};
+
+} // namespace kxtest
