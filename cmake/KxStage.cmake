@@ -20,6 +20,11 @@ function(kx_stage_runtime folder)
     configure_file("${log4cplus_dll}" "${folder}/${log4cplus_name}" COPYONLY)
 endfunction()
 
+# kx_stage_encoder(FOLDER): the H.264 encoder that the worker loads from its own folder.
+function(kx_stage_encoder folder)
+    configure_file("${OpenH264_DLL}" "${folder}/openh264.dll" COPYONLY)
+endfunction()
+
 # kx_stage_targets(NAME FOLDER TARGET...): a target NAME that copies built DLLs and programs into FOLDER
 # when they differ from what is there.
 function(kx_stage_targets name folder)

@@ -23,10 +23,11 @@ case "${1:-}" in
 esac
 
 readonly DEPS="$PWD/build/deps"
-readonly PREFIX="$DEPS/x86_64-w64-mingw32"
+readonly TARGET=x86_64-w64-mingw32
+readonly PREFIX="$DEPS/$TARGET"
 readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
 readonly HOST_PACKAGES=(
-    ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix nasm ninja-build
+    ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix make nasm ninja-build
     procps python3 util-linux wine64 x11-utils xauth xvfb
 )
 
@@ -87,8 +88,8 @@ fetch() {
     rm -rf "$DEPS/src/$name.new"
 }
 
-# build NAME VERSION [CMAKE ARGUMENT...]: builds and installs one library for the target, once for each version
-# and set of arguments. A VARIANT goes to a prefix of its own.
+# build NAME VERSION [ARGUMENT...]: builds and installs one library for the target, once for each version and set of
+# arguments: with the function build_NAME if there is one, else with CMake. A VARIANT goes to a prefix of its own.
 build() {
     local name="$1" version="$2" prefix="$PREFIX${VARIANT:+-$VARIANT}"
     shift 2
@@ -97,16 +98,11 @@ build() {
     [ -f "$stamp" ] && return
     fetch "$name" "$version"
     say "building $name $version for the target"
-    local tree="$DEPS/obj/$name-$version" log="$DEPS/obj/$name-$version.log"
+    local tree="$DEPS/obj/$name-$version" log="$DEPS/obj/$name-$version.log" builder=build_with_cmake
+    ! declare -F "build_$name" >/dev/null || builder="build_$name"
     rm -rf "$tree"
     mkdir -p "$tree"
-    if ! {
-        cmake -S "$DEPS/src/$name-$version" -B "$tree" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
-            -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$PREFIX" \
-            -DCMAKE_POLICY_DEFAULT_CMP0077=NEW "$@" &&
-            cmake --build "$tree" && cmake --install "$tree" &&
-            { ! declare -F "install_more_of_$name" >/dev/null || "install_more_of_$name" "$tree" "$DEPS/src/$name-$version"; }
-    } >"$log" 2>&1; then
+    if ! "$builder" "$tree" "$DEPS/src/$name-$version" "$@" >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         echo "building $name failed; the whole log is $log" >&2
         exit 1
@@ -116,14 +112,52 @@ build() {
     touch "$stamp"
 }
 
-# libwebm's own install step leaves out the muxer that this project calls.
-install_more_of_libwebm() {
+# Builders are called as BUILDER TREE SOURCE [ARGUMENT...], install into $prefix and end with the first step that fails.
+
+configure_with_cmake() {
+    local tree="$1" source="$2"
+    shift 2
+    cmake -S "$source" -B "$tree" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$PREFIX" \
+        -DCMAKE_POLICY_DEFAULT_CMP0077=NEW "$@"
+}
+
+build_with_cmake() {
+    configure_with_cmake "$@" && cmake --build "$1" && cmake --install "$1"
+}
+
+# Its own install step leaves out the muxer that this project calls.
+build_libwebm() {
     local tree="$1" source="$2" folder
-    cp "$tree/libwebm.a" "$PREFIX/lib/"
+    build_with_cmake "$@" && cp "$tree/libwebm.a" "$prefix/lib/" || return
     for folder in common mkvmuxer; do
-        mkdir -p "$PREFIX/include/libwebm/$folder"
-        cp "$source/$folder/"*.h "$PREFIX/include/libwebm/$folder/"
+        mkdir -p "$prefix/include/libwebm/$folder" && cp "$source/$folder/"*.h "$prefix/include/libwebm/$folder/" || return
     done
+}
+
+# Its own install step knows only programs whose names do not end in .exe.
+build_libyuv() {
+    local tree="$1" source="$2"
+    configure_with_cmake "$@" && cmake --build "$tree" --target yuv && cp "$tree/libyuv.a" "$prefix/lib/" &&
+        cp -r "$source/include/." "$prefix/include/"
+}
+
+# A DLL that the worker loads by its path: it imports system DLLs only, so that any other build of it can take its
+# place. Its makefile builds where the source is.
+build_openh264() {
+    local tree="$1" source="$2" make
+    make=(make -C "$tree" -j "$(nproc)" OS=mingw_nt ARCH=x86_64 LIBPREFIX= PREFIX="$prefix" CC="$TARGET-gcc-posix"
+        CXX="$TARGET-g++-posix" AR="$TARGET-ar" SHLDFLAGS="-static -s openh264.def")
+    cp -r "$source/." "$tree" && "${make[@]}" openh264.dll && "${make[@]}" install-headers &&
+        mkdir -p "$prefix/bin" && cp "$tree/openh264.dll" "$prefix/bin/"
+}
+
+build_libvpx() {
+    local tree="$1" source="$2"
+    shift 2
+    (cd "$tree" && CROSS="$TARGET-" CC="$TARGET-gcc-posix" CXX="$TARGET-g++-posix" LD="$TARGET-g++-posix" AS=nasm \
+        "$source/configure" --target=x86_64-win64-gcc --prefix="$prefix" "$@") &&
+        make -C "$tree" -j "$(nproc)" && make -C "$tree" install
 }
 
 make_template_prefix() {
@@ -152,6 +186,10 @@ build benchmark 1.7.1 -DBUILD_SHARED_LIBS=OFF -DBENCHMARK_ENABLE_TESTING=OFF -DB
     -DGIT_VERSION=0.0.0
 build libjpeg-turbo 2.1.5 -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
 build libwebm 1.0.0.29 -DBUILD_SHARED_LIBS=OFF -DENABLE_WEBMTS=OFF -DENABLE_WEBM_PARSER=OFF -DENABLE_SAMPLE_PROGRAMS=OFF -DENABLE_TESTS=OFF
+build openh264 2.3.1
+build libvpx 1.12.0 --enable-vp9-encoder --disable-vp8 --disable-vp9-decoder --disable-examples --disable-tools --disable-docs \
+    --disable-unit-tests --disable-webm-io --disable-libyuv --disable-install-bins
+build libyuv 0.0~git20230123.b2528b0 -DCMAKE_DISABLE_FIND_PACKAGE_JPEG=ON
 build cli11 2.1.2+ds -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF
 build nlohmann-json3 3.11.2 -DJSON_BuildTests=OFF
 build cpp-httplib 0.11.4+ds -DHTTPLIB_COMPILE=OFF -DHTTPLIB_REQUIRE_OPENSSL=OFF -DHTTPLIB_USE_OPENSSL_IF_AVAILABLE=OFF \
