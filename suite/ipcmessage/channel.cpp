@@ -7,11 +7,15 @@
 #include <winternl.h>
 
 #include <cstdint>
+#include <cstring>
+#include <exception>
+#include <optional>
 
 namespace ipcmessage {
 namespace {
 
 constexpr DWORD kPipeBufferSize = 64 * 1024; // bytes in each direction
+constexpr DWORD kLongestPath = 32768;        // characters that a Windows path can have, with its zero
 constexpr DWORD kPeerAccess = PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE;
 
 // winternl.h names the member with the parent's process id Reserved3 or InheritedFromUniqueProcessId, by compiler.
@@ -25,13 +29,13 @@ struct ProcessBasicFacts {
 };
 
 // 0 when the system does not tell.
-DWORD ParentIdOf(HANDLE process) {
+DWORD ParentIdOf(HANDLE process) noexcept {
     ProcessBasicFacts facts{};
     const NTSTATUS status = NtQueryInformationProcess(process, ProcessBasicInformation, &facts, sizeof facts, nullptr);
     return status < 0 ? 0 : static_cast<DWORD>(facts.parentProcessId);
 }
 
-std::uint64_t StartTimeOf(HANDLE process) {
+std::uint64_t StartTimeOf(HANDLE process) noexcept {
     FILETIME created{};
     FILETIME exited{};
     FILETIME kernel{};
@@ -42,15 +46,64 @@ std::uint64_t StartTimeOf(HANDLE process) {
     return (std::uint64_t{created.dwHighDateTime} << 32) | created.dwLowDateTime;
 }
 
-bool IsRunning(HANDLE process) {
+bool IsRunning(HANDLE process) noexcept {
     return WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
 }
 
 // Parent numbers outlive their processes: a child is younger than its parent or the number was used again.
-bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) {
+bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) noexcept {
     const std::uint64_t childStart = StartTimeOf(child);
     const std::uint64_t parentStart = StartTimeOf(parent);
     return ParentIdOf(child) == parentId && childStart != 0 && parentStart != 0 && childStart >= parentStart;
+}
+
+// The folder of the process's program, without a separator at its end. Nothing when the system does not tell.
+std::optional<std::wstring> ProgramFolder(HANDLE process) {
+    std::wstring path(kLongestPath, L'\0');
+    DWORD length = kLongestPath;
+    if (!QueryFullProcessImageNameW(process, 0, path.data(), &length)) {
+        return std::nullopt;
+    }
+    path.resize(length);
+    const std::size_t separator = path.find_last_of(L'\\');
+    if (separator == std::wstring::npos) {
+        return std::nullopt;
+    }
+    path.resize(separator);
+    return path;
+}
+
+std::optional<FILE_ID_INFO> IdentityOf(const std::wstring& folder) noexcept {
+    const FileHandle opened(CreateFileW(folder.c_str(), FILE_READ_ATTRIBUTES,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    FILE_ID_INFO identity{};
+    if (!opened || !GetFileInformationByHandleEx(opened.Get(), FileIdInfo, &identity, sizeof identity)) {
+        return std::nullopt;
+    }
+    return identity;
+}
+
+// One folder can have several names: short ones, letters of another case, links.
+bool IsSameFolder(const std::wstring& one, const std::wstring& other) noexcept {
+    if (one == other) {
+        return true;
+    }
+    const std::optional<FILE_ID_INFO> first = IdentityOf(one);
+    const std::optional<FILE_ID_INFO> second = IdentityOf(other);
+    return first && second && first->VolumeSerialNumber == second->VolumeSerialNumber &&
+           std::memcmp(&first->FileId, &second->FileId, sizeof first->FileId) == 0;
+}
+
+// False also when there is no memory to find out.
+bool IsBesideOwnProgram(HANDLE process) noexcept {
+    try {
+        const std::optional<std::wstring> own = ProgramFolder(GetCurrentProcess());
+        const std::optional<std::wstring> others = ProgramFolder(process);
+        return own && others && IsSameFolder(*own, *others);
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 } // namespace
@@ -77,16 +130,17 @@ FileHandle CreateChannelPipe(const std::wstring& name) {
                                        kPipeBufferSize, kPipeBufferSize, 0, &security));
 }
 
-bool IsPeerOwnChild(HANDLE pipe) {
+bool IsPeerOwnWorker(HANDLE pipe) noexcept {
     ULONG peerId = 0;
     if (!GetNamedPipeClientProcessId(pipe, &peerId)) {
         return false;
     }
     const KernelHandle peer(OpenProcess(kPeerAccess, FALSE, peerId));
-    return peer && IsRunning(peer.Get()) && IsChildOf(peer.Get(), GetCurrentProcess(), GetCurrentProcessId());
+    return peer && IsRunning(peer.Get()) && IsChildOf(peer.Get(), GetCurrentProcess(), GetCurrentProcessId()) &&
+           IsBesideOwnProgram(peer.Get());
 }
 
-DWORD ParentProcess::Open() {
+DWORD ParentProcess::Open() noexcept {
     m_id = ParentIdOf(GetCurrentProcess());
     if (m_id == 0) {
         return ERROR_NOT_FOUND;
@@ -102,7 +156,7 @@ DWORD ParentProcess::Open() {
     return ERROR_SUCCESS;
 }
 
-DWORD OpenChannelPipe(const std::wstring& name, DWORD hostProcessId, FileHandle& pipe) {
+DWORD OpenChannelPipe(const std::wstring& name, DWORD hostProcessId, FileHandle& pipe) noexcept {
     FileHandle opened(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!opened) {

@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "handle.h"
+#include "waiting.h"
 
 #include <string>
 
@@ -20,16 +20,18 @@ std::wstring ChannelName(DWORD hostProcessId, int moduleId);
 FileHandle CreateChannelPipe(const std::wstring& name);
 
 /**
- * Whether the process connected to the host's end runs and is a child of this process. A process that merely has the
- * number of a dead child does not pass: the check holds the process open and compares the start times.
+ * Whether the process connected to the host's end is a worker of this process: it runs, is this process's child, and
+ * its program lies in the folder of this process's program. A process that merely has the number of a dead child does
+ * not pass: the check holds the process open and compares the start times. Nor does one that the system tells too
+ * little about.
  */
-bool IsPeerOwnChild(HANDLE pipe);
+bool IsPeerOwnWorker(HANDLE pipe) noexcept;
 
 /** The process that started this one. */
 class ParentProcess {
 public:
     /** @return 0 or the Windows error code; ERROR_NOT_FOUND when the parent has ended */
-    DWORD Open();
+    DWORD Open() noexcept;
 
     DWORD Id() const noexcept { return m_id; }
     HANDLE Get() const noexcept { return m_process.Get(); }
@@ -44,6 +46,6 @@ private:
  * @return 0; ERROR_ACCESS_DENIED when the pipe belongs to another process than @p hostProcessId; or the error code of
  *         the system, ERROR_FILE_NOT_FOUND and ERROR_PIPE_BUSY for a channel that may come yet
  */
-DWORD OpenChannelPipe(const std::wstring& name, DWORD hostProcessId, FileHandle& pipe);
+DWORD OpenChannelPipe(const std::wstring& name, DWORD hostProcessId, FileHandle& pipe) noexcept;
 
 } // namespace ipcmessage

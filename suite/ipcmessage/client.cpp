@@ -1,4 +1,4 @@
-// The host's end of a channel. The library's thread listens on the channel's pipe, lets the host's own child in, and
+// The host's end of a channel. The library's thread listens on the channel's pipe, lets the host's own worker in, and
 // serves that connection until it ends in one of these ways, after which it listens again:
 //   - the worker closes its end or dies;
 //   - the worker sends bytes that are not a frame, or a frame that only a host sends;
@@ -12,28 +12,31 @@
 #include <mutex>
 #include <thread>
 
-using namespace ipcmessage;
+namespace ipcmessage {
+namespace {
 
-class IPCMessageClient::Impl {
+class HostEnd {
 public:
-    explicit Impl(int moduleId);
-    ~Impl();
+    explicit HostEnd(int moduleId);
+    ~HostEnd();
+    HostEnd(const HostEnd&) = delete;
+    HostEnd& operator=(const HostEnd&) = delete;
 
     void RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback);
-    void UnRegisterMessageCallbackAll();
-    std::shared_ptr<Session> CurrentSession();
+    void UnRegisterMessageCallbackAll() noexcept;
+    std::shared_ptr<Session> CurrentSession() noexcept;
     bool IsLibraryThread() const noexcept { return m_libraryThreadId == GetCurrentThreadId(); }
 
 private:
     using CallbackMap = std::map<std::uint32_t, std::shared_ptr<const IPCMessageCallback>>;
 
     void Run() noexcept;
-    bool AwaitWorker(HANDLE connected);
-    void ServeWorker();
+    bool AwaitWorker(HANDLE connected) noexcept;
+    void ServeWorker() noexcept;
     void ReceiveAll(Session& session);
-    bool Publish(const std::shared_ptr<Session>& session);
-    void Withdraw();
-    void Dispatch(const Message& message);
+    bool Publish(const std::shared_ptr<Session>& session) noexcept;
+    void Withdraw() noexcept;
+    void Dispatch(const Message& message) noexcept;
 
     FileHandle m_pipe;
     KernelHandle m_stopEvent;
@@ -52,7 +55,7 @@ private:
     std::thread m_thread;
 };
 
-IPCMessageClient::Impl::Impl(int moduleId) {
+HostEnd::HostEnd(int moduleId) {
     try {
         m_stopEvent = MakeEvent();
         m_pipe = CreateChannelPipe(ChannelName(GetCurrentProcessId(), moduleId));
@@ -64,7 +67,7 @@ IPCMessageClient::Impl::Impl(int moduleId) {
     }
 }
 
-IPCMessageClient::Impl::~Impl() {
+HostEnd::~HostEnd() {
     std::shared_ptr<Session> session;
     {
         const std::lock_guard lock(m_sessionLock);
@@ -80,14 +83,14 @@ IPCMessageClient::Impl::~Impl() {
     }
 }
 
-void IPCMessageClient::Impl::RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback) {
+void HostEnd::RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback) {
     auto entry = std::make_shared<const IPCMessageCallback>(std::move(callback));
     const std::lock_guard lock(m_callbackLock);
     // The swap leaves the old callable to be destroyed after the lock: its destructor is foreign code.
     m_callbacks[messageId].swap(entry);
 }
 
-void IPCMessageClient::Impl::UnRegisterMessageCallbackAll() {
+void HostEnd::UnRegisterMessageCallbackAll() noexcept {
     CallbackMap removed;
     const std::lock_guard lock(m_callbackLock);
     m_callbacks.swap(removed);
@@ -100,17 +103,17 @@ void IPCMessageClient::Impl::UnRegisterMessageCallbackAll() {
     }
 }
 
-std::shared_ptr<Session> IPCMessageClient::Impl::CurrentSession() {
+std::shared_ptr<Session> HostEnd::CurrentSession() noexcept {
     const std::lock_guard lock(m_sessionLock);
     return m_session;
 }
 
-void IPCMessageClient::Impl::Run() noexcept {
+void HostEnd::Run() noexcept {
     m_libraryThreadId = GetCurrentThreadId();
     try {
         const KernelHandle connected = MakeEvent();
         while (AwaitWorker(connected.Get())) {
-            if (IsPeerOwnChild(m_pipe.Get())) {
+            if (IsPeerOwnWorker(m_pipe.Get())) {
                 ServeWorker();
             }
             DisconnectNamedPipe(m_pipe.Get());
@@ -121,7 +124,7 @@ void IPCMessageClient::Impl::Run() noexcept {
 }
 
 // True when some process has connected; false when the client is being destroyed or the pipe fails for good.
-bool IPCMessageClient::Impl::AwaitWorker(HANDLE connected) {
+bool HostEnd::AwaitWorker(HANDLE connected) noexcept {
     OVERLAPPED io{};
     io.hEvent = connected;
     const DWORD error = ConnectNamedPipe(m_pipe.Get(), &io) ? ERROR_SUCCESS : GetLastError();
@@ -141,7 +144,7 @@ bool IPCMessageClient::Impl::AwaitWorker(HANDLE connected) {
     return !isStopped;
 }
 
-void IPCMessageClient::Impl::ServeWorker() {
+void HostEnd::ServeWorker() noexcept {
     std::shared_ptr<Session> session;
     try {
         session = std::make_shared<Session>(m_pipe.Get());
@@ -161,7 +164,7 @@ void IPCMessageClient::Impl::ServeWorker() {
 }
 
 // False when the client is being destroyed: nobody would break a session that is published after that.
-bool IPCMessageClient::Impl::Publish(const std::shared_ptr<Session>& session) {
+bool HostEnd::Publish(const std::shared_ptr<Session>& session) noexcept {
     const std::lock_guard lock(m_sessionLock);
     if (m_isStopping) {
         return false;
@@ -170,12 +173,12 @@ bool IPCMessageClient::Impl::Publish(const std::shared_ptr<Session>& session) {
     return true;
 }
 
-void IPCMessageClient::Impl::Withdraw() {
+void HostEnd::Withdraw() noexcept {
     const std::lock_guard lock(m_sessionLock);
     m_session.reset();
 }
 
-void IPCMessageClient::Impl::ReceiveAll(Session& session) {
+void HostEnd::ReceiveAll(Session& session) {
     Message message;
     while (session.Receive(message)) {
         switch (message.header.kind) {
@@ -191,7 +194,7 @@ void IPCMessageClient::Impl::ReceiveAll(Session& session) {
     }
 }
 
-void IPCMessageClient::Impl::Dispatch(const Message& message) {
+void HostEnd::Dispatch(const Message& message) noexcept {
     std::shared_ptr<const IPCMessageCallback> callback;
     {
         const std::lock_guard lock(m_callbackLock);
@@ -216,6 +219,14 @@ void IPCMessageClient::Impl::Dispatch(const Message& message) {
     WakeAllConditionVariable(&m_callbackEnded);
 }
 
+} // namespace
+} // namespace ipcmessage
+
+class IPCMessageClient::Impl final : public ipcmessage::HostEnd {
+public:
+    using HostEnd::HostEnd;
+};
+
 IPCMessageClient::IPCMessageClient(int moduleId, bool /*reserved1*/, bool /*reserved2*/)
     : m_impl(std::make_unique<Impl>(moduleId)) {}
 
@@ -230,26 +241,26 @@ void IPCMessageClient::UnRegisterMessageCallbackAll() {
 }
 
 bool IPCMessageClient::SendIPCMessage(const TagIPCMessageItem& request, IPCReplyItem& reply, unsigned int timeoutMs) {
-    const Deadline deadline(timeoutMs);
+    const ipcmessage::Deadline deadline(timeoutMs);
     reply.ReleasePayload();
     // The library's thread is the one that would receive the reply.
     if (m_impl->IsLibraryThread()) {
         return false;
     }
-    const std::shared_ptr<Session> session = m_impl->CurrentSession();
+    const std::shared_ptr<ipcmessage::Session> session = m_impl->CurrentSession();
     try {
         return session && session->Exchange(request, reply, deadline);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return false;
     }
 }
 
 bool IPCMessageClient::PostIPCMessage(const TagIPCMessageItem& request) {
-    const Deadline deadline(kIPCWriteLimitMs);
-    const std::shared_ptr<Session> session = m_impl->CurrentSession();
+    const ipcmessage::Deadline deadline(kIPCWriteLimitMs);
+    const std::shared_ptr<ipcmessage::Session> session = m_impl->CurrentSession();
     try {
-        return session && session->Send(FrameKind::kNotice, 0, request, deadline);
-    } catch (const std::bad_alloc&) {
+        return session && session->Send(ipcmessage::FrameKind::kNotice, 0, request, deadline);
+    } catch (const std::exception&) {
         return false;
     }
 }

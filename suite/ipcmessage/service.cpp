@@ -11,8 +11,7 @@
 #include <mutex>
 #include <thread>
 
-using namespace ipcmessage;
-
+namespace ipcmessage {
 namespace {
 
 constexpr DWORD kRetryPauseMs = 10; // between two attempts to open a channel that is not there yet
@@ -38,7 +37,7 @@ public:
         };
         try {
             return m_session.Send(FrameKind::kReply, m_request.sequence, reply, Deadline(kIPCWriteLimitMs));
-        } catch (const std::bad_alloc&) {
+        } catch (const std::exception&) {
             return false;
         }
     }
@@ -49,18 +48,16 @@ private:
     std::atomic<bool> m_isReplied = false;
 };
 
-bool MayComeYet(DWORD error) {
+bool MayComeYet(DWORD error) noexcept {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PIPE_BUSY;
 }
 
-} // namespace
-
-IPCReplySender::~IPCReplySender() = default;
-
-class IPCMessageService::Impl {
+class WorkerEnd {
 public:
-    explicit Impl(int moduleId) : m_moduleId(moduleId) {}
-    ~Impl();
+    explicit WorkerEnd(int moduleId) noexcept : m_moduleId(moduleId) {}
+    ~WorkerEnd();
+    WorkerEnd(const WorkerEnd&) = delete;
+    WorkerEnd& operator=(const WorkerEnd&) = delete;
 
     DWORD Connect(Deadline deadline);
     bool Post(const TagIPCMessageItem& message);
@@ -73,7 +70,7 @@ private:
     DWORD OpenPipe(Deadline deadline);
     void Run() noexcept;
     void ReceiveAll();
-    void Handle(const Message& message);
+    void Handle(const Message& message) noexcept;
 
     const int m_moduleId;
     FileHandle m_pipe;
@@ -82,7 +79,7 @@ private:
     std::thread m_thread;
 };
 
-IPCMessageService::Impl::~Impl() {
+WorkerEnd::~WorkerEnd() {
     m_isStopping = true;
     if (const std::shared_ptr<Session> session = m_session.load()) {
         session->Break();
@@ -92,7 +89,7 @@ IPCMessageService::Impl::~Impl() {
     }
 }
 
-DWORD IPCMessageService::Impl::Connect(Deadline deadline) {
+DWORD WorkerEnd::Connect(Deadline deadline) {
     if (m_thread.joinable()) {
         return ERROR_ALREADY_INITIALIZED;
     }
@@ -112,7 +109,7 @@ DWORD IPCMessageService::Impl::Connect(Deadline deadline) {
     return ERROR_SUCCESS;
 }
 
-DWORD IPCMessageService::Impl::OpenPipe(Deadline deadline) {
+DWORD WorkerEnd::OpenPipe(Deadline deadline) {
     ParentProcess parent;
     const DWORD parentError = parent.Open();
     if (parentError != ERROR_SUCCESS) {
@@ -134,12 +131,12 @@ DWORD IPCMessageService::Impl::OpenPipe(Deadline deadline) {
     }
 }
 
-bool IPCMessageService::Impl::Post(const TagIPCMessageItem& message) {
+bool WorkerEnd::Post(const TagIPCMessageItem& message) {
     const std::shared_ptr<Session> session = m_session.load();
     return session && session->Send(FrameKind::kNotice, 0, message, Deadline(kIPCWriteLimitMs));
 }
 
-void IPCMessageService::Impl::Run() noexcept {
+void WorkerEnd::Run() noexcept {
     try {
         ReceiveAll();
     } catch (const std::exception&) {
@@ -157,7 +154,7 @@ void IPCMessageService::Impl::Run() noexcept {
     }
 }
 
-void IPCMessageService::Impl::ReceiveAll() {
+void WorkerEnd::ReceiveAll() {
     const std::shared_ptr<Session> session = m_session.load();
     Message message;
     while (session->Receive(message) && message.header.kind != FrameKind::kReply) {
@@ -165,7 +162,7 @@ void IPCMessageService::Impl::ReceiveAll() {
     }
 }
 
-void IPCMessageService::Impl::Handle(const Message& message) {
+void WorkerEnd::Handle(const Message& message) noexcept {
     const auto found = m_handlers.find(message.header.messageId);
     const IPCRequestHandler& handler = found != m_handlers.end() ? found->second : m_defaultHandler;
     if (!handler) {
@@ -178,6 +175,16 @@ void IPCMessageService::Impl::Handle(const Message& message) {
         // A handler that fails leaves its request unanswered, as one that does not reply.
     }
 }
+
+} // namespace
+} // namespace ipcmessage
+
+IPCReplySender::~IPCReplySender() = default;
+
+class IPCMessageService::Impl final : public ipcmessage::WorkerEnd {
+public:
+    using WorkerEnd::WorkerEnd;
+};
 
 IPCMessageService::IPCMessageService(int moduleId) : m_impl(std::make_unique<Impl>(moduleId)) {}
 
@@ -197,7 +204,7 @@ void IPCMessageService::SetDisconnectCallback(std::function<void()> callback) {
 
 unsigned long IPCMessageService::Connect(unsigned int timeoutMs) {
     try {
-        return m_impl->Connect(Deadline(timeoutMs));
+        return m_impl->Connect(ipcmessage::Deadline(timeoutMs));
     } catch (const std::system_error& error) {
         return static_cast<unsigned long>(error.code().value());
     } catch (const std::bad_alloc&) {
@@ -208,7 +215,7 @@ unsigned long IPCMessageService::Connect(unsigned int timeoutMs) {
 bool IPCMessageService::PostIPCMessage(const TagIPCMessageItem& message) {
     try {
         return m_impl->Post(message);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return false;
     }
 }

@@ -13,7 +13,7 @@ static_assert(kFrameMaxPayload == kIPCMaxPayload);
 
 // Waits for a started read or write and cancels it when the event is signalled or the time is over. The operation
 // has ended when this returns, so its OVERLAPPED may live on the caller's stack.
-DWORD FinishIo(HANDLE pipe, OVERLAPPED& io, HANDLE cancelEvent, DWORD timeoutMs, DWORD& transferred) {
+DWORD FinishIo(HANDLE pipe, OVERLAPPED& io, HANDLE cancelEvent, DWORD timeoutMs, DWORD& transferred) noexcept {
     if (!HasOverlappedIoCompleted(&io)) {
         const HANDLE handles[] = {io.hEvent, cancelEvent};
         if (WaitForMultipleObjects(2, handles, FALSE, timeoutMs) != WAIT_OBJECT_0) {
@@ -23,7 +23,7 @@ DWORD FinishIo(HANDLE pipe, OVERLAPPED& io, HANDLE cancelEvent, DWORD timeoutMs,
     return GetOverlappedResult(pipe, &io, &transferred, TRUE) ? ERROR_SUCCESS : GetLastError();
 }
 
-bool HeaderOf(FrameKind kind, std::uint64_t sequence, const TagIPCMessageItem& item, FrameHeader& header) {
+bool HeaderOf(FrameKind kind, std::uint64_t sequence, const TagIPCMessageItem& item, FrameHeader& header) noexcept {
     header = FrameHeader{
         .kind = kind,
         .sequence = sequence,
@@ -80,7 +80,7 @@ bool Session::IsBroken() noexcept {
 }
 
 // Bytes read, at least one; 0 when the session is broken.
-DWORD Session::ReadSome(std::span<std::byte> target) {
+DWORD Session::ReadSome(std::span<std::byte> target) noexcept {
     OVERLAPPED io{};
     io.hEvent = m_readDone.Get();
     if (!ReadFile(m_pipe, target.data(), static_cast<DWORD>(target.size()), nullptr, &io) &&
@@ -94,7 +94,7 @@ DWORD Session::ReadSome(std::span<std::byte> target) {
     return transferred;
 }
 
-bool Session::Fill(std::span<std::byte> target) {
+bool Session::Fill(std::span<std::byte> target) noexcept {
     while (!target.empty()) {
         if (m_unread.empty() && target.size() >= m_input.size()) {
             const DWORD read = ReadSome(target);

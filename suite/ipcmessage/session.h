@@ -10,8 +10,8 @@
 #pragma once
 
 #include "frame.h"
-#include "handle.h"
 #include "sdk/ipcmessage/ipcmessage.h"
+#include "waiting.h"
 
 #include <array>
 #include <chrono>
@@ -49,6 +49,7 @@ struct Message {
 /** The record of a received message; it borrows the message's block. */
 TagIPCMessageItem ItemOf(const Message& message) noexcept;
 
+/** One connected pipe, from the connection to its end. */
 class Session {
 public:
     /** @param pipe connected and overlapped; borrowed until Close returns. @throws std::system_error */
@@ -73,7 +74,10 @@ public:
     /** Sends one frame; false when it was not handed to the system in time. @throws std::bad_alloc */
     bool Send(FrameKind kind, std::uint64_t sequence, const TagIPCMessageItem& item, Deadline deadline);
 
+    /** Ends the session for every thread: those that wait return with a failure, and nothing more is read or sent. */
     void Break() noexcept;
+
+    /** Break, and then waits until no thread writes any more: the pipe may go. */
     void Close() noexcept;
 
 private:
@@ -84,8 +88,8 @@ private:
     };
     class WriteTurn;
 
-    bool Fill(std::span<std::byte> target);
-    DWORD ReadSome(std::span<std::byte> target);
+    bool Fill(std::span<std::byte> target) noexcept;
+    DWORD ReadSome(std::span<std::byte> target) noexcept;
     bool WriteAll(Deadline deadline) noexcept;
     bool IsBroken() noexcept;
 

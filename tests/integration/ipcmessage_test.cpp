@@ -1,10 +1,12 @@
 // The host's end of the message channel, against real workers (ipcworker.exe) and scripted ones (ipcpeer.exe).
 #include "ipctestbed.h"
 #include "support/handlecount.h"
+#include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -190,6 +192,27 @@ TEST(IPCMessageClient, GrandchildConnects_RefusedAndChannelServes) {
     EXPECT_EQ(peer.ExitCode(), 0u);
     EXPECT_FALSE(host.ready.Wait(0)) << "a message of a wrong process was taken";
     ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageClient, ChildFromAnotherFolderConnects_RefusedAndChannelServes) {
+    const TempFolder elsewhere;
+    ASSERT_TRUE(std::filesystem::copy_file(OwnFolder() / "ipcpeer.exe", elsewhere.Path() / "ipcpeer.exe"));
+    Host host;
+    const Child peer(elsewhere.Name("ipcpeer.exe"), "open 0 write " + ReadyFrame() + " closed");
+    EXPECT_EQ(peer.ExitCode(), 0u);
+    EXPECT_FALSE(host.ready.Wait(0)) << "a message of a wrong process was taken";
+    ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageClient, ChildByAnotherNameOfTheFolder_Served) {
+    const std::string folder = OwnFolder().string();
+    std::string upper = folder;
+    CharUpperA(upper.data());
+    ASSERT_NE(upper, folder);
+    Host host;
+    const Child worker(upper + "\\ipcworker.exe", "serve");
+    ASSERT_TRUE(host.ready.Wait());
+    EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "x");
 }
 
 TEST(IPCMessageClient, OversizedFrame_Refused) {

@@ -1,5 +1,7 @@
 #include "ipctestbed.h"
 
+#include "support/hostfolder.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -16,10 +18,7 @@ std::string UniqueName(const std::string& what) {
 }
 
 Child::Child(const std::string& program, const std::string& arguments) {
-    std::array<char, MAX_PATH> own{};
-    GetModuleFileNameA(nullptr, own.data(), MAX_PATH);
-    const std::string path(own.data());
-    std::string commandLine = '"' + path.substr(0, path.rfind('\\') + 1) + program + "\" " + arguments;
+    std::string commandLine = '"' + (OwnFolder() / program).string() + "\" " + arguments;
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};

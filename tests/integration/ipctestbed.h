@@ -33,7 +33,7 @@ private:
 /** A name for a Signal that no other test or run uses. */
 std::string UniqueName(const std::string& what);
 
-/** A program beside the test, ended at the latest when this is destroyed. */
+/** A program beside the test, or one named with its folder, ended at the latest when this is destroyed. */
 class Child {
 public:
     Child(const std::string& program, const std::string& arguments);

@@ -3,8 +3,9 @@
  * The suite's inter-process message channel (IPCMessage.dll): the message record and both ends of a channel.
  *
  * A channel connects one host process with one worker process at a time. The host holds the client end, which
- * owns the channel's named pipe; a worker is a child process of the host and opens its parent's pipe with the
- * service end. Each end checks the other's process. Frames are at most kIPCMaxPayload bytes of payload.
+ * owns the channel's named pipe; a worker is a child process of the host, started from the folder that the host's
+ * program lies in, and opens its parent's pipe with the service end. Each end checks the other's process. Frames are at
+ * most kIPCMaxPayload bytes of payload.
  */
 #pragma once
 
@@ -75,7 +76,7 @@ using IPCMessageCallback = std::function<void(TagIPCMessageItem&)>;
 /**
  * The host's end of a channel: owns the channel's pipe and accepts one worker at a time. After a worker is gone
  * the next one can connect. All members may be called from any thread, except that the client must not be
- * destroyed from one of its own callbacks.
+ * destroyed from one of its own callbacks. Only what says so throws.
  */
 class KXIPCMESSAGE_API IPCMessageClient {
 public:
@@ -101,7 +102,10 @@ public:
         RegisterMessageCallback(messageId, [object, member](TagIPCMessageItem& item) { (object->*member)(item); });
     }
 
-    /** The same for any callable; replaces an earlier one for that id, which may still be running. */
+    /**
+     * The same for any callable; replaces an earlier one for that id, which may still be running.
+     * @throws std::bad_alloc; the earlier one stays then
+     */
     void RegisterMessageCallback(std::uint32_t messageId, IPCMessageCallback callback);
 
     /**
