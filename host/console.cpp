@@ -1,10 +1,13 @@
-#include "console.h"
+// Standard streams: a terminal takes wide characters, anything else UTF-8.
+#include "host/console.h"
 
-#include "text.h"
+#include "host/text.h"
 
 #include <windows.h>
 
 #include <string>
+
+namespace kxrecord {
 
 namespace {
 
@@ -90,3 +93,5 @@ void WriteColoured(Colour colour, std::wstring_view text) {
     const Ink ink(ForegroundOf(colour));
     Write(Stream::Output, text);
 }
+
+} // namespace kxrecord

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <string_view>
 
+namespace kxrecord {
+
 enum class Stream { Output, Error };
 
 /** What a text is, where colours are wanted. */
@@ -30,3 +32,5 @@ void Write(Stream stream, std::wstring_view text);
  * Writes to standard output, in colour on a terminal unless the environment variable NO_COLOR is set to something.
  */
 void WriteColoured(Colour colour, std::wstring_view text);
+
+} // namespace kxrecord

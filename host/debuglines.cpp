@@ -1,6 +1,6 @@
 // The system hands a debug line to debuggers as an exception that every vectored handler of the process sees first.
 // The narrow form of it exists on every Windows.
-#include "debuglines.h"
+#include "host/debuglines.h"
 
 #include "sdk/util/text.h"
 
@@ -8,6 +8,8 @@
 
 #include <stdexcept>
 #include <utility>
+
+namespace kxrecord {
 
 namespace {
 
@@ -52,3 +54,5 @@ std::vector<std::wstring> DebugLines::Take() {
     }
     return lines;
 }
+
+} // namespace kxrecord

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace kxrecord {
+
 /** While it lives, keeps the lines that this thread writes to the debugger output. One at a time. */
 class DebugLines {
 public:
@@ -24,3 +26,5 @@ public:
 private:
     void* m_handler;
 };
+
+} // namespace kxrecord

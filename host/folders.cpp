@@ -1,8 +1,23 @@
-#include "folders.h"
+// Folders and full paths, of any length.
+#include "host/folders.h"
 
+#include "sdk/util/logtool.h"
+
+#include <shlobj.h>
 #include <windows.h>
 
+#include <memory>
 #include <stdexcept>
+
+namespace kxrecord {
+
+namespace {
+
+struct TaskMemoryFree {
+    void operator()(void* block) const noexcept { CoTaskMemFree(block); }
+};
+
+} // namespace
 
 std::wstring HostFolder() {
     std::wstring path(MAX_PATH, L'\0');
@@ -30,7 +45,16 @@ std::wstring FullPath(const std::wstring& path) {
     return full;
 }
 
+std::wstring LocalLogFolder() {
+    PWSTR text = nullptr;
+    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &text);
+    const std::unique_ptr<wchar_t, TaskMemoryFree> owner(text);
+    return SUCCEEDED(found) ? std::wstring(text) + L"\\" + kLocalLogFolderName : std::wstring();
+}
+
 bool IsFile(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
+
+} // namespace kxrecord

@@ -8,6 +8,8 @@
 
 #include <memory>
 
+namespace kxrecord {
+
 struct KernelHandleCloser {
     using pointer = HANDLE;
     void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
@@ -27,3 +29,5 @@ public:
 private:
     KernelHandle m_handle;
 };
+
+} // namespace kxrecord

@@ -1,11 +1,13 @@
-#include "info.h"
+// Asks each query of the table, and keeps what the library wrote to the debugger output meanwhile.
+#include "host/info.h"
 
-#include "console.h"
-#include "debuglines.h"
-#include "errors.h"
-#include "infoview.h"
+#include "host/console.h"
+#include "host/debuglines.h"
+#include "host/infoview.h"
 
 #include <string_view>
+
+namespace kxrecord {
 
 namespace {
 
@@ -64,10 +66,7 @@ std::wstring Reasons(const std::vector<std::wstring>& lines, const std::wstring&
 }
 
 Fact Ask(const Query& query, const std::wstring& argument, DebugLines& lines) {
-    Fact fact{query.group, query.name, true, {}, {}};
-    if (!argument.empty()) {
-        fact.name += L"(" + argument + L")";
-    }
+    Fact fact{query.group, query.name, argument, true, {}, {}};
     fact.answer = query.ask(argument);
     fact.note = Reasons(lines.Take(), query.name);
     return fact;
@@ -75,7 +74,7 @@ Fact Ask(const Query& query, const std::wstring& argument, DebugLines& lines) {
 
 void AskWithEach(const Query& query, const InfoOptions& options, DebugLines& lines, std::vector<Fact>& facts) {
     if (query.effect == Effect::MayWrite && !options.mayWrite) {
-        facts.push_back({query.group, query.name, false, {}, kMayWrite});
+        facts.push_back({query.group, query.name, {}, false, {}, kMayWrite});
         return;
     }
     if (query.argument == Argument::None) {
@@ -84,7 +83,7 @@ void AskWithEach(const Query& query, const InfoOptions& options, DebugLines& lin
     }
     const auto named = options.arguments.find(query.argument);
     if (named == options.arguments.end() || named->second.empty()) {
-        facts.push_back({query.group, query.name, false, {}, std::wstring(L"give ") + OptionOf(query.argument)});
+        facts.push_back({query.group, query.name, {}, false, {}, std::wstring(L"give ") + OptionOf(query.argument)});
         return;
     }
     for (const std::wstring& argument : named->second) {
@@ -105,7 +104,7 @@ std::vector<Fact> Facts(const InfoOptions& options) {
 
 } // namespace
 
-unsigned long PrintInfo(const InfoOptions& options) {
+void PrintInfo(const InfoOptions& options) {
     const std::vector<Fact> facts = Facts(options);
     if (options.json) {
         WriteJson(facts);
@@ -114,5 +113,6 @@ unsigned long PrintInfo(const InfoOptions& options) {
     } else {
         WriteLines(facts);
     }
-    return kExitSuccess;
 }
+
+} // namespace kxrecord

@@ -4,11 +4,13 @@
  */
 #pragma once
 
-#include "infotable.h"
+#include "host/infotable.h"
 
 #include <map>
 #include <string>
 #include <vector>
+
+namespace kxrecord {
 
 struct InfoOptions {
     bool json = false;                                       ///< one JSON object instead of text
@@ -19,6 +21,7 @@ struct InfoOptions {
 
 /**
  * Prints to standard output: a table on a terminal, a line "name: answer" for each query otherwise.
- * @return the process's exit code
  */
-unsigned long PrintInfo(const InfoOptions& options);
+void PrintInfo(const InfoOptions& options);
+
+} // namespace kxrecord

@@ -1,11 +1,11 @@
 // Every query that the library offers, with the form in which it answers. What writes by purpose (a switch, a dump
 // setting, the display scaling) is no query and is not here.
-#include "infotable.h"
+#include "host/infotable.h"
 
 #include "agreementsign.h"
-#include "folders.h"
+#include "host/folders.h"
+#include "host/text.h"
 #include "systemenvironment.h"
-#include "text.h"
 
 #include "sdk/util/text.h"
 #include "sdk/util/xml.h"
@@ -14,6 +14,8 @@
 
 #include <array>
 #include <cwchar>
+
+namespace kxrecord {
 
 namespace {
 
@@ -294,3 +296,5 @@ constexpr Query kQueries[] = {
 std::span<const Query> Queries() {
     return kQueries;
 }
+
+} // namespace kxrecord

@@ -9,6 +9,8 @@
 #include <string>
 #include <variant>
 
+namespace kxrecord {
+
 /** What a query answered. */
 struct Answer {
     /** Nothing, a truth, a number or a text. An empty text is no answer either. */
@@ -44,3 +46,5 @@ inline constexpr wchar_t kDisplayGroup[] = L"display";
 
 /** Every query, group by group. */
 std::span<const Query> Queries();
+
+} // namespace kxrecord

@@ -1,14 +1,16 @@
-#include "infoview.h"
+// The answers as a table, as lines and as JSON.
+#include "host/infoview.h"
 
-#include "console.h"
-#include "text.h"
-
-#include <nlohmann/json.hpp>
+#include "host/console.h"
+#include "host/json.h"
+#include "host/text.h"
 
 #include <algorithm>
 #include <cwctype>
 #include <string_view>
 #include <utility>
+
+namespace kxrecord {
 
 namespace {
 
@@ -37,6 +39,11 @@ std::wstring Printable(std::wstring_view text) {
         printable += kDigits[character & 15];
     }
     return printable;
+}
+
+// The name as it is shown: with the argument in parentheses.
+std::wstring Title(const Fact& fact) {
+    return Printable(fact.argument.empty() ? fact.name : fact.name + L"(" + fact.argument + L")");
 }
 
 bool IsAnswered(const Answer& answer) {
@@ -107,7 +114,7 @@ void WriteHeading(std::wstring heading, bool isFirst) {
 void WriteTable(const std::vector<Fact>& facts) {
     std::size_t nameWidth = 0;
     for (const Fact& fact : facts) {
-        nameWidth = std::max(nameWidth, Printable(fact.name).size());
+        nameWidth = std::max(nameWidth, Title(fact).size());
     }
     const std::size_t left = kIndent + nameWidth + kGap;
     const std::size_t terminalWidth = TerminalWidth();
@@ -120,7 +127,7 @@ void WriteTable(const std::vector<Fact>& facts) {
             WriteHeading(fact.group, group.empty());
         }
         group = fact.group;
-        std::wstring name = Printable(fact.name);
+        std::wstring name = Title(fact);
         name.resize(nameWidth + kGap, L' ');
         Write(Stream::Output, std::wstring(kIndent, L' ') + name);
         const AnswerText answer = Describe(fact);
@@ -136,16 +143,21 @@ void WriteTable(const std::vector<Fact>& facts) {
 void WriteLines(const std::vector<Fact>& facts) {
     std::wstring lines;
     for (const Fact& fact : facts) {
-        lines += Printable(fact.name) + L": " + Describe(fact).text;
+        lines += Title(fact) + L": " + Describe(fact).text;
         lines += (fact.note.empty() ? L"" : L" (" + Printable(fact.note) + L")") + L"\n";
     }
     Write(Stream::Output, lines);
 }
 
 void WriteJson(const std::vector<Fact>& facts) {
-    nlohmann::ordered_json groups = nlohmann::ordered_json::object();
+    nlohmann::ordered_json document = SchemaObject();
+    document["answers"] = nlohmann::ordered_json::array();
     for (const Fact& fact : facts) {
         nlohmann::ordered_json object;
+        object["group"] = Utf8FromWide(fact.group);
+        object["function"] = Utf8FromWide(fact.name);
+        object["argument"] =
+            fact.argument.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(Utf8FromWide(fact.argument));
         object["asked"] = fact.isAsked;
         object["value"] = nullptr;
         if (const auto* const truth = std::get_if<bool>(&fact.answer.value)) {
@@ -161,7 +173,9 @@ void WriteJson(const std::vector<Fact>& facts) {
         if (!fact.note.empty()) {
             object["note"] = Utf8FromWide(fact.note);
         }
-        groups[Utf8FromWide(fact.group)][Utf8FromWide(fact.name)] = std::move(object);
+        document["answers"].push_back(std::move(object));
     }
-    Write(Stream::Output, WideFromUtf8(groups.dump(2)) + L"\n");
+    Write(Stream::Output, WideFromUtf8(document.dump(2)) + L"\n");
 }
+
+} // namespace kxrecord

@@ -4,15 +4,18 @@
  */
 #pragma once
 
-#include "infotable.h"
+#include "host/infotable.h"
 
 #include <string>
 #include <vector>
 
+namespace kxrecord {
+
 /** One query with its answer. */
 struct Fact {
     std::wstring group;
-    std::wstring name; ///< with the argument in parentheses, when it was asked with one
+    std::wstring name;
+    std::wstring argument; ///< what it was asked with; empty for most
     bool isAsked;
     Answer answer;
     std::wstring note; ///< why there is no answer, or what the library reported with it; may be empty
@@ -25,7 +28,9 @@ void WriteTable(const std::vector<Fact>& facts);
 void WriteLines(const std::vector<Fact>& facts);
 
 /**
- * One object with an object for each group; a fact is an object with "asked", "value" (null without an answer), and
- * "meaning" and "note" if there are any.
+ * One object with an array "answers"; an answer has "group", "function", "argument" (null without one), "asked",
+ * "value" (null without an answer), and "meaning" and "note" if there are any.
  */
 void WriteJson(const std::vector<Fact>& facts);
+
+} // namespace kxrecord

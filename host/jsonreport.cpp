@@ -1,9 +1,12 @@
-#include "report.h"
+// What a recording or a live view tells a machine. docs/kxrecord.md is the manual of the events and is checked against
+// what the program writes.
+#include "host/report.h"
 
-#include "console.h"
-#include "text.h"
+#include "host/console.h"
+#include "host/json.h"
+#include "host/text.h"
 
-#include <nlohmann/json.hpp>
+namespace kxrecord {
 
 namespace {
 
@@ -11,13 +14,20 @@ using nlohmann::ordered_json;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kProgressInterval{1000};
+constexpr double kMediaTicksPerSecond = 1e7; ///< 100 ns
 
 double Seconds(milliseconds time) {
     return static_cast<double>(time.count()) / 1000;
 }
 
+double MediaSeconds(std::int64_t time) {
+    return static_cast<double>(time) / kMediaTicksPerSecond;
+}
+
 ordered_json Event(const char* name) {
-    return {{"event", name}};
+    ordered_json event = SchemaObject();
+    event["event"] = name;
+    return event;
 }
 
 void Send(const ordered_json& event) {
@@ -28,14 +38,16 @@ ordered_json OrNull(const std::optional<std::uint64_t>& number) {
     return number ? ordered_json(*number) : ordered_json();
 }
 
+// What only the worker knows; null where it does not tell.
+void AddFigures(const std::optional<kxvcr::RecordingStatus>& worker, ordered_json& event) {
+    event["pictures"] = worker ? ordered_json(worker->pictures) : ordered_json();
+    event["repeats"] = worker ? ordered_json(worker->repeats) : ordered_json();
+    event["dropped"] = worker ? ordered_json(worker->dropped) : ordered_json();
+}
+
 class JsonReport : public Report {
 public:
-    void Error(unsigned long code, const std::wstring& sentence) override {
-        ordered_json event = Event("error");
-        event["code"] = code;
-        event["message"] = Utf8FromWide(sentence);
-        Send(event);
-    }
+    void Error(const Failure& failure) override { Send(ErrorObject(failure)); }
 
     void Warning(const std::wstring& sentence) override {
         ordered_json event = Event("warning");
@@ -49,10 +61,10 @@ public:
         Send(event);
     }
 
-    void NotRecorded(unsigned long exitCode) override {
+    void NotRecorded(Exit exit) override {
         ordered_json event = Event("finished");
         event["file"] = nullptr;
-        event["exitCode"] = exitCode;
+        event["exitCode"] = static_cast<int>(exit);
         Send(event);
     }
 
@@ -61,7 +73,7 @@ public:
         ordered_json event = Event("started");
         event["file"] = m_file;
         event["framesPerSecond"] = start.framesPerSecond;
-        event["replaySeconds"] = start.replay.count();
+        event["replaySeconds"] = start.replay ? ordered_json(Seconds(*start.replay)) : ordered_json();
         Send(event);
     }
 
@@ -72,17 +84,21 @@ public:
         ordered_json event = Event("progress");
         event["seconds"] = Seconds(state.elapsed);
         event["framesDue"] = state.framesDue;
+        AddFigures(state.worker, event);
         event["bytes"] = OrNull(state.fileBytes);
         event["diskFreeBytes"] = OrNull(state.diskFreeBytes);
         Send(event);
     }
 
-    void Recorded(const RecordState& state, unsigned long exitCode) override {
+    void Recorded(const RecordState& state, Exit exit) override {
         ordered_json event = Event("finished");
         event["file"] = m_file;
         event["seconds"] = Seconds(state.elapsed);
+        AddFigures(state.worker, event);
+        event["fileSeconds"] = state.worker ? ordered_json(MediaSeconds(state.worker->length)) : ordered_json();
+        event["liveStartSeconds"] = state.worker ? ordered_json(MediaSeconds(state.worker->liveStart)) : ordered_json();
         event["bytes"] = OrNull(state.fileBytes);
-        event["exitCode"] = exitCode;
+        event["exitCode"] = static_cast<int>(exit);
         Send(event);
     }
 
@@ -103,10 +119,10 @@ public:
         Send(event);
     }
 
-    void Served(milliseconds elapsed, unsigned long exitCode) override {
+    void Served(milliseconds elapsed, Exit exit) override {
         ordered_json event = Event("finished");
         event["seconds"] = Seconds(elapsed);
-        event["exitCode"] = exitCode;
+        event["exitCode"] = static_cast<int>(exit);
         Send(event);
     }
 
@@ -125,6 +141,21 @@ private:
 
 } // namespace
 
+ordered_json SchemaObject() {
+    return {{"schema", kJsonSchema}};
+}
+
+ordered_json ErrorObject(const Failure& failure) {
+    const auto exit = static_cast<int>(failure.exit);
+    ordered_json event = Event("error");
+    event["code"] = failure.code != 0 ? ordered_json(failure.code) : ordered_json(exit);
+    event["exitCode"] = exit;
+    event["message"] = Utf8FromWide(failure.sentence);
+    return event;
+}
+
 std::unique_ptr<Report> MakeJsonReport() {
     return std::make_unique<JsonReport>();
 }
+
+} // namespace kxrecord

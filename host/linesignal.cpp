@@ -1,7 +1,10 @@
-#include "linesignal.h"
+// Waits for a line of standard input in a thread that nothing can end but the input itself.
+#include "host/linesignal.h"
 
 #include <stdexcept>
 #include <thread>
+
+namespace kxrecord {
 
 struct LineSignal::State {
     KernelHandle line{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
@@ -57,3 +60,5 @@ HANDLE LineSignal::Line() const {
 bool LineSignal::IsClosed() const {
     return WaitForSingleObject(m_state->closed.get(), 0) == WAIT_OBJECT_0;
 }
+
+} // namespace kxrecord

@@ -4,10 +4,12 @@
  */
 #pragma once
 
-#include "handle.h"
+#include "host/handle.h"
 
 #include <memory>
 #include <optional>
+
+namespace kxrecord {
 
 /**
  * Reads standard input in a thread of its own, which goes on until the process ends: input cannot be cancelled. While
@@ -32,3 +34,5 @@ private:
     std::shared_ptr<const State> m_state;
     std::optional<DWORD> m_terminalMode; ///< as it was before; none when the input is no terminal
 };
+
+} // namespace kxrecord

@@ -1,8 +1,11 @@
-#include "live.h"
+// One live view, from the start of the worker to its end.
+#include "host/live.h"
 
-#include "stopsignal.h"
+#include "host/stopsignal.h"
 
 #include <shellapi.h>
+
+namespace kxrecord {
 
 using KxScreenRecord::RecordMode;
 
@@ -37,7 +40,7 @@ LiveStart StartOf(const LiveOptions& options, int port) {
 void OpenPage(const std::wstring& url, Report& report) {
     const HINSTANCE answer = ShellExecuteW(nullptr, L"open", url.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
     if (reinterpret_cast<INT_PTR>(answer) < kFirstSuccess) {
-        report.Warning(L"no browser could be started; open " + url + L" yourself.");
+        report.Warning(L"no browser could be started; open " + url + L" yourself");
     }
 }
 
@@ -54,22 +57,22 @@ void WaitWhileServing(const Session& session, const StopSignal& stop, const Live
 
 } // namespace
 
-unsigned long Live(const LiveOptions& options) {
-    const std::unique_ptr<Report> report = options.session.json ? MakeJsonReport() : MakeTextReport();
+Exit Live(const LiveOptions& options) {
+    const std::unique_ptr<Report> report = MakeReport(options.session);
     const StopSignal stop;
     Session session(*report, options.session, stop);
-    if (const unsigned long code = session.Begin(std::chrono::seconds{0}); code != kExitSuccess) {
-        return code;
+    if (const Exit exit = session.Begin(std::chrono::seconds{0}); exit != Exit::Success) {
+        return exit;
     }
     int port = 0;
     if (!session.Proxy().StartLiveServer(options.server, options.session.timeoutMs, port)) {
-        return session.Refused(kExitLiveRefused);
+        return session.Refused(Command::StartLive, {}, options.server.port);
     }
 
     const LiveStart start = StartOf(options, port);
     report->Serving(start);
     if (options.server.listenOnAllInterfaces != 0) {
-        report->Warning(L"everybody who reaches this machine can see its screen: there is no password.");
+        report->Warning(L"everybody who reaches this machine can see its screen: there is no password");
     }
     if (options.open) {
         OpenPage(start.url, *report);
@@ -78,7 +81,9 @@ unsigned long Live(const LiveOptions& options) {
     const Stopwatch stopwatch;
     WaitWhileServing(session, stop, options, *report, stopwatch);
     const std::chrono::milliseconds served = stopwatch.Elapsed();
-    const unsigned long code = session.End(Stage::Serving, RecordMode::LiveServer);
-    report->Served(served, code);
-    return code;
+    const Exit exit = session.End(Stage::Serving, RecordMode::LiveServer);
+    report->Served(served, exit);
+    return exit;
 }
+
+} // namespace kxrecord

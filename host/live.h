@@ -4,7 +4,9 @@
  */
 #pragma once
 
-#include "session.h"
+#include "host/session.h"
+
+namespace kxrecord {
 
 struct LiveOptions {
     SessionOptions session;
@@ -14,6 +16,8 @@ struct LiveOptions {
 
 /**
  * Serves the screen over HTTP.
- * @return the process's exit code; a failure has been reported
+ * @return how the process ends; a failure has been reported
  */
-unsigned long Live(const LiveOptions& options);
+Exit Live(const LiveOptions& options);
+
+} // namespace kxrecord

@@ -1,10 +1,11 @@
-#include "manifest.h"
+// The manifest is changed as a document: what others wrote into it stays.
+#include "host/manifest.h"
 
-#include "console.h"
-#include "errors.h"
-#include "folders.h"
-#include "handle.h"
-#include "text.h"
+#include "host/console.h"
+#include "host/folders.h"
+#include "host/handle.h"
+#include "host/json.h"
+#include "host/text.h"
 
 #include "sdk/util/file.h"
 #include "sdk/util/text.h"
@@ -15,6 +16,8 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+
+namespace kxrecord {
 
 namespace {
 
@@ -50,11 +53,6 @@ public:
 private:
     std::wstring m_path;
 };
-
-unsigned long Fail(unsigned long code, const std::wstring& sentence) {
-    Write(Stream::Error, L"kxrecord: " + sentence + L"\n");
-    return code;
-}
 
 // No entry when the file is missing, unreadable, or has a name outside the code page that the checker uses.
 std::optional<Entry> Digest(const std::wstring& hostFolder, const std::wstring& file) {
@@ -123,19 +121,42 @@ bool Replace(const std::wstring& path, const tinyxml2::XMLDocument& document) {
            MoveFileExW(temporary.Path().c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
 }
 
+Exit Fail(const ManifestOptions& options, const Failure& failure) {
+    if (options.json) {
+        Write(Stream::Output, WideFromUtf8(ErrorObject(failure).dump()) + L"\n");
+    } else {
+        Write(Stream::Error, L"kxrecord: " + failure.sentence + L"\n");
+    }
+    return failure.exit;
+}
+
+void Tell(const ManifestOptions& options, const std::wstring& manifest, const std::vector<Entry>& entries) {
+    if (!options.json) {
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            Write(Stream::Output, WideFromUtf8(entries[i].digest) + L"  " + options.files[i] + L"\n");
+        }
+        return;
+    }
+    nlohmann::ordered_json object = SchemaObject();
+    object["manifest"] = Utf8FromWide(manifest);
+    object["files"] = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        object["files"].push_back({{"file", Utf8FromWide(options.files[i])}, {"sha256", entries[i].digest}});
+    }
+    Write(Stream::Output, WideFromUtf8(object.dump(2)) + L"\n");
+}
+
 } // namespace
 
-unsigned long WriteManifest(const std::vector<std::wstring>& files) {
+Exit WriteManifest(const ManifestOptions& options) {
     const std::wstring hostFolder = HostFolder();
     std::vector<Entry> entries;
-    for (const std::wstring& file : files) {
+    for (const std::wstring& file : options.files) {
         std::optional<Entry> entry = Digest(hostFolder, file);
         if (!entry) {
-            return Fail(kExitNoSuchFile, std::wstring(L"\"")
-                                             .append(file)
-                                             .append(L"\" is not a readable file in ")
-                                             .append(hostFolder)
-                                             .append(L"; nothing was written. Give its path relative to that folder."));
+            return Fail(options, HostFailure(Exit::NoSuchFile,
+                                             L"\"" + file + L"\" is not a readable file in " + hostFolder +
+                                                 L"; nothing was written. Give its path relative to that folder"));
         }
         entries.push_back(std::move(*entry));
     }
@@ -144,7 +165,8 @@ unsigned long WriteManifest(const std::vector<std::wstring>& files) {
     const std::wstring path = folder + kManifestName;
     tinyxml2::XMLDocument document;
     if (!Load(path, document)) {
-        return Fail(kExitManifest, path + L" is not a readable XML file; repair or remove it, then try again.");
+        return Fail(options, HostFailure(Exit::Manifest, path + L" is not a readable XML file; repair or remove it, "
+                                                                L"then try again"));
     }
     for (const Entry& entry : entries) {
         Enter(*document.RootElement(), entry);
@@ -152,10 +174,11 @@ unsigned long WriteManifest(const std::vector<std::wstring>& files) {
 
     CreateDirectoryW(folder.c_str(), nullptr);
     if (!Replace(path, document)) {
-        return Fail(kExitManifest, path + L" cannot be written; see that you may write in that folder.");
+        return Fail(options,
+                    HostFailure(Exit::Manifest, path + L" cannot be written; see that you may write in that folder"));
     }
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        Write(Stream::Output, WideFromUtf8(entries[i].digest) + L"  " + files[i] + L"\n");
-    }
-    return kExitSuccess;
+    Tell(options, path, entries);
+    return Exit::Success;
 }
+
+} // namespace kxrecord

@@ -4,13 +4,23 @@
  */
 #pragma once
 
+#include "host/exitcode.h"
+
 #include <string>
 #include <vector>
+
+namespace kxrecord {
+
+struct ManifestOptions {
+    std::vector<std::wstring> files; ///< paths relative to kxrecord.exe's folder; entered exactly as given
+    bool json = false;               ///< one JSON object instead of lines
+};
 
 /**
  * Enters the SHA-256 digests of files into the manifest. Entries of other files stay; an entry with the same path
  * gets the new digest. The manifest is replaced in one step: on failure the old one is untouched.
- * @param files paths relative to kxrecord.exe's folder; entered exactly as given
- * @return the process's exit code; a failure has been reported on standard error
+ * @return how the process ends; a failure has been reported
  */
-unsigned long WriteManifest(const std::vector<std::wstring>& files);
+Exit WriteManifest(const ManifestOptions& options);
+
+} // namespace kxrecord

@@ -1,18 +1,27 @@
-#include "record.h"
+// One recording, from the start of the worker to its end.
+#include "host/record.h"
 
-#include "folders.h"
-#include "linesignal.h"
-#include "recordingfile.h"
-#include "stopsignal.h"
-#include "text.h"
+#include "host/folders.h"
+#include "host/linesignal.h"
+#include "host/recordingfile.h"
+#include "host/stopsignal.h"
+#include "host/text.h"
+
+#include "sdk/vcr/workerprotocol.h"
+
+#include <algorithm>
+#include <iterator>
+#include <ratio>
+
+namespace kxrecord {
 
 using KxScreenRecord::RecordMode;
 using std::chrono::milliseconds;
 
 namespace {
 
-constexpr std::size_t kLongestPath = 260; ///< characters that StartLocalRecord accepts
-constexpr std::uint32_t kDefaultFramesPerSecond = 30;
+constexpr std::wstring_view kWebM = L".webm";
+constexpr std::wstring_view kEndings[] = {L".mp4", kWebM, L".mkv"};
 constexpr DWORD kLookIntervalMs = 200;
 
 enum class Outcome {
@@ -23,12 +32,21 @@ enum class Outcome {
 
 std::uint32_t RateOf(const RecordOptions& options) {
     const std::uint32_t asked = options.session.picture.framesPerSecond;
-    return asked != 0 ? asked : kDefaultFramesPerSecond;
+    return asked != 0 ? asked : kxvcr::kDefaultFramesPerSecond;
 }
 
-RecordState StateOf(const RecordingFile& file, milliseconds elapsed, std::uint32_t framesPerSecond) {
-    const auto framesDue = static_cast<std::uint64_t>(elapsed.count()) * framesPerSecond / 1000;
-    return {elapsed, framesDue, file.Bytes(), file.DiskFreeBytes()};
+bool EndsIn(std::wstring_view file, std::wstring_view ending) {
+    if (file.size() < ending.size()) {
+        return false;
+    }
+    const std::wstring_view end = file.substr(file.size() - ending.size());
+    return CompareStringOrdinal(end.data(), static_cast<int>(end.size()), ending.data(),
+                                static_cast<int>(ending.size()), TRUE) == CSTR_EQUAL;
+}
+
+milliseconds FromMediaTime(std::int64_t time) {
+    return std::chrono::duration_cast<milliseconds>(
+        std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>(time));
 }
 
 // Waits for the user's Enter. Without an input to wait for, the buffer is filled once.
@@ -56,8 +74,19 @@ public:
           m_framesPerSecond(RateOf(options)),
           m_report(report) {}
 
+    /** What the file begins with; none when the worker does not tell. */
+    std::optional<milliseconds> Replay() const {
+        const std::optional<kxvcr::RecordingStatus> status = m_status.Read();
+        return status ? std::optional(FromMediaTime(status->liveStart)) : std::nullopt;
+    }
+
     milliseconds Elapsed() const { return m_stopwatch.Elapsed(); }
-    RecordState State() const { return StateOf(m_file, Elapsed(), m_framesPerSecond); }
+    RecordState State() const { return StateAfter(Elapsed()); }
+
+    RecordState StateAfter(milliseconds elapsed) const {
+        const auto framesDue = static_cast<std::uint64_t>(elapsed.count()) * m_framesPerSecond / 1000;
+        return {elapsed, framesDue, m_status.Read(), m_file.Bytes(), m_file.DiskFreeBytes()};
+    }
 
     void Look() {
         const RecordState state = State();
@@ -66,13 +95,14 @@ public:
             state.diskFreeBytes && IsDiskLow(*state.diskFreeBytes, state.fileBytes.value_or(0), state.elapsed);
         if (isLow && !m_hasWarned) {
             m_report.Warning(L"only " + SizeText(*state.diskFreeBytes) +
-                             L" are left on the disk; make room, or the recording ends when it is full.");
+                             L" are left on the disk; make room, or the recording ends when it is full");
             m_hasWarned = true;
         }
     }
 
 private:
     Stopwatch m_stopwatch;
+    StatusView m_status;
     RecordingFile m_file;
     std::uint32_t m_framesPerSecond;
     Report& m_report;
@@ -89,41 +119,64 @@ void WaitWhileRecording(const Session& session, const StopSignal& stop, const Re
     }
 }
 
+std::optional<Failure> CheckPath(const std::wstring& path, bool overwrite) {
+    if (path.size() > kxvcr::kMaxPathCharacters) {
+        return Failure{Exit::PathTooLong, ERROR_FILENAME_EXCED_RANGE,
+                       L"the file's full path is longer than " + std::to_wstring(kxvcr::kMaxPathCharacters) +
+                           L" characters; give a shorter name or folder"};
+    }
+    if (!overwrite && WhatExists(path) == Existing::Other) {
+        return HostFailure(Exit::NotARecording, path + L" exists and is not a recording; give another name, or "
+                                                       L"--overwrite to replace it");
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
-unsigned long Record(const RecordOptions& options) {
-    const std::unique_ptr<Report> report = options.session.json ? MakeJsonReport() : MakeTextReport();
+bool NamesAFormat(std::wstring_view file) {
+    return std::any_of(std::begin(kEndings), std::end(kEndings),
+                       [file](std::wstring_view ending) { return EndsIn(file, ending); });
+}
+
+bool NamesWebM(std::wstring_view file) {
+    return EndsIn(file, kWebM);
+}
+
+Exit Record(const RecordOptions& options) {
+    const std::unique_ptr<Report> report = MakeReport(options.session);
     const std::wstring path = FullPath(options.file);
-    if (path.size() > kLongestPath) {
-        report->Error(ERROR_FILENAME_EXCED_RANGE, Explain(Stage::Host, ERROR_FILENAME_EXCED_RANGE));
-        return ERROR_FILENAME_EXCED_RANGE;
+    if (const std::optional<Failure> failure = CheckPath(path, options.overwrite)) {
+        report->Error(*failure);
+        return failure->exit;
     }
 
     const StopSignal stop;
     Session session(*report, options.session, stop);
-    if (const unsigned long code = session.Begin(options.replay); code != kExitSuccess) {
-        return code;
+    if (const Exit exit = session.Begin(options.replay); exit != Exit::Success) {
+        return exit;
     }
     if (options.replay.count() != 0) {
         report->Keeping(options.replay);
         const Outcome outcome = WaitForLine(session, stop, options.replay);
         if (outcome != Outcome::Begin) {
-            const unsigned long code = session.End(Stage::Recording, RecordMode::PreparedTimemachine);
-            report->NotRecorded(code);
-            return code;
+            const Exit exit = session.End(Stage::Recording, RecordMode::PreparedTimemachine);
+            report->NotRecorded(exit);
+            return exit;
         }
     }
     const unsigned int timeoutMs = options.session.timeoutMs;
     if (!session.Proxy().StartLocalRecord(path.c_str(), static_cast<unsigned int>(path.size()), timeoutMs)) {
-        return session.Refused(kExitStartRefused);
+        return session.Refused(Command::StartFile, path, 0);
     }
 
-    report->Recording({path, RateOf(options), options.replay});
     Watch watch(options, path, *report);
+    report->Recording({path, RateOf(options), options.replay.count() == 0 ? milliseconds(0) : watch.Replay()});
     WaitWhileRecording(session, stop, options, watch);
-    RecordState state = watch.State();
-    const unsigned long code = session.End(Stage::Recording, RecordMode::LocalRecord);
-    state.fileBytes = RecordingFile(path).Bytes(); // the end adds the index
-    report->Recorded(state, code);
-    return code;
+    const milliseconds elapsed = watch.Elapsed();
+    const Exit exit = session.End(Stage::Recording, RecordMode::LocalRecord);
+    report->Recorded(watch.StateAfter(elapsed), exit); // as the file is now that it is complete
+    return exit;
 }
+
+} // namespace kxrecord

@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 
+namespace kxrecord {
+
 class RecordingFile {
 public:
     /** @param path full path; the file need not exist yet */
@@ -25,8 +27,20 @@ private:
     std::wstring m_folder;
 };
 
+/** What lies where a recording is to be written. */
+enum class Existing {
+    Nothing,
+    Recording, ///< a file that begins as MP4, WebM and Matroska files do, or an empty one
+    Other,     ///< any other file, or a folder
+};
+
+/** @param path full path. A file that cannot be read is left to the worker to refuse, and counts as Nothing. */
+Existing WhatExists(const std::wstring& path);
+
 /**
  * Whether the room that is left is too little: less than the worker needs to finish a file, or gone within half a
  * minute at the rate of the recording until now.
  */
 bool IsDiskLow(std::uint64_t diskFreeBytes, std::uint64_t fileBytes, std::chrono::milliseconds elapsed);
+
+} // namespace kxrecord

@@ -4,23 +4,30 @@
  */
 #pragma once
 
+#include "host/failure.h"
+#include "host/recordingstatus.h"
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
+namespace kxrecord {
+
 /** A recording as it begins. */
 struct RecordStart {
-    std::wstring file;              ///< full path
-    std::uint32_t framesPerSecond;  ///< as asked for
-    std::chrono::seconds replay{0}; ///< the file begins with up to so much of the screen before the start
+    std::wstring file;             ///< full path
+    std::uint32_t framesPerSecond; ///< as asked for
+    /** So much of the screen before the start is what the file begins with; none when the worker does not tell. */
+    std::optional<std::chrono::milliseconds> replay;
 };
 
 /** A recording as it stands. */
 struct RecordState {
-    std::chrono::milliseconds elapsed; ///< since the start, without what was replayed
-    std::uint64_t framesDue;           ///< elapsed time times the rate: the worker does not tell what it wrote
+    std::chrono::milliseconds elapsed;            ///< since the start, without what was replayed
+    std::uint64_t framesDue;                      ///< elapsed time times the rate
+    std::optional<kxvcr::RecordingStatus> worker; ///< what the worker tells; none when it does not
     std::optional<std::uint64_t> fileBytes;
     std::optional<std::uint64_t> diskFreeBytes;
 };
@@ -38,33 +45,51 @@ public:
     virtual ~Report() = default;
 
     /** What failed, in one sentence that says what to do. */
-    virtual void Error(unsigned long code, const std::wstring& sentence) = 0;
+    virtual void Error(const Failure& failure) = 0;
     /** What does not end the work but should be known, in one sentence. */
     virtual void Warning(const std::wstring& sentence) = 0;
 
     /** The last @p length of the screen are being kept; Enter begins the recording. */
     virtual void Keeping(std::chrono::seconds length) = 0;
     /** It ended before the recording began. */
-    virtual void NotRecorded(unsigned long exitCode) = 0;
+    virtual void NotRecorded(Exit exit) = 0;
     virtual void Recording(const RecordStart& start) = 0;
     /** May be called as often as one likes. */
     virtual void RecordProgress(const RecordState& state) = 0;
-    virtual void Recorded(const RecordState& state, unsigned long exitCode) = 0;
+    virtual void Recorded(const RecordState& state, Exit exit) = 0;
 
     virtual void Serving(const LiveStart& start) = 0;
     /** May be called as often as one likes. */
     virtual void LiveProgress(std::chrono::milliseconds elapsed) = 0;
-    virtual void Served(std::chrono::milliseconds elapsed, unsigned long exitCode) = 0;
+    virtual void Served(std::chrono::milliseconds elapsed, Exit exit) = 0;
 };
+
+/** How much a user wants to read. */
+enum class Verbosity {
+    Quiet, ///< errors and warnings alone
+    Normal,
+    Verbose, ///< the library's log messages as well
+};
+
+/** "00:01:02.3": hours, minutes, seconds and tenths. */
+std::wstring ClockText(std::chrono::milliseconds time);
+
+/**
+ * The line that is redrawn while a recording runs.
+ * @param width cells of the terminal; the fields that do not fit into fewer are left out
+ */
+std::wstring ProgressText(const RecordState& state, std::size_t width);
 
 /**
  * For people: on a terminal one line is redrawn in place; a file or a pipe gets a line at the start and one at the end.
  * Errors and warnings go to standard error.
  */
-std::unique_ptr<Report> MakeTextReport();
+std::unique_ptr<Report> MakeTextReport(Verbosity verbosity);
 
 /**
- * For machines: one JSON object a line on standard output, errors and warnings as well. Its "event" is "keeping",
- * "started", "progress" (once a second), "warning", "error" or "finished".
+ * For machines: one JSON object a line on standard output, errors and warnings as well; docs/kxrecord.md has every
+ * event and key.
  */
 std::unique_ptr<Report> MakeJsonReport();
+
+} // namespace kxrecord

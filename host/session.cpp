@@ -1,8 +1,13 @@
-#include "session.h"
+// One worker from its start to its end. The library's log is listened to all the while: it says why a command failed.
+#include "host/session.h"
 
-#include "folders.h"
+#include "host/folders.h"
+
+#include "sdk/vcr/workerprotocol.h"
 
 #include <algorithm>
+
+namespace kxrecord {
 
 using KxScreenRecord::RecordMode;
 using KxScreenRecord::ScreenRecordProxy;
@@ -11,9 +16,17 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr milliseconds kUpdateInterval{200};
-constexpr wchar_t kWorkerName[] = L"\\KXVCR.exe";
+constexpr wchar_t kWorkerLog[] = L"KXVCR";
+
+std::wstring WorkerPath() {
+    return HostFolder() + L"\\" + kxvcr::kWorkerFileNameWide;
+}
 
 } // namespace
+
+std::unique_ptr<Report> MakeReport(const SessionOptions& options) {
+    return options.json ? MakeJsonReport() : MakeTextReport(options.verbosity);
+}
 
 void Session::Releaser::operator()(ScreenRecordProxy* proxy) const {
     ScreenRecordProxy::ReleaseProxy(proxy);
@@ -22,49 +35,57 @@ void Session::Releaser::operator()(ScreenRecordProxy* proxy) const {
 Session::Session(Report& report, const SessionOptions& options, const StopSignal& stop)
     : m_report(report),
       m_options(options),
-      m_stop(stop) {}
+      m_stop(stop),
+      m_log(options.verbosity == Verbosity::Verbose) {}
 
-unsigned long Session::Begin(std::chrono::seconds replay) {
+Exit Session::Begin(std::chrono::seconds replay) {
     m_proxy.reset(ScreenRecordProxy::CreateProxy());
     if (!m_proxy) {
-        return Fail(Stage::Host, kExitNoProxy);
+        return Fail(HostFailure(Exit::NoProxy, L"the recorder could not be set up for lack of memory; close other "
+                                               L"programs and try again"));
     }
     const unsigned long started = m_proxy->RunProcess(m_options.timeoutMs);
-    if (started != 0) {
-        return Fail(IsFile(HostFolder() + kWorkerName) ? Stage::Start : Stage::StartWithoutWorker, started);
+    // A worker that ends with code 0 before it is ready leaves nothing to command.
+    if (started != ERROR_SUCCESS || Is(RecordMode::NoWorker)) {
+        return Fail(IsFile(WorkerPath()) ? Stage::Start : Stage::StartWithoutWorker, started);
     }
     const auto seconds = static_cast<unsigned int>(replay.count());
     if (!m_proxy->PrepareTimemachine(m_options.picture, seconds, m_options.timeoutMs)) {
-        return Refused(seconds == 0 ? kExitPrepareRefused : kExitReplayRefused);
+        return Refused(seconds == 0 ? Command::Prepare : Command::PrepareReplay, {}, 0);
     }
-    return kExitSuccess;
+    return Exit::Success;
 }
 
 bool Session::Is(RecordMode mode) const {
     return m_proxy->GetCurRecordMode() == static_cast<int>(mode);
 }
 
-unsigned long Session::Refused(unsigned long code) {
+Exit Session::Refused(Command command, const std::wstring& file, std::uint32_t port) {
+    const Exchange exchange = m_log.TakeExchange();
     StopWorker();
-    return Fail(Stage::Host, code);
+    return Fail(ExplainRefusal(command, exchange, {m_options.picture, file, port}, CurrentScreen(), LogOf(kWorkerLog)));
 }
 
-unsigned long Session::End(Stage whileWorking, RecordMode working) {
+Exit Session::End(Stage whileWorking, RecordMode working) {
     if (!Is(working)) {
         const unsigned long code = m_proxy->WaitLiveProcessEnd(m_options.timeoutMs);
-        if (code == 0 && m_stop.WaitFor(0)) { // Wine passes Ctrl-C on to the worker, which then ends as if told to stop
-            return kExitSuccess;
+        // The end of the Windows session tells both to stop: the worker finishes its file by itself.
+        if (code == ERROR_SUCCESS && m_stop.WaitFor(0)) {
+            return Exit::Success;
         }
-        Fail(whileWorking, code);
-        return code == 0 ? kExitWorkerGone : code;
+        return Fail(whileWorking, code);
     }
     const unsigned long code = StopWorker();
-    return code == 0 ? kExitSuccess : Fail(Stage::Finish, code);
+    return code == ERROR_SUCCESS ? Exit::Success : Fail(Stage::Finish, code);
 }
 
-unsigned long Session::Fail(Stage stage, unsigned long code) {
-    m_report.Error(code, Explain(stage, code));
-    return code;
+Exit Session::Fail(const Failure& failure) {
+    m_report.Error(failure);
+    return failure.exit;
+}
+
+Exit Session::Fail(Stage stage, unsigned long code) {
+    return Fail(Explain(stage, code, LogOf(kWorkerLog)));
 }
 
 unsigned long Session::StopWorker() {
@@ -83,3 +104,5 @@ DWORD NextWaitMs(const SessionOptions& options, milliseconds elapsed) {
     }
     return static_cast<DWORD>(wait.count());
 }
+
+} // namespace kxrecord

@@ -4,14 +4,16 @@
  */
 #pragma once
 
-#include "errors.h"
-#include "report.h"
+#include "host/librarylog.h"
+#include "host/report.h"
+#include "host/stopsignal.h"
 #include "screenrecordproxy.h"
-#include "stopsignal.h"
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
+
+namespace kxrecord {
 
 /** What a recording and a live view have in common. */
 struct SessionOptions {
@@ -19,9 +21,15 @@ struct SessionOptions {
     std::optional<std::chrono::milliseconds> length; ///< none: until Ctrl-C
     unsigned int timeoutMs = 10000;                  ///< limit of each step of the start, and of the end
     bool json = false;                               ///< objects for machines instead of sentences
+    Verbosity verbosity = Verbosity::Normal;
 };
 
-/** Every failure is reported before its code is returned. A worker that still runs is told to stop by the destructor.
+/** The report that the options ask for. */
+std::unique_ptr<Report> MakeReport(const SessionOptions& options);
+
+/**
+ * Every failure is reported before its exit code is returned. A worker that still runs is told to stop by the
+ * destructor.
  */
 class Session {
 public:
@@ -30,37 +38,43 @@ public:
     /**
      * Starts the worker and prepares it.
      * @param replay how much of the screen is kept from now on; 0 keeps none
-     * @return 0, or the process's exit code
+     * @return Success, or how the process ends
      */
-    unsigned long Begin(std::chrono::seconds replay);
+    Exit Begin(std::chrono::seconds replay);
 
     KxScreenRecord::ScreenRecordProxy& Proxy() { return *m_proxy; }
 
     /** Whether the worker is still doing that. */
     bool Is(KxScreenRecord::RecordMode mode) const;
 
-    /** Ends a worker that refused a command; the refusal, not the worker's end, is what is reported. @return @p code */
-    unsigned long Refused(unsigned long code);
+    /**
+     * Ends a worker that refused a command; the refusal, not the worker's end, is what is reported.
+     * @param file full path of the recording, where it is what was refused
+     * @param port of the live view, where it is what was refused
+     */
+    Exit Refused(Command command, const std::wstring& file, std::uint32_t port);
 
     /**
      * Tells a worker to end and waits, or, when it has ended by itself, says so; one that does not end in time is
      * killed.
      * @param whileWorking what it was doing, for the sentence about one that ended by itself
-     * @return 0, or the process's exit code
+     * @return Success, or how the process ends
      */
-    unsigned long End(Stage whileWorking, KxScreenRecord::RecordMode working);
+    Exit End(Stage whileWorking, KxScreenRecord::RecordMode working);
 
 private:
     struct Releaser {
         void operator()(KxScreenRecord::ScreenRecordProxy* proxy) const;
     };
 
-    unsigned long Fail(Stage stage, unsigned long code);
+    Exit Fail(const Failure& failure);
+    Exit Fail(Stage stage, unsigned long code);
     unsigned long StopWorker();
 
     Report& m_report;
     const SessionOptions& m_options;
     const StopSignal& m_stop;
+    LibraryLog m_log;
     std::unique_ptr<KxScreenRecord::ScreenRecordProxy, Releaser> m_proxy;
 };
 
@@ -77,3 +91,5 @@ private:
 
 /** How long to wait until the next look at the worker: 0 when the length, if one was asked for, is over. */
 DWORD NextWaitMs(const SessionOptions& options, std::chrono::milliseconds elapsed);
+
+} // namespace kxrecord

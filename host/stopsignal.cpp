@@ -1,6 +1,9 @@
-#include "stopsignal.h"
+// Ctrl-C and the closing of the terminal as an event.
+#include "host/stopsignal.h"
 
 #include <stdexcept>
+
+namespace kxrecord {
 
 namespace {
 
@@ -39,3 +42,5 @@ StopSignal::~StopSignal() {
 bool StopSignal::WaitFor(DWORD timeoutMs) const {
     return WaitForSingleObject(m_interrupted.get(), timeoutMs) == WAIT_OBJECT_0;
 }
+
+} // namespace kxrecord

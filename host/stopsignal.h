@@ -4,7 +4,9 @@
  */
 #pragma once
 
-#include "handle.h"
+#include "host/handle.h"
+
+namespace kxrecord {
 
 /** While it lives, a console interrupt signals the event instead of ending the process. One at a time. */
 class StopSignal {
@@ -25,3 +27,5 @@ private:
     KernelHandle m_interrupted;
     KernelHandle m_finished;
 };
+
+} // namespace kxrecord

@@ -1,9 +1,12 @@
-#include "text.h"
+// Texts between UTF-16 and UTF-8, and sizes.
+#include "host/text.h"
 
 #include <windows.h>
 
 #include <cwchar>
 #include <iterator>
+
+namespace kxrecord {
 
 std::string Utf8FromWide(std::wstring_view text) {
     const int length = static_cast<int>(text.size());
@@ -30,3 +33,5 @@ std::wstring SizeText(std::uint64_t bytes) {
                                     size / (size < kGigabyte ? kMegabyte : kGigabyte)));
     return text;
 }
+
+} // namespace kxrecord

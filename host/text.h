@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+namespace kxrecord {
+
 /** @p text in UTF-8; unpaired surrogates become U+FFFD. */
 std::string Utf8FromWide(std::wstring_view text);
 
@@ -16,3 +18,5 @@ std::wstring WideFromUtf8(std::string_view text);
 
 /** A number of bytes in MB or GB (1024 x 1024, or 1024 times that) with one decimal. */
 std::wstring SizeText(std::uint64_t bytes);
+
+} // namespace kxrecord

@@ -1,74 +1,80 @@
-#include "report.h"
+// What a recording or a live view tells a person.
+#include "host/report.h"
 
-#include "console.h"
-#include "text.h"
+#include "host/console.h"
+#include "host/text.h"
 
 #include <cwchar>
+#include <initializer_list>
 #include <iterator>
 #include <utility>
+
+namespace kxrecord {
 
 namespace {
 
 using std::chrono::milliseconds;
 
 constexpr wchar_t kPrefix[] = L"kxrecord: ";
+constexpr std::wstring_view kGap = L"  ";
 
-std::wstring ClockText(milliseconds time) {
-    const long long tenths = time.count() / 100;
-    wchar_t text[40] = {};
-    static_cast<void>(std::swprintf(text, std::size(text), L"%02lld:%02lld:%02lld.%lld", tenths / 36000,
-                                    tenths / 600 % 60, tenths / 10 % 60, tenths % 10));
-    return text;
+std::wstring PicturesText(const RecordState& state) {
+    return state.worker ? std::to_wstring(state.worker->pictures) + L" pictures"
+                        : std::to_wstring(state.framesDue) + L" frames due";
 }
 
 class TextReport : public Report {
 public:
-    void Error(unsigned long, const std::wstring& sentence) override { Complain(sentence); }
+    explicit TextReport(Verbosity verbosity) : m_isQuiet(verbosity == Verbosity::Quiet) {}
+
+    void Error(const Failure& failure) override { Complain(failure.sentence); }
     void Warning(const std::wstring& sentence) override { Complain(sentence); }
 
     void Keeping(std::chrono::seconds length) override {
-        Write(Stream::Output, L"Keeping the last " + std::to_wstring(length.count()) +
-                                  L" s of the screen (Enter begins the recording with them, Ctrl-C ends)\n");
+        Say(L"Keeping the last " + std::to_wstring(length.count()) +
+            L" s of the screen (Enter begins the recording with them, Ctrl-C ends)");
     }
 
-    void NotRecorded(unsigned long) override { Write(Stream::Output, L"Nothing was recorded\n"); }
+    void NotRecorded(Exit) override { Say(L"Nothing was recorded"); }
 
     void Recording(const RecordStart& start) override {
         m_file = start.file;
-        Write(Stream::Output, L"Recording to " + m_file + L" (Ctrl-C stops)\n");
+        Say(L"Recording to " + m_file + L" (Ctrl-C stops)");
     }
 
     void RecordProgress(const RecordState& state) override {
-        std::wstring line = ClockText(state.elapsed) + L"  " + std::to_wstring(state.framesDue) + L" frames due";
-        if (state.fileBytes) {
-            line += L"  " + SizeText(*state.fileBytes);
+        if (m_redraws) {
+            Redraw(ProgressText(state, TerminalWidth()));
         }
-        if (state.diskFreeBytes) {
-            line += L"  " + SizeText(*state.diskFreeBytes) + L" free";
-        }
-        Redraw(line);
     }
 
-    void Recorded(const RecordState& state, unsigned long) override {
+    void Recorded(const RecordState& state, Exit) override {
         Redraw({});
-        Write(Stream::Output, L"Recorded " + ClockText(state.elapsed) + L" to " + m_file + L"\n");
+        const std::wstring size = state.fileBytes ? L", " + SizeText(*state.fileBytes) : std::wstring();
+        Say(L"Recorded " + ClockText(state.elapsed) + L" to " + m_file + L" (" + PicturesText(state) + size + L")");
     }
 
     void Serving(const LiveStart& start) override {
-        Write(Stream::Output, L"Serving the screen at " + start.url + L" (Ctrl-C stops)\n");
+        Say(L"Serving the screen at " + start.url + L" (Ctrl-C stops)");
         if (!start.networkUrl.empty()) {
-            Write(Stream::Output, L"For other machines: " + start.networkUrl + L"\n");
+            Say(L"For other machines: " + start.networkUrl);
         }
     }
 
     void LiveProgress(milliseconds elapsed) override { Redraw(ClockText(elapsed)); }
 
-    void Served(milliseconds elapsed, unsigned long) override {
+    void Served(milliseconds elapsed, Exit) override {
         Redraw({});
-        Write(Stream::Output, L"Served for " + ClockText(elapsed) + L"\n");
+        Say(L"Served for " + ClockText(elapsed));
     }
 
 private:
+    void Say(const std::wstring& line) const {
+        if (!m_isQuiet) {
+            Write(Stream::Output, line + L"\n");
+        }
+    }
+
     void Complain(const std::wstring& sentence) {
         Redraw({});
         Write(Stream::Error, kPrefix + sentence + L"\n");
@@ -88,13 +94,37 @@ private:
         }
     }
 
-    bool m_redraws = IsTerminal(Stream::Output);
+    bool m_isQuiet;
+    bool m_redraws = !m_isQuiet && IsTerminal(Stream::Output);
     std::size_t m_drawn = 0;
     std::wstring m_file;
 };
 
 } // namespace
 
-std::unique_ptr<Report> MakeTextReport() {
-    return std::make_unique<TextReport>();
+std::wstring ClockText(milliseconds time) {
+    const long long tenths = time.count() / 100;
+    wchar_t text[40] = {};
+    static_cast<void>(std::swprintf(text, std::size(text), L"%02lld:%02lld:%02lld.%lld", tenths / 36000,
+                                    tenths / 600 % 60, tenths / 10 % 60, tenths % 10));
+    return text;
 }
+
+std::wstring ProgressText(const RecordState& state, std::size_t width) {
+    const std::wstring size = state.fileBytes ? SizeText(*state.fileBytes) : std::wstring();
+    const std::wstring free = state.diskFreeBytes ? SizeText(*state.diskFreeBytes) + L" free" : std::wstring();
+    std::wstring line = ClockText(state.elapsed);
+    for (const std::wstring& field : {PicturesText(state), size, free}) {
+        // The last cell stays free: some terminals begin a new line when it is filled.
+        if (!field.empty() && line.size() + kGap.size() + field.size() < width) {
+            line.append(kGap).append(field);
+        }
+    }
+    return line;
+}
+
+std::unique_ptr<Report> MakeTextReport(Verbosity verbosity) {
+    return std::make_unique<TextReport>(verbosity);
+}
+
+} // namespace kxrecord

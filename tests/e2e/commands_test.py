@@ -1,14 +1,17 @@
 """The host's other commands and its arguments."""
 
 import hashlib
+import json
+import subprocess
 import xml.etree.ElementTree
 
 from recordcase import RecordCase, main
-from stage import WORKER
+from stage import START_LIMIT_S, WORKER
 
 BAD_ARGUMENTS = 2
-MANIFEST_UNREADABLE = 245
-NO_SUCH_FILE = 246
+MANIFEST_UNREADABLE = 16
+NO_SUCH_FILE = 17
+NOT_A_RECORDING = 20
 
 
 class Commands(RecordCase):
@@ -63,6 +66,35 @@ class Commands(RecordCase):
         self.manifest.unlink()
         self.expect_code(self.stage.run("manifest", WORKER), 0)
 
+    def test_ManifestJson_IsOneObjectWithEachFile(self):
+        result = self.stage.run("manifest", WORKER, "--json")
+        self.expect_code(result, 0)
+        self.assertEqual(json.loads(result.output),
+                         {"schema": 2, "manifest": "Z:" + str(self.manifest).replace("/", "\\"),
+                          "files": [{"file": WORKER, "sha256": self.digest(WORKER)}]})
+        failed = self.stage.run("manifest", "missing.dll", "--json")
+        self.expect_code(failed, NO_SUCH_FILE)
+        error = json.loads(failed.output)
+        self.assertEqual((error["event"], error["code"], error["exitCode"]), ("error", NO_SUCH_FILE, NO_SUCH_FILE))
+
+    def test_FileThatIsNoRecording_IsReplacedOnlyWhenToldSo(self):
+        path = self.stage.new_path("diary.mkv")
+        path.write_text("Dear diary")
+        result = self.stage.run("record", path, "--seconds", 0.5)
+        self.expect_code(result, NOT_A_RECORDING)
+        self.assertIn("exists and is not a recording", result.complaint)
+        self.assertEqual(path.read_text(), "Dear diary")
+        self.expect_code(self.stage.run("record", path, "--seconds", 0.5, "--overwrite"), 0)
+        self.expect_code(self.stage.run("record", path, "--seconds", 0.5), 0)
+
+    def test_Completion_IsAScriptThatTheShellTakes(self):
+        result = self.stage.run("completion", "bash")
+        self.expect_code(result, 0)
+        answer = subprocess.run(["bash", "-c", result.output + 'COMP_WORDS=(kxrecord record --sec); COMP_CWORD=2; '
+                                 '_kxrecord; echo "${COMPREPLY[@]}"'], capture_output=True, text=True, check=True,
+                                timeout=START_LIMIT_S)
+        self.assertEqual((answer.stdout, answer.stderr), ("--seconds\n", ""))
+
     def test_BadArguments_EndWithTwoAndSayWhy(self):
         for arguments, word in (((), "subcommand"), (("record",), "FILE"), (("record", "a.mkv", "--fps", "0"), "--fps"),
                                 (("record", "a.mkv", "--fps", "61"), "--fps"),
@@ -71,7 +103,7 @@ class Commands(RecordCase):
                                 (("record", "a.mkv", "--quality", "101"), "--quality"),
                                 (("record", "a.mkv", "--seconds", "-1"), "--seconds"),
                                 (("record", "a.mkv", "--seconds", "x"), "--seconds"),
-                                (("manifest",), "FILE"), (("paint",), "subcommand")):
+                                (("manifest",), "FILE"), (("paint",), 'there is no command "paint"')):
             with self.subTest(arguments=arguments):
                 result = self.stage.run(*arguments)
                 self.expect_code(result, BAD_ARGUMENTS)
@@ -81,8 +113,8 @@ class Commands(RecordCase):
     def test_HelpAndVersion_GoToStandardOutput(self):
         version = self.stage.run("--version")
         self.expect_code(version, 0)
-        self.assertRegex(version.output, r"^kxrecord \d+\.\d+\.\d+\n$")
-        for arguments, words in ((("--help",), ("record", "manifest", "191")),
+        self.assertRegex(version.output, r"^kxrecord \d+\.\d+\.\d+\nScreenRecordProxy\.dll \d+\.\d+\.\d+\nKXVCR\.exe .*\n$")
+        for arguments, words in ((("--help",), ("record", "manifest", "124")),
                                  (("record", "--help"), ("--seconds", "--region", "Ctrl-C")),
                                  (("manifest", "--help"), ("CheckFileIntergrity.xml",))):
             with self.subTest(arguments=arguments):

@@ -6,11 +6,14 @@ from recordcase import RecordCase, main
 from stage import HOST, WORKER, wait_until
 from video import Video, expect_pattern
 
-VERIFICATION_FAILED = 191
-PATH_TOO_LONG = 206
-PREPARE_REFUSED = 242
-START_REFUSED = 243
-TIMED_OUT = 258
+VERIFICATION_FAILED = 11
+PATH_TOO_LONG = 12
+PREPARE_REFUSED = 13
+START_REFUSED = 14
+WORKER_GONE = 15
+NOT_STARTED = 22
+TIMED_OUT = 124
+SYSTEM_TIMED_OUT = 258
 WORKER_USAGE = 0x20000002
 WORKER_NO_CHANNEL = 0x20000003
 PATH_NOT_FOUND = 3  # the system's code
@@ -60,7 +63,7 @@ class Failure(RecordCase):
         self.addCleanup(self.restore_worker, original)
         self.worker.write_bytes(original + b"\0")
         result = self.stage.run("record", self.path, "--seconds", 1)
-        self.expect_failure(result, VERIFICATION_FAILED, "run: kxrecord manifest KXVCR.exe")
+        self.expect_failure(result, VERIFICATION_FAILED, "run \"kxrecord manifest KXVCR.exe\" (code 191)")
         self.assertIn("failed verification", result.complaint)
         self.assertFalse(self.path.exists())
         self.stage.trust(WORKER)
@@ -70,7 +73,7 @@ class Failure(RecordCase):
         manifest = self.stage.folder / "config" / "CheckFileIntergrity.xml"
         manifest.unlink()
         result = self.stage.run("record", self.path, "--seconds", 1)
-        self.expect_failure(result, VERIFICATION_FAILED, "run: kxrecord manifest KXVCR.exe")
+        self.expect_failure(result, VERIFICATION_FAILED, "run \"kxrecord manifest KXVCR.exe\" (code 191)")
         self.stage.trust(WORKER)
         self.expect_recording_works()
 
@@ -90,7 +93,8 @@ class Failure(RecordCase):
     def test_WorkerThatEndsAtOnce_HandsItsExitCodeOn(self):
         self.pose_as_worker("launch.exe")
         result = self.stage.run("record", self.path, "--seconds", 1)
-        self.expect_failure(result, LAUNCH_USAGE, f"ended before it was ready: code {LAUNCH_USAGE}")
+        self.expect_failure(result, NOT_STARTED, f"(code {LAUNCH_USAGE})")
+        self.assertIn("the worker could not be started, or ended before it was ready", result.complaint)
 
     def test_WorkerStartedByHand_SaysWhoStartsIt(self):
         for arguments in ([], ["-IPCproxy"], ["-IPCProxy", "more"]):
@@ -102,7 +106,7 @@ class Failure(RecordCase):
     def test_WorkerOfAHostWithoutChannel_Ends(self):
         result = self.stage.run("-IPCProxy", program=WORKER)
         self.expect_code(result, WORKER_NO_CHANNEL)
-        self.assertIn(f"Cannot connect to the host's channel: error {TIMED_OUT} ", self.stage.worker_log())
+        self.assertIn(f"Cannot connect to the host's channel: error {SYSTEM_TIMED_OUT} ", self.stage.worker_log())
 
     def test_FolderThatDoesNotExist_IsRefused(self):
         result = self.stage.run("record", self.path / "screen.mkv", "--seconds", 1)
@@ -111,17 +115,19 @@ class Failure(RecordCase):
         self.expect_recording_works()
 
     def test_PathThatIsTooLong_IsRefusedBeforeTheWorkerStarts(self):
-        result = self.stage.run("record", self.path.parent / ("x" * 260), "--seconds", 1)
+        result = self.stage.run("record", self.path.parent / ("x" * 260 + ".mp4"), "--seconds", 1)
         self.expect_failure(result, PATH_TOO_LONG, "longer than 260 characters")
 
     def test_RegionOffTheScreen_IsRefused(self):
         result = self.stage.run("record", self.path, "--seconds", 1, "--region", "5000,5000,100,100")
-        self.expect_failure(result, PREPARE_REFUSED, "KXVCR.log")
+        self.expect_failure(result, PREPARE_REFUSED,
+                            "the region 5000,5000,100,100 is not wholly on the screen, which is 1280x720 (result -5)")
+        self.assertIn("KXVCR.log", result.complaint)
         self.assertFalse(self.path.exists())
 
     def test_MonitorThatDoesNotExist_IsRefused(self):
         result = self.stage.run("record", self.path, "--seconds", 1, "--monitor", 9)
-        self.expect_failure(result, PREPARE_REFUSED, "KXVCR.log")
+        self.expect_failure(result, PREPARE_REFUSED, "there is no monitor 9: this machine has 1 monitor (result -9)")
         self.assertGreater((self.stage.folder / "KXVCR.log").stat().st_size, 0)
 
     def test_FileOfARunningRecording_IsRefusedAndStaysWhole(self):
@@ -146,8 +152,7 @@ class Failure(RecordCase):
         run = self.start_and_wait_for_pictures()
         self.stage.kill(WORKER)
         result = run.finish()
-        self.assertNotEqual(result.code, 0)
-        self.expect_failure(result, result.code, "ended by itself while it recorded")
+        self.expect_failure(result, WORKER_GONE, "ended by itself while it recorded")
         self.assertGreater(Video(self.path).frames, 3)
         self.expect_recording_works()
 

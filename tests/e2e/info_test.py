@@ -78,7 +78,14 @@ class Info(RecordCase):
         result = self.stage.run("info", "--json", *arguments)
         self.expect_code(result, 0)
         self.assertEqual(result.complaint, "")
-        return json.loads(result.output)
+        document = json.loads(result.output)
+        self.assertEqual(document["schema"], 2)
+        groups = {}
+        for answer in document["answers"]:
+            self.assertEqual(list(answer)[:5], ["group", "function", "argument", "asked", "value"])
+            group, function, argument = (answer.pop(key) for key in ("group", "function", "argument"))
+            groups.setdefault(group, {})[function if argument is None else f"{function}({argument})"] = answer
+        return groups
 
     def lines(self, *arguments):
         result = self.stage.run("info", *arguments)

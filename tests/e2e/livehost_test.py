@@ -12,7 +12,7 @@ from stage import HOST, SCREEN_HEIGHT, SCREEN_WIDTH, WINE_RUN, WORKER, wait_unti
 from terminal import Terminal
 
 BAD_ARGUMENTS = 2
-LIVE_REFUSED = 247
+LIVE_REFUSED = 18
 ANSWER_LIMIT_S = 20
 OPEN_LIMIT_S = 20
 
@@ -39,7 +39,7 @@ class LiveView(RecordCase):
     def test_Address_AnswersUntilTheTimeIsOver(self):
         run, started = self.start("--seconds", 4)
         port = started["port"]
-        self.assertEqual(started, {"event": "started", "url": f"http://127.0.0.1:{port}/", "networkUrl": None,
+        self.assertEqual(started, {"schema": 2, "event": "started", "url": f"http://127.0.0.1:{port}/", "networkUrl": None,
                                    "port": port})
         self.assertEqual(ask(started["url"])[0], 200)
         status = json.loads(ask(started["url"] + "status")[1])

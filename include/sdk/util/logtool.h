@@ -20,6 +20,9 @@
 #define KXLOGTOOL_API __declspec(dllimport)
 #endif
 
+/** The folder, below the user's local application data, of the logs of programs whose own folder cannot be written. */
+inline constexpr wchar_t kLocalLogFolderName[] = L"KxSuite";
+
 /** The one logger that the suite's modules share; every call returns the same. May be called from any thread. */
 KXLOGTOOL_API log4cplus::Logger& GetLogger();
 
