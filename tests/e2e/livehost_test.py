@@ -74,7 +74,7 @@ class LiveView(RecordCase):
         self.expect_code(result, 0)
         self.assertRegex(result.output, r"\nFor other machines: http://[^/:]+:\d+/\n")
         self.assertEqual(result.complaint, "kxrecord: everybody who reaches this machine can see its screen: there is "
-                                           "no password.\n")
+                                           "no password\n")
 
     def test_PortInUse_IsRefusedInOneSentence(self):
         with socket.socket() as taken:
