@@ -6,7 +6,8 @@
 //   member               run status from -> to              record mode          when
 //   RunProcess           any -> Starting                    NoWorker -> WorkerStarted   no worker is known
 //                        Starting -> Running                                     the worker is ready
-//                        Starting -> Idle                   NoWorker             any step failed
+//                        any -> Idle                        NoWorker             no worker was kept, or none can be
+//                        watched
 //   PrepareTimemachine   Running -> Preparing -> Prepared   Prepared or PreparedTimemachine
 //   StartLocalRecord     Prepared -> LocalRecordStarting
 //                          -> LocalRecordRunning            LocalRecord
@@ -17,6 +18,13 @@
 //   KillProcess          any -> Idle                                             a worker is known
 //   monitor thread                                          NoWorker             the worker ended
 //
+// Why no order of these can wedge the proxy: all of them are moves of class State, one at a time, and a move belongs to
+// a run. RunProcess begins a run, only while the mode is NoWorker. A move for a run that is not the newest does
+// nothing. A command's success moves the status only from that command's own progress, so that a stop, a kill or an
+// error that came meanwhile stands; and it leaves the mode alone once the worker has ended, so that NoWorker stays
+// until the next run. While a worker is kept and watched only its monitor sets NoWorker, as its last act: no two runs
+// overlap.
+//
 // A worker's run ends in one of these ways: it ends by itself (after Stop, or because it died), KillProcess ends it,
 // RunProcess ends it because it did not get ready, or the proxy is destroyed and tells it to stop.
 
@@ -24,9 +32,13 @@
 
 #include "common/boundedcopy.h"
 #include "common/win/handle.h"
+#include "libraries/screenrecordproxy/locks.h"
 #include "libraries/screenrecordproxy/logchannel.h"
+#include "libraries/screenrecordproxy/monitoredrun.h"
+#include "libraries/screenrecordproxy/runstate.h"
 #include "libraries/screenrecordproxy/sharedhandle.h"
 #include "sdk/ipcmessage/ipcmessage.h"
+#include "sdk/vcr/workerprotocol.h"
 #include "systemenvironment.h"
 
 #include <shlwapi.h>
@@ -43,38 +55,27 @@
 namespace KxScreenRecord {
 namespace {
 
+using kx::FileHandle;
 using kx::KernelHandle;
 using logchannel::LogFunction;
 using logchannel::LogSite;
 
 constexpr char kSourceFile[] = R"(libraries\screenrecordproxy\screenrecordproxy.cpp)";
 
-constexpr char kWorkerFileName[] = "KXVCR.exe";
-constexpr wchar_t kWorkerFileNameWide[] = L"KXVCR.exe";
 constexpr wchar_t kWorkerArguments[] = L" -IPCProxy";
 
-constexpr std::uint32_t kProxyModuleId = 0x4E0000;
-constexpr std::uint32_t kWorkerModuleId = 0x650000;
-
-constexpr std::uint32_t kWorkerReadyMessage = 0x4E0002;
-constexpr std::uint32_t kPrepareMessage = 0x4E0003;
-constexpr std::uint32_t kStartLiveServerMessage = 0x4E0004;
-constexpr std::uint32_t kStartLocalRecordMessage = 0x4E0005;
-constexpr std::uint32_t kStopMessage = 0x4E0006;
-
 constexpr UINT kExitCodeNoMemory = 8;
-constexpr UINT kExitCodeNeverReady = 21;
-constexpr UINT kExitCodeKilled = 157;
-constexpr DWORD kMonitorThreadStartTimeoutMs = 1000;
+constexpr UINT kExitCodeNeverReady = static_cast<UINT>(kxvcr::ExitCode::NeverReady);
+constexpr UINT kExitCodeKilled = static_cast<UINT>(kxvcr::ExitCode::Killed);
+constexpr DWORD kMonitorThreadStepTimeoutMs = 1000; // for what takes a thread some instructions: to begin, to end
 constexpr DWORD kMonitorThreadEndTimeoutMs = 5000;
-constexpr unsigned int kMaxPathCharacters = 260;
 
 std::mutex g_proxyMutex;
 ScreenRecordProxy* g_proxy = nullptr;
 std::uint32_t g_proxyReferences = 0;
 
-// Whether the newest monitor thread has looked for its worker; both under the instance's lock.
-bool g_monitorHasLooked = false;
+// The one instance's, beside it because the class's layout is fixed; both under the instance's lock.
+MonitoredRuns g_runs;
 CONDITION_VARIABLE g_monitorLooked = CONDITION_VARIABLE_INIT;
 
 template <class... Values>
@@ -87,17 +88,17 @@ void LogError(LogSite site, const Values&... values) noexcept {
     logchannel::Write(log4cplus::ERROR_LOG_LEVEL, kSourceFile, site, values...);
 }
 
-/** Null when there is no memory for the client or for its ready callback. */
+/** Null when the client, or its ready callback, cannot be made. */
 template <class Proxy>
 IPCMessageClient* NewClient(Proxy* proxy, void (Proxy::*onReady)(TagIPCMessageItem&)) noexcept {
     try {
-        std::unique_ptr<IPCMessageClient> client(new (std::nothrow)
-                                                     IPCMessageClient(static_cast<int>(kWorkerModuleId), false, false));
+        std::unique_ptr<IPCMessageClient> client(
+            new (std::nothrow) IPCMessageClient(static_cast<int>(kxvcr::kWorkerModuleId), false, false));
         if (client) {
-            client->RegisterMessageCallback(kWorkerReadyMessage, proxy, onReady);
+            client->RegisterMessageCallback(kxvcr::kMessageReady, proxy, onReady);
         }
         return client.release();
-    } catch (const std::bad_alloc&) {
+    } catch (...) { // no memory, or no other resource of the system
         return nullptr;
     }
 }
@@ -109,38 +110,45 @@ IPCMessageClient* NewClient(Proxy* proxy, void (Proxy::*onReady)(TagIPCMessageIt
 ScreenRecordProxy* ScreenRecordProxy::CreateProxy() {
     static constexpr LogFunction kHere(
         "class KxScreenRecord::ScreenRecordProxy *__cdecl KxScreenRecord::ScreenRecordProxy::CreateProxy(void)");
-    const std::lock_guard lock(g_proxyMutex);
-    if (g_proxy == nullptr) {
-        g_proxy = new (std::nothrow) ScreenRecordProxy();
+    try {
+        const std::lock_guard lock(g_proxyMutex);
+        if (g_proxy == nullptr) {
+            g_proxy = new (std::nothrow) ScreenRecordProxy();
+        }
+        if (g_proxy != nullptr) {
+            ++g_proxyReferences;
+            return g_proxy;
+        }
+    } catch (...) { // the standard mutex asks for memory when it is first locked
     }
-    if (g_proxy == nullptr) {
-        LogError(kHere, "gsProxy is null.");
-        return nullptr;
-    }
-    ++g_proxyReferences;
-    return g_proxy;
+    LogError(kHere, "gsProxy is null.");
+    return nullptr;
 }
 
 void ScreenRecordProxy::ReleaseProxy(ScreenRecordProxy* proxy) {
     static constexpr LogFunction kHere("void __cdecl KxScreenRecord::ScreenRecordProxy::ReleaseProxy("
                                        "class KxScreenRecord::ScreenRecordProxy *)");
-    const std::lock_guard lock(g_proxyMutex);
-    if (proxy == nullptr) {
-        return;
-    }
-    if (proxy != g_proxy) {
-        LogWarn(kHere, "Unknow proxy point, Ignore");
-        return;
-    }
-    if (--g_proxyReferences == 0) {
-        delete g_proxy;
-        g_proxy = nullptr;
+    try {
+        const std::lock_guard lock(g_proxyMutex);
+        if (proxy == nullptr) {
+            return;
+        }
+        if (proxy != g_proxy) {
+            LogWarn(kHere, "Unknow proxy point, Ignore");
+            return;
+        }
+        if (--g_proxyReferences == 0) {
+            delete g_proxy;
+            g_proxy = nullptr;
+        }
+    } catch (...) { // the mutex: the reference is kept, since nobody may touch it without
     }
 }
 
 ScreenRecordProxy::ScreenRecordProxy() {
     static constexpr LogFunction kHere("__cdecl KxScreenRecord::ScreenRecordProxy::ScreenRecordProxy(void)");
     InitializeCriticalSection(&m_lock); // first: the client may call back as soon as it exists
+    RunState(m_recordMode, m_runStatus).BeginInstance();
     m_ipcClient = NewClient(this, &ScreenRecordProxy::OnRecordProcessIPCReady);
     if (m_ipcClient == nullptr) {
         LogError(kHere, "Alloc IPC client failed! No memory?");
@@ -148,8 +156,32 @@ ScreenRecordProxy::ScreenRecordProxy() {
     }
 }
 
-ScreenRecordProxy::~ScreenRecordProxy() {
+namespace {
+
+/**
+ * Waits for a monitor thread's end, under the instance's lock. One that waits for its worker longer than the instance
+ * may live is terminated; its handles are given back with its run.
+ */
+void EndMonitor(KernelHandle monitor) noexcept {
     static constexpr LogFunction kHere("__cdecl KxScreenRecord::ScreenRecordProxy::~ScreenRecordProxy(void)");
+    if (!monitor) {
+        return;
+    }
+    MonitoredRun* const run = g_runs.OfThread(GetThreadId(monitor.Get()));
+    if (WaitForSingleObject(monitor.Get(), kMonitorThreadEndTimeoutMs) == WAIT_TIMEOUT) {
+        LogWarn(kHere, "Wait monitor thread end timeout, kill process");
+        if (run == nullptr || run->ClaimEnd()) {
+            TerminateThread(monitor.Get(), WAIT_TIMEOUT);
+        }
+        // The system ends a thread a moment later; from here on it would run in freed memory.
+        WaitForSingleObjectEx(monitor.Get(), kMonitorThreadStepTimeoutMs, FALSE);
+    }
+    g_runs.Remove(run);
+}
+
+} // namespace
+
+ScreenRecordProxy::~ScreenRecordProxy() {
     {
         const CriticalSectionGuard lock(m_lock);
         if (m_workerProcess != nullptr) {
@@ -158,15 +190,17 @@ ScreenRecordProxy::~ScreenRecordProxy() {
             }
             KernelHandle(m_workerProcess.exchange(nullptr)).Reset();
         }
-        if (const KernelHandle monitor(std::exchange(m_monitorThread, nullptr)); monitor) {
-            if (WaitForSingleObject(monitor.Get(), kMonitorThreadEndTimeoutMs) == WAIT_TIMEOUT) {
-                LogWarn(kHere, "Wait monitor thread end timeout, kill process");
-                TerminateThread(monitor.Get(), WAIT_TIMEOUT);
-            }
+        EndMonitor(KernelHandle(std::exchange(m_monitorThread, nullptr)));
+        while (MonitoredRun* const run = g_runs.Newest()) { // whose monitor has outlived its run
+            EndMonitor(std::move(run->monitor));
+            g_runs.Remove(run);
         }
     }
     if (m_ipcClient != nullptr) {
-        m_ipcClient->UnRegisterMessageCallbackAll();
+        try {
+            m_ipcClient->UnRegisterMessageCallbackAll();
+        } catch (...) { // deleting the client ends its callbacks too
+        }
         delete std::exchange(m_ipcClient, nullptr);
     }
     KernelHandle(std::exchange(m_readyEvent, nullptr)).Reset();
@@ -175,7 +209,7 @@ ScreenRecordProxy::~ScreenRecordProxy() {
 
 bool ScreenRecordProxy::IsSupport() {
     DWORD type = 0;
-    return GetBinaryTypeW(kWorkerFileNameWide, &type) && (type == SCS_64BIT_BINARY || type == SCS_32BIT_BINARY);
+    return GetBinaryTypeW(kxvcr::kWorkerFileNameWide, &type) && (type == SCS_64BIT_BINARY || type == SCS_32BIT_BINARY);
 }
 
 int ScreenRecordProxy::GetCurRecordMode() {
@@ -184,31 +218,80 @@ int ScreenRecordProxy::GetCurRecordMode() {
 
 // ---- Launch --------------------------------------------------------------------------------------------------------
 
+namespace {
+
+/** The worker's path: beside the host's executable. */
+struct WorkerPath {
+    std::array<wchar_t, MAX_PATH + std::size(kxvcr::kWorkerFileNameWide)> text = {};
+
+    WorkerPath() noexcept {
+        std::array<wchar_t, MAX_PATH> folder = {};
+        GetModuleFileNameW(nullptr, folder.data(), static_cast<DWORD>(folder.size()));
+        PathRemoveFileSpecW(folder.data());
+        StringCchPrintfW(text.data(), text.size(), L"%ls\\%ls", folder.data(), kxvcr::kWorkerFileNameWide);
+    }
+};
+
+/**
+ * Whether the host's folder is the same one by its narrow name, by which the worker is verified, and by its wide name,
+ * by which it is launched. The code page replaces a character that it does not have by one that looks alike, and a
+ * path that the narrow buffer does not hold is cut.
+ */
+bool HostFolderHasOneName() noexcept {
+    std::array<char, MAX_PATH> narrow = {};
+    const DWORD narrowLength = GetModuleFileNameA(nullptr, narrow.data(), static_cast<DWORD>(narrow.size()));
+    std::array<wchar_t, MAX_PATH> wide = {};
+    const DWORD wideLength = GetModuleFileNameW(nullptr, wide.data(), static_cast<DWORD>(wide.size()));
+    if (narrowLength >= narrow.size() || wideLength >= wide.size()) {
+        return false;
+    }
+    PathRemoveFileSpecA(narrow.data());
+    PathRemoveFileSpecW(wide.data());
+    std::array<wchar_t, MAX_PATH> widened = {};
+    return MultiByteToWideChar(CP_ACP, 0, narrow.data(), -1, widened.data(), static_cast<int>(widened.size())) != 0 &&
+           std::wcscmp(widened.data(), wide.data()) == 0;
+}
+
+/** Keeps everybody from writing, renaming and deleting the worker's file; empty when it cannot be kept so. */
+FileHandle HoldWorkerFile() noexcept {
+    return FileHandle(CreateFileW(WorkerPath().text.data(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+} // namespace
+
 unsigned long ScreenRecordProxy::RunProcess(unsigned long timeoutMs) {
     static constexpr LogFunction kHere(
         "unsigned long __cdecl KxScreenRecord::ScreenRecordProxy::RunProcess(unsigned long)");
-    RecordMode mode = RecordMode::NoWorker;
-    if (!m_recordMode.compare_exchange_strong(mode, RecordMode::WorkerStarted)) {
+    RecordMode mode{};
+    const std::optional<RunNumber> run = RunState(m_recordMode, m_runStatus).BeginRun(mode);
+    if (!run) {
         LogWarn(kHere, "Can not run screen record process on mode ", static_cast<int>(mode));
         return ERROR_BUSY;
     }
-    m_runStatus = RunStatus::Starting;
 
+    // What is verified is what is launched: the file stays as it is until CreateProcessW has returned.
+    FileHandle workerFile = HoldWorkerFile();
     void* process = nullptr;
     unsigned long error = CheckEnv();
+    if (error == ERROR_SUCCESS && !workerFile) { // somebody had it open for writing when this began
+        LogError(kHere, "Screen record exe file verification error");
+        error = ERROR_INVALID_EXE_SIGNATURE;
+    }
     if (error == ERROR_SUCCESS) {
+        RunState(m_recordMode, m_runStatus).FormerWorkerIsGone(*run);
         error = CreateRecordProcess(process);
     }
+    workerFile.Reset();
     if (error == ERROR_SUCCESS) {
         error = WaitProcessRunResult(process, timeoutMs);
     }
     // A worker that ended with exit code 0 before it was ready gives 0, but there is no worker to command.
-    if (error != ERROR_SUCCESS || m_workerProcess == nullptr) {
-        m_runStatus = RunStatus::Idle;
-        m_recordMode = RecordMode::NoWorker;
+    if (error != ERROR_SUCCESS || process == nullptr) {
+        RunState(m_recordMode, m_runStatus).RunFailed(*run);
         return error;
     }
-    m_runStatus = RunStatus::Running;
+    RunState(m_recordMode, m_runStatus).RunSucceeded(*run);
     return ERROR_SUCCESS;
 }
 
@@ -224,7 +307,10 @@ unsigned long ScreenRecordProxy::CheckEnv() {
             KernelHandle(m_workerProcess.exchange(nullptr)).Reset();
         }
     }
-    if (!SystemEnvironment::CompareFileIntergrity(kWorkerFileName)) {
+    const FileHandle workerFile = HoldWorkerFile();
+    // Asked first: it tells on the debug channel what is wrong with file or manifest.
+    const bool isAsShipped = SystemEnvironment::CompareFileIntergrity(kxvcr::kWorkerFileName);
+    if (!isAsShipped || !workerFile || !HostFolderHasOneName()) {
         LogError(kHere, "Screen record exe file verification error");
         return ERROR_INVALID_EXE_SIGNATURE;
     }
@@ -245,12 +331,9 @@ unsigned long ScreenRecordProxy::CheckEnv() {
 unsigned long ScreenRecordProxy::CreateRecordProcess(void*& process) {
     static constexpr LogFunction kHere(
         "unsigned long __cdecl KxScreenRecord::ScreenRecordProxy::CreateRecordProcess(void *&)");
-    wchar_t folder[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, folder, MAX_PATH);
-    PathRemoveFileSpecW(folder);
+    const WorkerPath path;
     std::array<wchar_t, MAX_PATH + 32> commandLine = {};
-    StringCchPrintfW(commandLine.data(), commandLine.size(), L"\"%ls\\%ls\"%ls", folder, kWorkerFileNameWide,
-                     kWorkerArguments);
+    StringCchPrintfW(commandLine.data(), commandLine.size(), L"\"%ls\"%ls", path.text.data(), kWorkerArguments);
 
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
@@ -270,31 +353,62 @@ unsigned long ScreenRecordProxy::CreateRecordProcess(void*& process) {
     return ERROR_SUCCESS;
 }
 
+namespace {
+
+/**
+ * Lets go of the monitor thread of an earlier run, under the instance's lock. Its last move let this run begin, so all
+ * that is left of it is to end; one that has not ended even so is kept with its run, for the destructor.
+ */
+void LetGoOfFormerMonitor(KernelHandle monitor) noexcept {
+    if (!monitor) {
+        return;
+    }
+    MonitoredRun* const run = g_runs.OfThread(GetThreadId(monitor.Get()));
+    if (run != nullptr && WaitForSingleObject(monitor.Get(), kMonitorThreadStepTimeoutMs) != WAIT_OBJECT_0) {
+        run->monitor = std::move(monitor);
+        return;
+    }
+    g_runs.Remove(run);
+}
+
+} // namespace
+
 unsigned long ScreenRecordProxy::WaitProcessRunResult(void*& process, unsigned long timeoutMs) {
     static constexpr LogFunction kHere(
         "unsigned long __cdecl KxScreenRecord::ScreenRecordProxy::WaitProcessRunResult(void *&,unsigned long)");
     KernelHandle worker(std::exchange(process, nullptr));
-    // Neither handle can be closed meanwhile: the worker's is still this call's own, and while the record mode is
-    // WorkerStarted nobody else gets as far as the event.
+    // Neither handle can be closed meanwhile: the worker's is still this call's own, and no other run, which alone
+    // could close the event, begins before this one's monitor has seen its worker end.
     const std::array<HANDLE, 2> handles = {m_readyEvent, worker.Get()};
     const DWORD outcome = WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, timeoutMs);
 
     if (outcome == WAIT_OBJECT_0) {
+        const RunNumber number = RunState(m_recordMode, m_runStatus).Newest();
         const CriticalSectionGuard lock(m_lock);
         process = worker.Release();
         m_workerProcess = process;
-        KernelHandle(std::exchange(m_monitorThread, nullptr)).Reset();
-        g_monitorHasLooked = false;
-        m_monitorThread = CreateThread(nullptr, 0, ScrRecProcessMonitorThreadProcWarpper, this, 0, nullptr);
+        LetGoOfFormerMonitor(KernelHandle(std::exchange(m_monitorThread, nullptr)));
+        MonitoredRun* const run = g_runs.Add(number, process);
+        if (run == nullptr) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        } else {
+            m_monitorThread = CreateThread(nullptr, 0, ScrRecProcessMonitorThreadProcWarpper, this, 0, nullptr);
+        }
         if (m_monitorThread == nullptr) {
             const DWORD error = GetLastError();
+            g_runs.Remove(run);
             LogError(kHere, "Create monitor thread failed! err=", error);
             return error;
         }
-        // A worker that is killed, or a proxy that is released, at once must not be gone before the thread looks:
-        // the record mode would stay as it is, or the destructor would wait for a thread that waits for its lock.
-        while (!g_monitorHasLooked &&
-               SleepConditionVariableCS(&g_monitorLooked, &m_lock, kMonitorThreadStartTimeoutMs)) {
+        run->monitorId = GetThreadId(m_monitorThread);
+        // A proxy that is released at once must not wait, with the lock, for a thread that waits for the lock to look.
+        // The run is asked for anew each time: it may be over when this thread has the lock again.
+        const auto isAwaited = [number] {
+            const MonitoredRun* const awaited =
+                g_runs.Find([number](const MonitoredRun& candidate) { return candidate.number == number; });
+            return awaited != nullptr && !awaited->monitorHasLooked;
+        };
+        while (isAwaited() && SleepConditionVariableCS(&g_monitorLooked, &m_lock, kMonitorThreadStepTimeoutMs)) {
         }
         return ERROR_SUCCESS;
     }
@@ -313,12 +427,15 @@ unsigned long ScreenRecordProxy::WaitProcessRunResult(void*& process, unsigned l
 void ScreenRecordProxy::OnRecordProcessIPCReady(TagIPCMessageItem&) {
     static constexpr LogFunction kHere(
         "void __cdecl KxScreenRecord::ScreenRecordProxy::OnRecordProcessIPCReady(struct TagIPCMessageItem &)");
+    const RunNumber run = RunState(m_recordMode, m_runStatus).Newest();
     const CriticalSectionGuard lock(m_lock);
     if (m_readyEvent == nullptr) {
         LogError(kHere, "Event is null? Can not be here");
         return;
     }
-    SetEvent(m_readyEvent);
+    if (run == RunState(m_recordMode, m_runStatus).Newest()) { // else the notice is a former worker's
+        SetEvent(m_readyEvent);
+    }
 }
 
 // ---- Supervision ---------------------------------------------------------------------------------------------------
@@ -331,19 +448,32 @@ unsigned long __stdcall ScreenRecordProxy::ScrRecProcessMonitorThreadProcWarpper
 void ScreenRecordProxy::ScrRecProcessMonitorThreadProc() {
     static constexpr LogFunction kHere(
         "void __cdecl KxScreenRecord::ScreenRecordProxy::ScrRecProcessMonitorThreadProc(void)");
-    SharedHandle worker;
+    MonitoredRun* run = nullptr;
+    std::optional<MonitoredRun> callersRun; // of a thread that RunProcess did not make
     {
         const CriticalSectionGuard lock(m_lock);
-        g_monitorHasLooked = true; // RunProcess goes on when the lock is free again
-        WakeAllConditionVariable(&g_monitorLooked);
+        run = g_runs.OfThread(GetCurrentThreadId());
+        if (run != nullptr) {
+            run->monitorHasLooked = true; // RunProcess goes on when the lock is free again
+            WakeAllConditionVariable(&g_monitorLooked);
+        }
         if (m_workerProcess == nullptr) {
             LogWarn(kHere, "processHandle is null.");
-            return;
+        } else if (run == nullptr) {
+            const RunNumber number = RunState(m_recordMode, m_runStatus).Newest();
+            run = &callersRun.emplace(number, m_workerProcess);
         }
-        worker = SharedHandle(m_workerProcess);
     }
-    WaitForSingleObject(worker.Get(), INFINITE);
-    m_recordMode = RecordMode::NoWorker;
+    if (run == nullptr) {
+        return;
+    }
+    // Of a worker that was killed before the thread looked, the run still has a handle: its end is to be told too.
+    WaitForSingleObject(run->worker.Get(), INFINITE);
+    if (!run->ClaimEnd()) {
+        Sleep(INFINITE); // the destructor is terminating this thread
+    }
+    run->worker = SharedHandle();
+    RunState(m_recordMode, m_runStatus).WorkerEnded(run->number);
 }
 
 unsigned long ScreenRecordProxy::WaitLiveProcessEnd(unsigned long timeoutMs) {
@@ -375,14 +505,13 @@ void ScreenRecordProxy::KillProcess() {
     const CriticalSectionGuard lock(m_lock);
     if (const KernelHandle worker(m_workerProcess.exchange(nullptr)); worker) {
         TerminateProcess(worker.Get(), kExitCodeKilled);
-        m_runStatus = RunStatus::Idle;
+        RunState(m_recordMode, m_runStatus).WorkerKilled();
     }
 }
 
 void ScreenRecordProxy::OnError() {
-    RunStatus status = m_runStatus;
-    while (status != RunStatus::Stopping && !m_runStatus.compare_exchange_weak(status, RunStatus::Error)) {
-    }
+    RunState state(m_recordMode, m_runStatus);
+    state.ExchangeFailed(state.Newest());
 }
 
 // ---- Commands ------------------------------------------------------------------------------------------------------
@@ -392,8 +521,8 @@ namespace {
 /** A message from the proxy to the worker that borrows @p payload. */
 TagIPCMessageItem MakeMessage(std::uint32_t id, void* payload, std::size_t payloadSize) noexcept {
     TagIPCMessageItem message;
-    message.sourceModuleId = kProxyModuleId;
-    message.targetModuleId = kWorkerModuleId;
+    message.sourceModuleId = kxvcr::kHostModuleId;
+    message.targetModuleId = kxvcr::kWorkerModuleId;
     message.messageId = id;
     message.timeStamp = GetTickCount();
     message.payloadSize = static_cast<std::uint32_t>(payloadSize);
@@ -424,31 +553,86 @@ std::optional<std::int32_t> ResultOf(const TagIPCMessageItem& reply, LogSite sit
     return result;
 }
 
+/** Whether a reply came; a message library that throws has failed to get one. */
+bool Send(IPCMessageClient& client, const TagIPCMessageItem& request, IPCReplyItem& reply,
+          unsigned int timeoutMs) noexcept {
+    try {
+        return client.SendIPCMessage(request, reply, timeoutMs);
+    } catch (...) {
+        return false;
+    }
+}
+
+/** The same for a notice, which has no reply. */
+bool Post(IPCMessageClient& client, const TagIPCMessageItem& notice) noexcept {
+    try {
+        return client.PostIPCMessage(notice);
+    } catch (...) {
+        return false;
+    }
+}
+
+/** One command under way. It belongs to the run in which it began, however late its answer comes. */
+class Command {
+public:
+    Command(std::atomic<RecordMode>& mode, std::atomic<RunStatus>& status) noexcept
+        : m_mode(mode),
+          m_status(status),
+          m_run(RunState(mode, status).Newest()) {}
+
+    /** @return the status that was found; another than @p from refuses the command and changes nothing */
+    RunStatus Begin(RunStatus from, RunStatus inProgress) noexcept {
+        RunStatus found = from;
+        if (const std::optional<RunNumber> run = RunState(m_mode, m_status).BeginCommand(found, inProgress)) {
+            m_run = *run;
+            m_inProgress = inProgress;
+        }
+        return found;
+    }
+
+    void Succeed(RunStatus done, RecordMode mode) noexcept {
+        RunState(m_mode, m_status).CommandSucceeded(m_run, m_inProgress, done, mode);
+    }
+
+    void Fail() noexcept { RunState(m_mode, m_status).ExchangeFailed(m_run); }
+
+    /** What SendVCRMessage does, for this command. */
+    bool Exchange(IPCMessageClient* client, unsigned int timeoutMs, const TagIPCMessageItem& request) noexcept {
+        static constexpr LogFunction kHere("bool __cdecl KxScreenRecord::ScreenRecordProxy::SendVCRMessage("
+                                           "unsigned int,struct TagIPCMessageItem &)");
+        if (client == nullptr) {
+            return false;
+        }
+        IPCReplyItem reply;
+        if (!Send(*client, request, reply, timeoutMs)) {
+            LogError(kHere, "Send IPC msg failed!");
+            Fail();
+            return false;
+        }
+        const std::optional<std::int32_t> result = ResultOf(reply, kHere, "IPC return value size(");
+        if (!result) {
+            Fail();
+            return false;
+        }
+        if (*result < 0) {
+            LogError(kHere, "IPC failed!err=", *result);
+            Fail();
+            return false;
+        }
+        return true;
+    }
+
+private:
+    std::atomic<RecordMode>& m_mode;
+    std::atomic<RunStatus>& m_status;
+    RunNumber m_run;
+    RunStatus m_inProgress{};
+};
+
 } // namespace
 
 bool ScreenRecordProxy::SendVCRMessage(unsigned int timeoutMs, TagIPCMessageItem& request) {
-    static constexpr LogFunction kHere("bool __cdecl KxScreenRecord::ScreenRecordProxy::SendVCRMessage("
-                                       "unsigned int,struct TagIPCMessageItem &)");
-    if (m_ipcClient == nullptr) {
-        return false;
-    }
-    IPCReplyItem reply;
-    if (!m_ipcClient->SendIPCMessage(request, reply, timeoutMs)) {
-        LogError(kHere, "Send IPC msg failed!");
-        OnError();
-        return false;
-    }
-    const std::optional<std::int32_t> result = ResultOf(reply, kHere, "IPC return value size(");
-    if (!result) {
-        OnError();
-        return false;
-    }
-    if (*result < 0) {
-        LogError(kHere, "IPC failed!err=", *result);
-        OnError();
-        return false;
-    }
-    return true;
+    return Command(m_recordMode, m_runStatus).Exchange(m_ipcClient, timeoutMs, request);
 }
 
 bool ScreenRecordProxy::Prepare(const ScreenRecordParam& param, unsigned int timeoutMs) {
@@ -459,8 +643,9 @@ bool ScreenRecordProxy::PrepareTimemachine(const ScreenRecordParam& param, unsig
                                            unsigned int timeoutMs) {
     static constexpr LogFunction kHere("bool __cdecl KxScreenRecord::ScreenRecordProxy::PrepareTimemachine("
                                        "const struct KxScreenRecord::ScreenRecordParam &,unsigned int,unsigned int)");
-    RunStatus status = RunStatus::Running;
-    if (!m_runStatus.compare_exchange_strong(status, RunStatus::Preparing)) {
+    Command command(m_recordMode, m_runStatus);
+    const RunStatus status = command.Begin(RunStatus::Running, RunStatus::Preparing);
+    if (status != RunStatus::Running) {
         LogError(kHere, "Can not call prepare on status ", static_cast<int>(status));
         return false;
     }
@@ -478,13 +663,12 @@ bool ScreenRecordProxy::PrepareTimemachine(const ScreenRecordParam& param, unsig
         }
         payloadSize += sizeof(timeMachine);
     }
-    TagIPCMessageItem request = MakeRequest(kPrepareMessage, payload.data(), payloadSize);
-    if (!SendVCRMessage(timeoutMs, request)) {
+    TagIPCMessageItem request = MakeRequest(kxvcr::kMessagePrepare, payload.data(), payloadSize);
+    if (!command.Exchange(m_ipcClient, timeoutMs, request)) {
         LogError(kHere, "Send IPC Message failed");
         return false;
     }
-    m_recordMode = timeMachine == 0 ? RecordMode::Prepared : RecordMode::PreparedTimemachine;
-    m_runStatus = RunStatus::Prepared;
+    command.Succeed(RunStatus::Prepared, timeMachine == 0 ? RecordMode::Prepared : RecordMode::PreparedTimemachine);
     return true;
 }
 
@@ -496,33 +680,35 @@ bool ScreenRecordProxy::StartLocalRecord(const wchar_t* path, unsigned int pathL
         return false;
     }
     const std::size_t length = pathLength != 0 ? pathLength : std::wcslen(path);
-    if (length > kMaxPathCharacters) {
+    if (length > kxvcr::kMaxPathCharacters) {
         LogError(kHere, "Invalid path length ", length);
         return false;
     }
-    RunStatus status = RunStatus::Prepared;
-    if (!m_runStatus.compare_exchange_strong(status, RunStatus::LocalRecordStarting)) {
+    Command command(m_recordMode, m_runStatus);
+    const RunStatus status = command.Begin(RunStatus::Prepared, RunStatus::LocalRecordStarting);
+    if (status != RunStatus::Prepared) {
         LogError(kHere, "Can not start local record on mode ", static_cast<int>(status));
         return false;
     }
     // The caller's length may run past the end of its string: the rest of the payload is then zeros.
-    std::array<wchar_t, kMaxPathCharacters + 1> payload = {};
+    std::array<wchar_t, kxvcr::kMaxPathCharacters + 1> payload = {};
     std::copy_n(path, wcsnlen(path, length), payload.data());
-    TagIPCMessageItem request = MakeRequest(kStartLocalRecordMessage, payload.data(), (length + 1) * sizeof(wchar_t));
-    if (!SendVCRMessage(timeoutMs, request)) {
+    TagIPCMessageItem request =
+        MakeRequest(kxvcr::kMessageStartLocalRecord, payload.data(), (length + 1) * sizeof(wchar_t));
+    if (!command.Exchange(m_ipcClient, timeoutMs, request)) {
         LogError(kHere, "Send Ipc Message failed");
         return false;
     }
-    m_runStatus = RunStatus::LocalRecordRunning;
-    m_recordMode = RecordMode::LocalRecord;
+    command.Succeed(RunStatus::LocalRecordRunning, RecordMode::LocalRecord);
     return true;
 }
 
 bool ScreenRecordProxy::StartLiveServer(const LiveServerParam& param, unsigned int timeoutMs, int& result) {
     static constexpr LogFunction kHere("bool __cdecl KxScreenRecord::ScreenRecordProxy::StartLiveServer("
                                        "const struct KxScreenRecord::LiveServerParam &,unsigned int,int &)");
-    RunStatus status = RunStatus::Prepared;
-    if (!m_runStatus.compare_exchange_strong(status, RunStatus::LiveServerStarting)) {
+    Command command(m_recordMode, m_runStatus);
+    const RunStatus status = command.Begin(RunStatus::Prepared, RunStatus::LiveServerStarting);
+    if (status != RunStatus::Prepared) {
         LogError(kHere, "Can not start live server on mode ", static_cast<int>(status));
         return false;
     }
@@ -530,44 +716,41 @@ bool ScreenRecordProxy::StartLiveServer(const LiveServerParam& param, unsigned i
         return false;
     }
     LiveServerParam payload = param;
-    const TagIPCMessageItem request = MakeRequest(kStartLiveServerMessage, &payload, sizeof(payload));
+    const TagIPCMessageItem request = MakeRequest(kxvcr::kMessageStartLiveServer, &payload, sizeof(payload));
     IPCReplyItem reply;
-    if (!m_ipcClient->SendIPCMessage(request, reply, timeoutMs)) {
+    if (!Send(*m_ipcClient, request, reply, timeoutMs)) {
         LogError(kHere, "Send IPC msg(StartLiveServer) failed!");
-        OnError();
+        command.Fail();
         return false;
     }
     const std::optional<std::int32_t> port = ResultOf(reply, kHere, "StartLive IPC return value size(");
     if (!port) {
-        OnError();
+        command.Fail();
         return false;
     }
     if (*port <= 0) { // stricter than the other commands: 0 is no port
-        OnError();
+        command.Fail();
         result = 0;
         return false;
     }
     result = *port;
-    m_runStatus = RunStatus::LiveServerRunning;
-    m_recordMode = RecordMode::LiveServer;
+    command.Succeed(RunStatus::LiveServerRunning, RecordMode::LiveServer);
     return true;
 }
 
 void ScreenRecordProxy::Stop() {
     static constexpr LogFunction kHere("void __cdecl KxScreenRecord::ScreenRecordProxy::Stop(void)");
-    if (m_workerProcess == nullptr) {
-        return;
-    }
-    if (m_runStatus.exchange(RunStatus::Stopping) == RunStatus::Stopping) {
+    const std::optional<RunNumber> run = RunState(m_recordMode, m_runStatus).BeginStop(m_workerProcess);
+    if (!run) {
         return;
     }
     if (m_ipcClient == nullptr) {
         LogError(kHere, "objIPCClient is null.");
         return;
     }
-    if (!m_ipcClient->PostIPCMessage(MakeMessage(kStopMessage, nullptr, 0))) {
+    if (!Post(*m_ipcClient, MakeMessage(kxvcr::kMessageStop, nullptr, 0))) {
         LogError(kHere, "Post IPC msg(Stop) failed!");
-        OnError();
+        RunState(m_recordMode, m_runStatus).ExchangeFailed(*run);
     }
 }
 

@@ -1,6 +1,6 @@
 /**
  * @file
- * A handle to wait on while its owner may close it, and the critical section held for a scope.
+ * A handle to wait on while its owner may close it.
  */
 #pragma once
 
@@ -8,9 +8,11 @@
 
 #include <windows.h>
 
+namespace KxScreenRecord {
+
 /**
  * A handle of somebody else's to wait on while its owner may close it: a duplicate of its own, or the given handle
- * itself when the system has none left to give.
+ * itself when the system has none left to give. Made while the owner cannot close it yet.
  */
 class SharedHandle {
 public:
@@ -30,16 +32,4 @@ private:
     kx::KernelHandle m_duplicate;
 };
 
-/** Enters a critical section for the scope's life. */
-class CriticalSectionGuard {
-public:
-    explicit CriticalSectionGuard(CRITICAL_SECTION& section) noexcept : m_section(section) {
-        EnterCriticalSection(&m_section);
-    }
-    ~CriticalSectionGuard() { LeaveCriticalSection(&m_section); }
-    CriticalSectionGuard(const CriticalSectionGuard&) = delete;
-    CriticalSectionGuard& operator=(const CriticalSectionGuard&) = delete;
-
-private:
-    CRITICAL_SECTION& m_section;
-};
+} // namespace KxScreenRecord
