@@ -85,7 +85,7 @@ Launcher::Launcher(bool ready)
               m_worker = Duplicate(information->hProcess);
           }
           if (m_ready) {
-              EXPECT_TRUE(fakeipc::Deliver(kReadyMessage));
+              EXPECT_TRUE(fakeipc::Deliver(kxvcr::kMessageReady));
           }
           return started;
       }) {}
@@ -117,6 +117,15 @@ OwnedHandle ProxyTest::RunWorker() {
     return Duplicate(launcher.Worker());
 }
 
+void ProxyTest::ExpectRunWorks() {
+    m_plan.Live(0);
+    const OwnedHandle worker = RunWorker();
+    ExpectState(RunStatus::Running, RecordMode::WorkerStarted);
+    m_plan.EndWorkers();
+    AwaitMonitor();
+    EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
+}
+
 void ProxyTest::AwaitMonitor() {
     const OwnedHandle monitor = Duplicate(proxyprivate::MonitorThread(Proxy()));
     EXPECT_EQ(WaitForSingleObject(monitor.get(), kLimitMs), WAIT_OBJECT_0);
@@ -130,6 +139,11 @@ void ProxyTest::SetState(RunStatus status, RecordMode mode) {
 void ProxyTest::ExpectState(RunStatus status, RecordMode mode) {
     EXPECT_EQ(static_cast<int>(proxyprivate::Status(Proxy()).load()), static_cast<int>(status));
     EXPECT_EQ(Proxy().GetCurRecordMode(), static_cast<int>(mode));
+}
+
+void ProxyTest::ExpectNothingHeld() {
+    EXPECT_EQ(proxyprivate::WorkerProcess(Proxy()).load(), nullptr);
+    EXPECT_EQ(proxyprivate::MonitorThread(Proxy()), nullptr);
 }
 
 void ProxyTest::ExpectMessages(const std::vector<proxymessages::Message>& messages) {

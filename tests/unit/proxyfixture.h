@@ -3,6 +3,7 @@
 
 #include "fakes/fakeipc.h"
 #include "fakes/fakeutil.h"
+#include "sdk/vcr/workerprotocol.h"
 #include "support/logcapture.h"
 #include "unit/proxyhooks.h"
 #include "unit/proxymessages.h"
@@ -26,7 +27,9 @@ using KxScreenRecord::ScreenRecordProxy;
 using proxymessages::Error;
 using proxymessages::Warn;
 
-inline constexpr std::uint32_t kReadyMessage = 0x4E0002;
+inline constexpr unsigned long kBusy = 170;
+inline constexpr unsigned long kTimedOut = 258;
+inline constexpr unsigned long kBadSignature = 191;
 inline constexpr DWORD kLimitMs = 20000;         ///< for what must happen at once
 inline constexpr DWORD kTooShortMs = 50;         ///< for time-outs that are expected
 inline constexpr unsigned int kTimeoutMs = 4321; ///< handed through to the message client, never waited for
@@ -107,11 +110,15 @@ protected:
     ScreenRecordProxy& Proxy() { return *m_proxy; }
     /** Runs a living worker that gets ready at once; the test fails when that fails. */
     OwnedHandle RunWorker();
+    /** A run, its end and the monitor's end: the proxy works. */
+    void ExpectRunWorks();
     /** Waits for the newest monitor thread's end. */
     void AwaitMonitor();
     /** Sets both state fields. */
     void SetState(RunStatus status, RecordMode mode);
     void ExpectState(RunStatus status, RecordMode mode);
+    /** Neither a worker nor a monitor thread. */
+    void ExpectNothingHeld();
     void ExpectMessages(const std::vector<proxymessages::Message>& messages);
     /** Gives the proxy back; the fixture does not do it again. */
     void Release();

@@ -16,7 +16,7 @@ class ProxyExchange : public ProxyTest {
 protected:
     ProxyExchange() {
         fakeipc::Reset();
-        m_request.messageId = 0x4E0003;
+        m_request.messageId = kxvcr::kMessagePrepare;
         SetState(kBefore, RecordMode::WorkerStarted);
     }
 

@@ -1,4 +1,4 @@
-// The one instance: taking and giving back references, construction, destruction and failed allocations.
+// The one instance: taking and giving back references, construction and failed allocations.
 #include "support/childprocess.h"
 #include "support/handlecount.h"
 #include "unit/proxyfixture.h"
@@ -12,9 +12,7 @@ namespace {
 using namespace proxytest;
 using fakeipc::CallKind;
 
-constexpr int kWorkerModule = 0x650000;
-constexpr DWORD kMonitorLimitMs = 5000;
-constexpr DWORD kTerminatedThread = 258;
+constexpr int kWorkerModule = static_cast<int>(kxvcr::kWorkerModuleId);
 
 class Lifecycle : public testing::Test {
 protected:
@@ -72,7 +70,7 @@ TEST_F(Lifecycle, NewProxy_OpensItsChannelAndListensForTheReadyNotice) {
     EXPECT_FALSE(calls[0].reserved1);
     EXPECT_FALSE(calls[0].reserved2);
     EXPECT_EQ(calls[1].kind, CallKind::Register);
-    EXPECT_EQ(calls[1].messageId, kReadyMessage);
+    EXPECT_EQ(calls[1].messageId, kxvcr::kMessageReady);
     EXPECT_EQ(calls[1].client, proxyprivate::Client(*proxy));
     ScreenRecordProxy::ReleaseProxy(proxy);
 }
@@ -240,195 +238,6 @@ TEST_F(Lifecycle, CreateDuringDestruction_WaitsAndConstructsAnew) {
     EXPECT_EQ(fakeipc::Calls(CallKind::Construct).size(), 2u);
     ScreenRecordProxy::ReleaseProxy(next);
     EXPECT_EQ(fakeipc::Calls(CallKind::Destroy).size(), 2u);
-}
-
-// Sees everything that the destructor does, in one ordered list.
-class DestructorTrace {
-public:
-    explicit DestructorTrace(ScreenRecordProxy& proxy)
-        : m_lock(&proxyprivate::Lock(proxy)),
-          m_worker(proxyprivate::WorkerProcess(proxy).load()),
-          m_monitor(proxyprivate::MonitorThread(proxy)),
-          m_event(proxyprivate::ReadyEvent(proxy)) {
-        fakeipc::SetObserver([this](const fakeipc::Call& call) {
-            constexpr const char* kNames[] = {"construct", "register",       "send",
-                                              "post",      "unregister all", "delete client"};
-            Add(kNames[static_cast<int>(call.kind)]);
-        });
-    }
-    ~DestructorTrace() { fakeipc::SetObserver(nullptr); }
-    DestructorTrace(const DestructorTrace&) = delete;
-    DestructorTrace& operator=(const DestructorTrace&) = delete;
-
-    std::vector<std::string> Steps() {
-        const std::lock_guard guard(m_mutex);
-        return m_steps;
-    }
-    /** Lets waits on the monitor thread time out at once. */
-    void MonitorNeverEnds() { m_monitorNeverEnds = true; }
-
-private:
-    void Add(const std::string& step) {
-        if (GetCurrentThreadId() != m_thread) {
-            return;
-        }
-        const std::lock_guard guard(m_mutex);
-        m_steps.push_back(step);
-    }
-    std::string Name(HANDLE handle) const {
-        return handle == nullptr     ? "null"
-               : handle == m_worker  ? "worker"
-               : handle == m_monitor ? "monitor"
-               : handle == m_event   ? "event"
-                                     : "other";
-    }
-
-    const DWORD m_thread = GetCurrentThreadId();
-    const LPCRITICAL_SECTION m_lock;
-    const HANDLE m_worker;
-    const HANDLE m_monitor;
-    const HANDLE m_event;
-    bool m_monitorNeverEnds = false;
-    std::mutex m_mutex;
-    std::vector<std::string> m_steps;
-    hooks::EnterLockHook m_enter{[this](LPCRITICAL_SECTION lock) {
-        if (lock == m_lock) {
-            Add("enter");
-        }
-        hooks::EnterLockHook::Original(lock);
-    }};
-    hooks::LeaveLockHook m_leave{[this](LPCRITICAL_SECTION lock) {
-        if (lock == m_lock) {
-            Add("leave");
-        }
-        hooks::LeaveLockHook::Original(lock);
-    }};
-    hooks::DeleteLockHook m_delete{[this](LPCRITICAL_SECTION lock) {
-        Add("delete lock");
-        hooks::DeleteLockHook::Original(lock);
-    }};
-    hooks::WaitHook m_wait{[this](HANDLE handle, DWORD timeoutMs) {
-        Add("wait " + Name(handle) + " " + std::to_string(timeoutMs));
-        return m_monitorNeverEnds && handle == m_monitor ? WAIT_TIMEOUT : hooks::WaitHook::Original(handle, timeoutMs);
-    }};
-    hooks::CloseHandleHook m_close{[this](HANDLE handle) {
-        Add("close " + Name(handle));
-        return hooks::CloseHandleHook::Original(handle);
-    }};
-    hooks::TerminateThreadHook m_terminate{[this](HANDLE thread, DWORD exitCode) {
-        Add("terminate " + Name(thread) + " " + std::to_string(exitCode));
-        return hooks::TerminateThreadHook::Original(thread, exitCode);
-    }};
-};
-
-using Destructor = ProxyTest;
-using Steps = std::vector<std::string>;
-
-TEST_F(Destructor, WithoutWorker_ReleasesTheClientAndTheLock) {
-    DestructorTrace trace(Proxy());
-    Release();
-    EXPECT_EQ(trace.Steps(), (Steps{"enter", "leave", "unregister all", "delete client", "delete lock"}));
-    ExpectMessages({});
-}
-
-TEST_F(Destructor, RunningWorker_IsToldToStopBeforeItsHandleIsClosed) {
-    const OwnedHandle worker = RunWorker();
-    DestructorTrace trace(Proxy());
-    fakeipc::SetObserver(nullptr);
-    std::vector<std::uint32_t> posted;
-    fakeipc::SetObserver([&](const fakeipc::Call& call) {
-        if (call.kind == CallKind::Post) {
-            posted.push_back(call.item.messageId);
-            m_plan.EndWorkers();
-        }
-    });
-    Release();
-    EXPECT_EQ(posted, std::vector<std::uint32_t>{0x4E0006});
-    EXPECT_EQ(trace.Steps(), (Steps{"enter", "wait worker 0", "close worker", "wait monitor 5000", "close monitor",
-                                    "leave", "close event", "delete lock"}));
-    EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
-    ExpectMessages({});
-}
-
-TEST_F(Destructor, EndedWorker_IsNotToldToStop) {
-    const OwnedHandle worker = RunWorker();
-    m_plan.EndWorkers();
-    AwaitMonitor();
-    EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
-    DestructorTrace trace(Proxy());
-    Release();
-    EXPECT_EQ(trace.Steps(), (Steps{"enter", "wait worker 0", "close worker", "wait monitor 5000", "close monitor",
-                                    "leave", "unregister all", "delete client", "close event", "delete lock"}));
-    ExpectMessages({});
-}
-
-TEST_F(Destructor, AlreadyStoppingWorker_IsNotToldAgain) {
-    const OwnedHandle worker = RunWorker();
-    Proxy().Stop();
-    EXPECT_EQ(fakeipc::Calls(CallKind::Post).size(), 1u);
-    const hooks::WaitHook wait([this](HANDLE handle, DWORD timeoutMs) {
-        if (timeoutMs == kMonitorLimitMs) {
-            m_plan.EndWorkers();
-        }
-        return hooks::WaitHook::Original(handle, timeoutMs);
-    });
-    Release();
-    EXPECT_EQ(fakeipc::Calls(CallKind::Post).size(), 1u);
-    ExpectMessages({});
-}
-
-TEST_F(Destructor, FailedWaitOnTheWorker_SendsNoStop) {
-    const OwnedHandle worker = RunWorker();
-    const hooks::WaitHook wait([this](HANDLE handle, DWORD timeoutMs) {
-        if (timeoutMs == 0) {
-            m_plan.EndWorkers();
-            return WAIT_FAILED;
-        }
-        return hooks::WaitHook::Original(handle, timeoutMs);
-    });
-    Release();
-    EXPECT_TRUE(fakeipc::Calls(CallKind::Post).empty());
-}
-
-TEST_F(Destructor, MonitorThatDoesNotEnd_IsTerminatedWith258) {
-    // It must have begun: a thread that is terminated while the system starts it keeps the loader's lock.
-    const OwnedHandle begun = NewEvent();
-    const OwnedHandle never = NewEvent();
-    const std::array<HANDLE, 2> events = {begun.get(), never.get()};
-    HANDLE const thread = CreateThread(
-        nullptr, 0,
-        [](void* argument) -> DWORD {
-            const auto& given = *static_cast<const std::array<HANDLE, 2>*>(argument);
-            return SignalObjectAndWait(given[0], given[1], kLimitMs, FALSE);
-        },
-        const_cast<std::array<HANDLE, 2>*>(&events), 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(begun.get(), kLimitMs), WAIT_OBJECT_0);
-    const OwnedHandle observed = Duplicate(thread);
-    proxyprivate::MonitorThread(Proxy()) = thread;
-    DestructorTrace trace(Proxy());
-    trace.MonitorNeverEnds();
-    Release();
-    EXPECT_EQ(trace.Steps(), (Steps{"enter", "wait monitor 5000", "terminate monitor 258", "close monitor", "leave",
-                                    "unregister all", "delete client", "delete lock"}));
-    ASSERT_EQ(WaitForSingleObject(observed.get(), kLimitMs), WAIT_OBJECT_0);
-    DWORD exitCode = 0;
-    EXPECT_NE(GetExitCodeThread(observed.get(), &exitCode), FALSE);
-    EXPECT_EQ(exitCode, kTerminatedThread);
-    ExpectMessages({Warn("~ScreenRecordProxy", L"Wait monitor thread end timeout, kill process")});
-}
-
-TEST_F(Destructor, WorkerThatIgnoresStop_CostsFiveSeconds) {
-    const OwnedHandle worker = RunWorker();
-    const ULONGLONG before = GetTickCount64();
-    Release();
-    const ULONGLONG passed = GetTickCount64() - before;
-    EXPECT_GE(passed, kMonitorLimitMs - 100);
-    EXPECT_LT(passed, 2 * kMonitorLimitMs);
-    EXPECT_EQ(fakeipc::Calls(CallKind::Post).size(), 1u);
-    ExpectMessages({Warn("~ScreenRecordProxy", L"Wait monitor thread end timeout, kill process")});
-    EXPECT_EQ(WaitForSingleObject(worker.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
-    m_plan.EndWorkers();
-    EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
 }
 
 TEST_F(Lifecycle, TwentyLives_LeakNoHandle) {

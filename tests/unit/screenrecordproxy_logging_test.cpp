@@ -12,8 +12,6 @@ using namespace proxytest;
 using kxtest::ImportHook;
 using log4cplus::Logger;
 
-constexpr unsigned long kBusy = 170;
-
 using StreamHook =
     ImportHook<"liblog4cplus.dll", "_ZN9log4cplus6detail18get_macro_body_ossB5cxx11Ev", log4cplus::tostringstream&()>;
 using CopyLoggerHook = ImportHook<"liblog4cplus.dll", "_ZN9log4cplus6LoggerC1ERKS0_", void(void*, const void*)>;

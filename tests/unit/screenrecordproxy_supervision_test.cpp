@@ -12,14 +12,13 @@ using proxyprivate::MonitorThread;
 using proxyprivate::ReadyEvent;
 using proxyprivate::WorkerProcess;
 
-constexpr unsigned long kTimedOut = 258;
-constexpr UINT kKilledExitCode = 157;
+constexpr UINT kKilledExitCode = static_cast<UINT>(kxvcr::ExitCode::Killed);
 constexpr unsigned long kStillActive = 259;
 
 using ProxySupervision = ProxyTest;
 
 TEST_F(ProxySupervision, ReadyNoticeWithoutEvent_IsLogged) {
-    EXPECT_TRUE(fakeipc::Deliver(kReadyMessage));
+    EXPECT_TRUE(fakeipc::Deliver(kxvcr::kMessageReady));
     ExpectMessages({Error("OnRecordProcessIPCReady", L"Event is null? Can not be here")});
     ExpectState(RunStatus::Idle, RecordMode::NoWorker);
 }
@@ -268,7 +267,7 @@ TEST_F(ProxySupervision, Handles_AreReadUnderTheLock) {
     EXPECT_EQ(entered.load(), 2);
     Proxy().KillProcess();
     EXPECT_EQ(entered.load(), 3);
-    EXPECT_TRUE(fakeipc::Deliver(kReadyMessage));
+    EXPECT_TRUE(fakeipc::Deliver(kxvcr::kMessageReady));
     EXPECT_EQ(entered.load(), 4);
 }
 
