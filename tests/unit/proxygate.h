@@ -37,7 +37,7 @@ void Elsewhere(Work work) {
     std::thread(std::move(work)).join();
 }
 
-/** Holds the monitor thread that has just seen its worker's end, before it makes its last move. */
+/** Holds the first monitor that begins after this, when it has seen its worker's end and not made its last move. */
 class HeldMonitor {
 public:
     void AwaitThread() { m_gate.AwaitThread(); }
