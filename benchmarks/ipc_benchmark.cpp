@@ -1,6 +1,9 @@
 // Round trips of small requests over the message channel, beside the same bytes bounced over a bare overlapped pipe.
 // The program starts itself as the other end: with "raw" it echoes bytes, with "service" it answers requests.
+#include "common/win/handle.h"
+#include "common/win/modulepath.h"
 #include "sdk/ipcmessage/ipcmessage.h"
+#include "sdk/vcr/workerprotocol.h"
 
 #include <benchmark/benchmark.h>
 #include <windows.h>
@@ -13,7 +16,7 @@
 
 namespace {
 
-constexpr int kModule = 0x650000;
+constexpr int kModule = static_cast<int>(kxvcr::kWorkerModuleId);
 constexpr std::uint32_t kReadyNotice = 1;
 constexpr std::uint32_t kEcho = 2;
 constexpr std::size_t kPayloadBytes = 48;
@@ -27,65 +30,54 @@ using RawMessage = std::array<char, kRawMessageBytes>;
 class Child {
 public:
     explicit Child(const wchar_t* role) {
-        std::array<wchar_t, MAX_PATH> program{};
-        GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
-        std::wstring commandLine = L"\"" + std::wstring(program.data()) + L"\" " + role;
+        std::wstring commandLine = L"\"" + kx::ModulePath(nullptr).value() + L"\" " + role;
         STARTUPINFOW startup{};
         startup.cb = sizeof startup;
         PROCESS_INFORMATION process{};
         if (CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                            &process)) {
-            CloseHandle(process.hThread);
-            m_process = process.hProcess;
+            const kx::KernelHandle thread(process.hThread);
+            m_process.Reset(process.hProcess);
         }
     }
-    ~Child() {
-        WaitForSingleObject(m_process, kLimitMs);
-        CloseHandle(m_process);
-    }
+    ~Child() { WaitForSingleObject(m_process.Get(), kLimitMs); }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
 private:
-    HANDLE m_process = nullptr;
+    kx::KernelHandle m_process;
 };
 
 class RawPipe {
 public:
     explicit RawPipe(HANDLE pipe) : m_pipe(pipe), m_event(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
-    ~RawPipe() {
-        CloseHandle(m_pipe);
-        CloseHandle(m_event);
-    }
-    RawPipe(const RawPipe&) = delete;
-    RawPipe& operator=(const RawPipe&) = delete;
 
     bool Accept() {
         OVERLAPPED io = Io();
-        return Finish(io, ConnectNamedPipe(m_pipe, &io) || GetLastError() == ERROR_PIPE_CONNECTED);
+        return Finish(io, ConnectNamedPipe(m_pipe.Get(), &io) || GetLastError() == ERROR_PIPE_CONNECTED);
     }
     bool Read(RawMessage& message) {
         OVERLAPPED io = Io();
-        return Finish(io, ReadFile(m_pipe, message.data(), kRawMessageBytes, nullptr, &io) != FALSE);
+        return Finish(io, ReadFile(m_pipe.Get(), message.data(), kRawMessageBytes, nullptr, &io) != FALSE);
     }
     bool Write(const RawMessage& message) {
         OVERLAPPED io = Io();
-        return Finish(io, WriteFile(m_pipe, message.data(), kRawMessageBytes, nullptr, &io) != FALSE);
+        return Finish(io, WriteFile(m_pipe.Get(), message.data(), kRawMessageBytes, nullptr, &io) != FALSE);
     }
 
 private:
     OVERLAPPED Io() const {
         OVERLAPPED io{};
-        io.hEvent = m_event;
+        io.hEvent = m_event.Get();
         return io;
     }
     bool Finish(OVERLAPPED& io, bool isDone) {
         DWORD ignored = 0;
-        return isDone || (GetLastError() == ERROR_IO_PENDING && GetOverlappedResult(m_pipe, &io, &ignored, TRUE));
+        return isDone || (GetLastError() == ERROR_IO_PENDING && GetOverlappedResult(m_pipe.Get(), &io, &ignored, TRUE));
     }
 
-    HANDLE m_pipe;
-    HANDLE m_event;
+    kx::FileHandle m_pipe;
+    kx::KernelHandle m_event;
 };
 
 struct Percentiles {
@@ -138,11 +130,11 @@ void RoundTrip_RawPipe(benchmark::State& state) {
 BENCHMARK(RoundTrip_RawPipe)->Iterations(kRoundTrips)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 void RoundTrip_Channel(benchmark::State& state) {
-    const HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const kx::KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     IPCMessageClient client(kModule, false, false);
-    client.RegisterMessageCallback(kReadyNotice, [ready](TagIPCMessageItem&) { SetEvent(ready); });
+    client.RegisterMessageCallback(kReadyNotice, [&ready](TagIPCMessageItem&) { SetEvent(ready.Get()); });
     const Child child(L"service");
-    if (WaitForSingleObject(ready, kLimitMs) != WAIT_OBJECT_0) {
+    if (WaitForSingleObject(ready.Get(), kLimitMs) != WAIT_OBJECT_0) {
         state.SkipWithError("no other end");
         return;
     }
@@ -164,7 +156,6 @@ void RoundTrip_Channel(benchmark::State& state) {
     TagIPCMessageItem end;
     end.messageId = kEcho + 1;
     client.PostIPCMessage(end);
-    CloseHandle(ready);
 }
 BENCHMARK(RoundTrip_Channel)->Iterations(kRoundTrips)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
@@ -178,20 +169,20 @@ int EchoRaw() {
 }
 
 int AnswerRequests() {
-    const HANDLE end = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const kx::KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     IPCMessageService service(kModule);
     service.RegisterRequestHandler(kEcho, [](const TagIPCMessageItem& request, IPCReplySender& sender) {
         sender.Reply(request.payload, request.payloadSize);
     });
-    service.SetDefaultHandler([end](const TagIPCMessageItem&, IPCReplySender&) { SetEvent(end); });
-    service.SetDisconnectCallback([end] { SetEvent(end); });
+    service.SetDefaultHandler([&end](const TagIPCMessageItem&, IPCReplySender&) { SetEvent(end.Get()); });
+    service.SetDisconnectCallback([&end] { SetEvent(end.Get()); });
     if (const unsigned long error = service.Connect(kLimitMs)) {
         return static_cast<int>(error);
     }
     TagIPCMessageItem ready;
     ready.messageId = kReadyNotice;
     service.PostIPCMessage(ready);
-    WaitForSingleObject(end, INFINITE);
+    WaitForSingleObject(end.Get(), INFINITE);
     return 0;
 }
 

@@ -1,5 +1,7 @@
 // launch.exe REPORT PROGRAM ARGUMENTS: runs a program with the standard streams of this one and writes to the file
 // REPORT what the build machine's shell cannot see: the whole 32-bit exit code and the processor time of the program.
+#include "common/win/handle.h"
+
 #include <windows.h>
 
 #include <cstdint>
@@ -11,12 +13,6 @@
 namespace {
 
 constexpr int kUsage = 64; ///< a code that no other program of the tests ends with
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<HANDLE, HandleCloser>;
 
 struct StreamCloser {
     void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
@@ -44,7 +40,7 @@ wchar_t* CommandLineBehind(int count) {
     return text;
 }
 
-Handle Start(wchar_t* commandLine) {
+kx::KernelHandle Start(wchar_t* commandLine) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
@@ -52,14 +48,14 @@ Handle Start(wchar_t* commandLine) {
     constexpr int kAttempts = 3;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
-            CloseHandle(process.hThread);
-            return Handle(process.hProcess);
+            const kx::KernelHandle thread(process.hThread);
+            return kx::KernelHandle(process.hProcess);
         }
         if (GetLastError() != ERROR_INTERNAL_ERROR) {
-            return nullptr;
+            return {};
         }
     }
-    return nullptr;
+    return {};
 }
 
 } // namespace
@@ -68,17 +64,17 @@ extern "C" int wmain(int count, wchar_t** texts) {
     if (count < 3) {
         return kUsage;
     }
-    const Handle process = Start(CommandLineBehind(2));
+    const kx::KernelHandle process = Start(CommandLineBehind(2));
     if (!process) {
         std::fprintf(stderr, "launch: cannot start %ls, error %lu\n", texts[2], GetLastError());
         return 1;
     }
-    WaitForSingleObject(process.get(), INFINITE);
+    WaitForSingleObject(process.Get(), INFINITE);
 
     DWORD exitCode = 0;
     FILETIME created, ended, kernel, user;
-    if (!GetExitCodeProcess(process.get(), &exitCode) ||
-        !GetProcessTimes(process.get(), &created, &ended, &kernel, &user)) {
+    if (!GetExitCodeProcess(process.Get(), &exitCode) ||
+        !GetProcessTimes(process.Get(), &created, &ended, &kernel, &user)) {
         return 1;
     }
     std::FILE* opened = nullptr;

@@ -7,11 +7,12 @@
 // One bit changes from a number to the next, so a picture caught between two steps still shows one of them.
 // The first line on standard output says that the picture is there. Runs until the pipe on its standard input is
 // closed; without such a pipe, until it is ended.
+#include "common/win/handle.h"
+
 #include <windows.h>
 
 #include <cstdio>
 #include <iterator>
-#include <memory>
 
 namespace {
 
@@ -34,21 +35,13 @@ constexpr RECT kCounterBand = {0, 600, kWidth, kHeight};
 constexpr int kCounterBits = 16;
 constexpr int kBlockWidth = kWidth / kCounterBits;
 
-struct BrushDeleter {
-    using pointer = HBRUSH;
-    void operator()(HBRUSH brush) const noexcept { DeleteObject(brush); }
-};
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
+using Brush = kx::Owner<kx::FreedBy<HBRUSH, &DeleteObject>>;
 
 unsigned int g_step = 0;
 
 void Fill(HDC target, const RECT& area, COLORREF colour) {
-    const std::unique_ptr<HBRUSH, BrushDeleter> brush(CreateSolidBrush(colour));
-    FillRect(target, &area, brush.get());
+    const Brush brush(CreateSolidBrush(colour));
+    FillRect(target, &area, brush.Get());
 }
 
 void DrawColumns(HDC target) {
@@ -130,7 +123,7 @@ int main() {
     if (window == nullptr || UpdateWindow(window) == FALSE || SetTimer(window, 1, kStepMs, nullptr) == 0) {
         return 1;
     }
-    const std::unique_ptr<HANDLE, HandleCloser> watcher(CreateThread(nullptr, 0, WatchInput, window, 0, nullptr));
+    const kx::KernelHandle watcher(CreateThread(nullptr, 0, WatchInput, window, 0, nullptr));
     if (!watcher) {
         return 1;
     }

@@ -11,6 +11,7 @@
 // COUNTER is the step number that the pattern on the screen shows when the command is sent. A step that fails is
 // answered with "failed", and the program goes on. The end of the input ends it at once, and leaves a running worker
 // without its host.
+#include "common/win/utf8.h"
 #include "screenrecordproxy.h"
 
 #include <windows.h>
@@ -52,14 +53,6 @@ unsigned int ReadCounter() {
     return number;
 }
 
-std::wstring Wide(const std::string& text) {
-    std::wstring wide(text.size(), L'\0');
-    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
-                                           static_cast<int>(wide.size()));
-    wide.resize(static_cast<std::size_t>(length));
-    return wide;
-}
-
 void Answer(const std::string& text) {
     std::cout << text << std::endl;
 }
@@ -78,7 +71,7 @@ void Prepare(ScreenRecordProxy& proxy, std::istream& arguments) {
 void Start(ScreenRecordProxy& proxy, std::istream& arguments) {
     std::string path;
     std::getline(arguments >> std::ws, path);
-    const std::wstring file = Wide(path);
+    const std::wstring file = kx::WideFromUtf8(path);
     const unsigned int counter = ReadCounter();
     const DWORD before = GetTickCount();
     const bool started = proxy.StartLocalRecord(file.c_str(), static_cast<unsigned int>(file.size()), kTimeoutMs);

@@ -1,9 +1,8 @@
 // Exceptions on demand.
 #include "fakes/fakeutil_fault.h"
 
+#include "common/win/utf8.h"
 #include "fakes/fakeutil_fault_internal.h"
-
-#include <windows.h>
 
 #include <map>
 #include <new>
@@ -50,11 +49,7 @@ void ThrowIfAsked(const std::string& function) {
 }
 
 std::string Utf8(const std::wstring& text) {
-    const int length = static_cast<int>(text.size());
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, narrow.data(), size, nullptr, nullptr);
-    return narrow;
+    return kx::Utf8FromWide(text);
 }
 
 } // namespace fakeutil

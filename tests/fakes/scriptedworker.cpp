@@ -13,7 +13,10 @@
  *
  * Without an order for its id a request is answered with 1; the stop notice, 4E0006, ends the worker with 0.
  */
+#include "common/win/handle.h"
+#include "common/win/modulepath.h"
 #include "sdk/ipcmessage/ipcmessage.h"
+#include "sdk/vcr/workerprotocol.h"
 
 #include <windows.h>
 
@@ -26,9 +29,6 @@
 
 namespace {
 
-constexpr int kModule = 0x650000;
-constexpr std::uint32_t kReady = 0x4E0002;
-constexpr std::uint32_t kStop = 0x4E0006;
 constexpr unsigned int kConnectLimitMs = 10000;
 constexpr DWORD kLongestLifeMs = 60000;
 constexpr UINT kNotConnected = 95;
@@ -45,9 +45,7 @@ struct Script {
 };
 
 std::filesystem::path OwnFolder() {
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).parent_path();
+    return kx::ModuleFolder(nullptr).value();
 }
 
 Script ReadScript() {
@@ -104,30 +102,30 @@ void Obey(const Order& order, IPCReplySender& sender) {
 
 int main() {
     const Script script = ReadScript();
-    const HANDLE ending = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    IPCMessageService service(kModule);
+    const kx::KernelHandle ending(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    IPCMessageService service(static_cast<int>(kxvcr::kWorkerModuleId));
     service.SetDefaultHandler([&](const TagIPCMessageItem& request, IPCReplySender& sender) {
         WriteDown(request);
         const auto order = script.orders.find(request.messageId);
         if (order != script.orders.end()) {
             Obey(order->second, sender);
-        } else if (request.messageId == kStop) {
-            SetEvent(ending);
+        } else if (request.messageId == kxvcr::kMessageStop) {
+            SetEvent(ending.Get());
         } else {
             Obey({"result", 1}, sender);
         }
     });
-    service.SetDisconnectCallback([ending] { SetEvent(ending); });
+    service.SetDisconnectCallback([&ending] { SetEvent(ending.Get()); });
     if (service.Connect(kConnectLimitMs) != 0) {
         ExitProcess(kNotConnected);
     }
     Sleep(script.readyAfterMs);
     if (script.ready) {
         TagIPCMessageItem notice;
-        notice.sourceModuleId = kModule;
-        notice.messageId = kReady;
+        notice.sourceModuleId = kxvcr::kWorkerModuleId;
+        notice.messageId = kxvcr::kMessageReady;
         service.PostIPCMessage(notice);
     }
-    WaitForSingleObject(ending, kLongestLifeMs);
+    WaitForSingleObject(ending.Get(), kLongestLifeMs);
     return 0;
 }

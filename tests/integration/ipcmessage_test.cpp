@@ -68,10 +68,11 @@ TEST(IPCMessageClient, WorkerConnected_EveryFieldAndByteArrives) {
 
     ASSERT_TRUE(host.client.SendIPCMessage(request, reply, kLimitMs));
 
-    const std::uint32_t words[] = {0x4E0000, 0x650000, kEchoRecord, 0x9ABCDEF0, 0x12345678, request.timeStamp, 4, 1, 1};
+    const std::uint32_t words[] = {
+        kxvcr::kHostModuleId, kxvcr::kWorkerModuleId, kEchoRecord, 0x9ABCDEF0, 0x12345678, request.timeStamp, 4, 1, 1};
     EXPECT_EQ(TextOf(reply), std::string(reinterpret_cast<const char*>(words), sizeof words) + payload);
-    EXPECT_EQ(reply.sourceModuleId, 0x650000u);
-    EXPECT_EQ(reply.targetModuleId, 0x4E0000u);
+    EXPECT_EQ(reply.sourceModuleId, kxvcr::kWorkerModuleId);
+    EXPECT_EQ(reply.targetModuleId, kxvcr::kHostModuleId);
     EXPECT_EQ(reply.messageId, 0x9ABCDEF0u);
     EXPECT_EQ(reply.replyMessageId, kIPCUnset);
     EXPECT_EQ(reply.reserved, kIPCUnset);
@@ -87,7 +88,8 @@ TEST(IPCMessageClient, RequestWithoutPayload_ArrivesWithoutPayload) {
 
     ASSERT_TRUE(host.client.SendIPCMessage(request, reply, kLimitMs));
 
-    const std::uint32_t words[] = {0x4E0000, 0x650000, kEchoRecord, kEchoRecord, kIPCUnset, request.timeStamp, 0, 0, 0};
+    const std::uint32_t words[] = {
+        kxvcr::kHostModuleId, kxvcr::kWorkerModuleId, kEchoRecord, kEchoRecord, kIPCUnset, request.timeStamp, 0, 0, 0};
     EXPECT_EQ(TextOf(reply), std::string(reinterpret_cast<const char*>(words), sizeof words));
 }
 
@@ -118,8 +120,8 @@ TEST(IPCMessageClient, NoticesInBothDirections_EveryFieldArrives) {
 
     ASSERT_TRUE(arrived.Wait());
     EXPECT_EQ(text, "notice");
-    EXPECT_EQ(seen.sourceModuleId, 0x4E0000u);
-    EXPECT_EQ(seen.targetModuleId, 0x650000u);
+    EXPECT_EQ(seen.sourceModuleId, kxvcr::kHostModuleId);
+    EXPECT_EQ(seen.targetModuleId, kxvcr::kWorkerModuleId);
     EXPECT_EQ(seen.messageId, kFullNotice);
     EXPECT_EQ(seen.replyMessageId, kIPCUnset);
     EXPECT_EQ(seen.reserved, 5u);

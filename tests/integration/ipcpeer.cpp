@@ -8,6 +8,7 @@
 //   signal NAME, wait NAME    named events
 //   grandchild STEP...  does the remaining steps in a child of its own
 // The exit code is 0, or kFailedStep plus the number of the step that failed.
+#include "common/win/modulepath.h"
 #include "ipcprotocol.h"
 #include "suite/ipcmessage/frame.h"
 
@@ -154,16 +155,15 @@ private:
     void AwaitSignal() { Require(WaitForSingleObject(Event(), kStepLimitMs) == WAIT_OBJECT_0); }
 
     void RunGrandchild() {
-        char program[MAX_PATH];
-        GetModuleFileNameA(nullptr, program, MAX_PATH);
-        std::string commandLine = '"' + std::string(program) + '"';
+        std::wstring commandLine = L'"' + kx::ModulePath(nullptr).value() + L'"';
         while (m_next < m_steps.size()) {
-            commandLine += ' ' + Argument();
+            const std::string argument = Argument();
+            commandLine += L' ' + std::wstring(argument.begin(), argument.end());
         }
-        STARTUPINFOA startup{};
+        STARTUPINFOW startup{};
         startup.cb = sizeof startup;
         PROCESS_INFORMATION process{};
-        Require(CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+        Require(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                                &process) != FALSE);
         Require(WaitForSingleObject(process.hProcess, kStepLimitMs) == WAIT_OBJECT_0);
         DWORD exitCode = 1;

@@ -1,12 +1,14 @@
 /** @file What the message channel's tests and the programs that they start have agreed on. */
 #pragma once
 
+#include "sdk/vcr/workerprotocol.h"
+
 #include <cstdint>
 
-inline constexpr int kTestModule = 0x650000;
+inline constexpr int kTestModule = static_cast<int>(kxvcr::kWorkerModuleId);
 
 // Messages of ipcworker.exe. Requests unless said otherwise.
-inline constexpr std::uint32_t kReadyNotice = 0x4E0002;
+inline constexpr std::uint32_t kReadyNotice = kxvcr::kMessageReady;
 inline constexpr std::uint32_t kEchoPayload = 0x10;
 inline constexpr std::uint32_t kEmptyReply = 0x11;    // replies without a payload
 inline constexpr std::uint32_t kStaySilent = 0x12;    // posts kSilentNotice and does not reply

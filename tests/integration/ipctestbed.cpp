@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <span>
 
 namespace kxtest {
@@ -24,28 +23,27 @@ Child::Child(const std::string& program, const std::string& arguments) {
     PROCESS_INFORMATION process{};
     const BOOL isStarted =
         CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process);
-    EXPECT_TRUE(isStarted) << commandLine;
+    EXPECT_TRUE(isStarted) << program;
     if (isStarted) {
-        CloseHandle(process.hThread);
-        m_process = process.hProcess;
+        const kx::KernelHandle thread(process.hThread);
+        m_process.Reset(process.hProcess);
     }
 }
 
 Child::~Child() {
     Kill();
-    CloseHandle(m_process);
 }
 
 DWORD Child::ExitCode() const {
-    WaitForSingleObject(m_process, kLimitMs);
+    WaitForSingleObject(m_process.Get(), kLimitMs);
     DWORD code = STILL_ACTIVE;
-    GetExitCodeProcess(m_process, &code);
+    GetExitCodeProcess(m_process.Get(), &code);
     return code;
 }
 
 void Child::Kill() const {
-    TerminateProcess(m_process, 1);
-    WaitForSingleObject(m_process, kLimitMs);
+    TerminateProcess(m_process.Get(), 1);
+    WaitForSingleObject(m_process.Get(), kLimitMs);
 }
 
 Host::Host() {
@@ -54,7 +52,7 @@ Host::Host() {
 
 TagIPCMessageItem Request(std::uint32_t messageId) {
     TagIPCMessageItem request;
-    request.sourceModuleId = 0x4E0000;
+    request.sourceModuleId = kxvcr::kHostModuleId;
     request.targetModuleId = kTestModule;
     request.messageId = messageId;
     request.replyMessageId = messageId;

@@ -1,6 +1,7 @@
 /** @file The host's side of the message channel's tests: child processes, signals, a host, and frames as text. */
 #pragma once
 
+#include "common/win/handle.h"
 #include "ipcprotocol.h"
 #include "sdk/ipcmessage/ipcmessage.h"
 #include "suite/ipcmessage/frame.h"
@@ -19,15 +20,14 @@ inline constexpr DWORD kAtOnceMs = 3000; // "at once" on a loaded machine, far b
 class Signal {
 public:
     explicit Signal(const std::string& name = {});
-    ~Signal() { CloseHandle(m_event); }
-    Signal(const Signal&) = delete;
-    Signal& operator=(const Signal&) = delete;
 
-    void Set() const { SetEvent(m_event); }
-    bool Wait(DWORD timeoutMs = kLimitMs) const { return WaitForSingleObject(m_event, timeoutMs) == WAIT_OBJECT_0; }
+    void Set() const { SetEvent(m_event.Get()); }
+    bool Wait(DWORD timeoutMs = kLimitMs) const {
+        return WaitForSingleObject(m_event.Get(), timeoutMs) == WAIT_OBJECT_0;
+    }
 
 private:
-    HANDLE m_event;
+    kx::KernelHandle m_event;
 };
 
 /** A name for a Signal that no other test or run uses. */
@@ -43,11 +43,11 @@ public:
 
     /** The exit code, or STILL_ACTIVE after kLimitMs. */
     DWORD ExitCode() const;
-    bool IsRunning() const { return WaitForSingleObject(m_process, 0) == WAIT_TIMEOUT; }
+    bool IsRunning() const { return WaitForSingleObject(m_process.Get(), 0) == WAIT_TIMEOUT; }
     void Kill() const;
 
 private:
-    HANDLE m_process = nullptr;
+    kx::KernelHandle m_process;
 };
 
 /** A client with a signal for the worker's ready notice. */

@@ -3,6 +3,7 @@
 //   ipcworker connect MS       connects and returns the code
 //   ipcworker host EVENT       a host that starts "ipcworker orphan EVENT" and waits to be killed
 //   ipcworker orphan EVENT     connects and signals EVENT in its disconnect callback
+#include "common/win/modulepath.h"
 #include "ipcprotocol.h"
 #include "sdk/ipcmessage/ipcmessage.h"
 
@@ -119,9 +120,7 @@ int ConnectOnly(const std::wstring& timeoutMs) {
 
 int ActAsHost(const std::wstring& eventName) {
     IPCMessageClient client(kTestModule, false, false);
-    wchar_t program[MAX_PATH];
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    std::wstring commandLine = L"\"" + std::wstring(program) + L"\" orphan " + eventName;
+    std::wstring commandLine = L"\"" + kx::ModulePath(nullptr).value() + L"\" orphan " + eventName;
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};

@@ -1,5 +1,6 @@
 #include "support/childprocess.h"
 
+#include "common/win/handle.h"
 #include "support/hostfolder.h"
 
 #include <windows.h>
@@ -47,31 +48,31 @@ ChildResult RunProgram(const std::filesystem::path& program, const std::string& 
     const TempFolder folder;
     const std::filesystem::path outputPath = folder.Path() / "output.txt";
     SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    const HANDLE output = CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    kx::FileHandle output(CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inheritable, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
     std::wstring commandLine = L"\"" + program.wstring() + L"\" " + std::wstring(argument.begin(), argument.end());
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    startup.hStdOutput = output;
-    startup.hStdError = output;
+    startup.hStdOutput = output.Get();
+    startup.hStdError = output.Get();
     PROCESS_INFORMATION process{};
     const BOOL started =
         CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    CloseHandle(output);
+    output.Reset();
     if (started == FALSE) {
         throw std::runtime_error("cannot start the child");
     }
-    CloseHandle(process.hThread);
-    const bool ended = WaitForSingleObject(process.hProcess, kChildLimitMs) == WAIT_OBJECT_0;
+    const kx::KernelHandle thread(process.hThread);
+    const kx::KernelHandle child(process.hProcess);
+    const bool ended = WaitForSingleObject(child.Get(), kChildLimitMs) == WAIT_OBJECT_0;
     if (!ended) {
-        TerminateProcess(process.hProcess, kOverdueChild);
-        WaitForSingleObject(process.hProcess, kChildLimitMs);
+        TerminateProcess(child.Get(), kOverdueChild);
+        WaitForSingleObject(child.Get(), kChildLimitMs);
     }
     ChildResult result;
-    GetExitCodeProcess(process.hProcess, &result.exitCode);
-    CloseHandle(process.hProcess);
+    GetExitCodeProcess(child.Get(), &result.exitCode);
     result.output = ReadFileBytes(outputPath);
     if (!ended) {
         throw std::runtime_error("the child did not end: " + argument + "\n" + result.output);

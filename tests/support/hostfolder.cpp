@@ -1,5 +1,7 @@
 #include "support/hostfolder.h"
 
+#include "common/win/modulepath.h"
+
 #include <windows.h>
 
 #include <atomic>
@@ -9,14 +11,8 @@
 
 namespace kxtest {
 
-namespace {
-constexpr DWORD kPathCapacity = 32768;
-} // namespace
-
 std::filesystem::path OwnProgram() {
-    std::wstring path(kPathCapacity, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), kPathCapacity));
-    return path;
+    return kx::ModulePath(nullptr).value();
 }
 
 std::filesystem::path OwnFolder() {

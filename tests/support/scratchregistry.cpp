@@ -18,7 +18,7 @@ void Check(LSTATUS status, const char* what) {
     }
 }
 
-RegistryKey Created(HKEY root, const std::wstring& path, DWORD option) {
+kx::RegistryKey Created(HKEY root, const std::wstring& path, DWORD option) {
     HKEY key = nullptr;
     LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, option, KEY_ALL_ACCESS, nullptr, &key, nullptr);
     if (status == ERROR_CHILD_MUST_BE_VOLATILE) {
@@ -26,21 +26,21 @@ RegistryKey Created(HKEY root, const std::wstring& path, DWORD option) {
                                  nullptr);
     }
     Check(status, "create key");
-    return RegistryKey(key);
+    return kx::RegistryKey(key);
 }
 
 LSTATUS SetSecurity(HKEY root, const std::wstring& path, const wchar_t* sddl) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &descriptor, nullptr) == FALSE) {
+    kx::LocalBlock<void> descriptor;
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, descriptor.Receive(), nullptr) ==
+        FALSE) {
         return static_cast<LSTATUS>(GetLastError());
     }
-    const std::unique_ptr<void, decltype(&LocalFree)> owned(descriptor, &LocalFree);
     HKEY key = nullptr;
     if (const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, WRITE_DAC, &key); status != ERROR_SUCCESS) {
         return status;
     }
-    const RegistryKey closing(key);
-    return RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor);
+    const kx::RegistryKey closing(key);
+    return RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor.Get());
 }
 
 } // namespace
@@ -49,12 +49,12 @@ MappedRoot::MappedRoot(HKEY root, const std::wstring& name, DWORD option)
     : m_root(root),
       m_path(L"Software\\kxtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name),
       m_key(Created(HKEY_CURRENT_USER, m_path, option)) {
-    Check(RegOverridePredefKey(m_root, m_key.get()), "map root");
+    Check(RegOverridePredefKey(m_root, m_key.Get()), "map root");
 }
 
 MappedRoot::~MappedRoot() {
     RegOverridePredefKey(m_root, nullptr);
-    m_key.reset();
+    m_key.Reset();
     RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
 }
 
@@ -62,7 +62,7 @@ ReadOnlyKey::ReadOnlyKey(HKEY root, const std::wstring& path) : m_root(root), m_
     Check(SetSecurity(root, path, kNoWriting), "set security");
     HKEY key = nullptr;
     const LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
-    const RegistryKey closing(key);
+    const kx::RegistryKey closing(key);
     if (status != ERROR_ACCESS_DENIED) {
         throw std::runtime_error("the registry does not enforce the key's security");
     }
@@ -74,8 +74,8 @@ ReadOnlyKey::~ReadOnlyKey() {
 
 void StoreRegistryBytes(HKEY root, const std::wstring& path, const std::wstring& name, DWORD type,
                         std::string_view bytes) {
-    const RegistryKey key = Created(root, path, REG_OPTION_NON_VOLATILE);
-    Check(RegSetValueExW(key.get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
+    const kx::RegistryKey key = Created(root, path, REG_OPTION_NON_VOLATILE);
+    Check(RegSetValueExW(key.Get(), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
                          static_cast<DWORD>(bytes.size())),
           "store value");
 }

@@ -5,20 +5,15 @@
  */
 #pragma once
 
+#include "common/win/handle.h"
+
 #include <windows.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 namespace kxtest {
-
-struct CloseRegistryKey {
-    void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using RegistryKey = std::unique_ptr<std::remove_pointer_t<HKEY>, CloseRegistryKey>;
 
 /** One root of this process, mapped onto a new empty key until the object goes. */
 class MappedRoot {
@@ -35,7 +30,7 @@ public:
 private:
     HKEY m_root;
     std::wstring m_path;
-    RegistryKey m_key;
+    kx::RegistryKey m_key;
 };
 
 /** Takes the right to write from everybody until the object goes, and makes sure that the registry obeys. */
