@@ -18,7 +18,7 @@ case "${1:-}" in
 esac
 
 readonly COMPILE=("${CXX:-clang++}" -std=c++20 -O1 -g -Wall -Wextra -Werror
-    -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all -I.)
+    "-fsanitize=fuzzer,address,undefined" -fno-sanitize-recover=all -I.)
 
 mkdir -p build/fuzz
 echo "== building frame_fuzz"

@@ -50,9 +50,8 @@ start_display() {
 
 # The pattern says when it is on the screen, and ends when its standard input, held by this shell, is closed.
 start_pattern() {
-    local line
     coproc PATTERN { exec scripts/wine-run.sh "$BIN/pattern.exe"; }
-    read -r -t "$START_LIMIT_S" line <&"${PATTERN[0]}" || { echo "the pattern did not appear" >&2; exit 1; }
+    read -r -t "$START_LIMIT_S" _ <&"${PATTERN[0]}" || { echo "the pattern did not appear" >&2; exit 1; }
 }
 
 scripts/bootstrap.sh

@@ -1,61 +1,115 @@
 #!/usr/bin/env bash
-# Formatting, static analysis and the documentation build; any finding is an error.
+# Everything that a machine can say about the sources; any finding is an error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'HELP'
-usage: scripts/lint.sh [format|tidy|docs]...
+usage: scripts/lint.sh [CHECK...]
+       scripts/lint.sh tidy --all | --changed BASE
 
-Checks (all three without arguments):
-  format  every source file is as .clang-format would write it
-  tidy    clang-tidy finds nothing in the product, the suite libraries, the worker and the host
-  docs    the public headers document everything (doxygen, warnings are errors)
-Installs the tools that are missing.
+Checks; all of them without arguments:
+  arrows   every include follows an arrow between rooms that scripts/arrows.py allows
+  format   every source file is as .clang-format would write it
+  headers  every header compiles alone
+  clang    product, suite libraries, worker and host compile with clang for the target, too
+  tidy     clang-tidy finds nothing in the product and the suite libraries; with --all in everything that is built,
+           with --changed BASE in every source that the changes since commit BASE affect
+  docs     the public headers document everything (doxygen)
+  shell    shellcheck finds nothing in the scripts
+  python   flake8 finds nothing in the Python scripts and tests
+  script   eslint finds nothing in the live page's script
+Installs the tools that are missing. headers, clang and tidy build first.
 HELP
 }
-case "${1:-}" in
-    -h | --help) usage; exit 0 ;;
-esac
-[ "$#" -gt 0 ] || set -- format tidy docs
 
-missing=()
-command -v clang-format-16 >/dev/null || missing+=(clang-format-16)
-command -v clang-tidy-16 >/dev/null || missing+=(clang-tidy-16)
-command -v doxygen >/dev/null || missing+=(doxygen)
-if [ "${#missing[@]}" -gt 0 ]; then
-    install=(apt-get install -y -qq --no-install-recommends "${missing[@]}")
+readonly PRODUCT=(libraries systemenvironment agreement suite)
+readonly SHIPPED=(common "${PRODUCT[@]}" worker host)
+readonly BUILT=("${SHIPPED[@]}" tests benchmarks)
+
+# need COMMAND PACKAGE: installs the distribution's package when the command is missing.
+need() {
+    command -v "$1" >/dev/null && return
+    local install=(apt-get install -y -qq --no-install-recommends "$2")
     if [ "$(id -u)" -eq 0 ]; then "${install[@]}" >/dev/null; else sudo "${install[@]}" >/dev/null; fi
-fi
+}
+
+# The build makes the compile commands and the generated sources that the analysers read.
+built=no
+build() {
+    [ "$built" = yes ] || scripts/build.sh mingw-release
+    built=yes
+}
+
+check_arrows() {
+    scripts/arrows.py
+}
 
 check_format() {
-    git ls-files '*.h' '*.cpp' | xargs clang-format-16 --dry-run -Werror
+    need clang-format-16 clang-format-16
+    git ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-16 --dry-run -Werror
+}
+
+check_headers() {
+    build
+    scripts/analyse.py headers include "${BUILT[@]}"
+}
+
+check_clang() {
+    need clang++-16 clang-16
+    build
+    scripts/analyse.py clang "${SHIPPED[@]}"
 }
 
 check_tidy() {
-    scripts/build.sh mingw-release
-    # The analyser reads the cross compiler's own headers.
-    local gcc_include
-    gcc_include=$(x86_64-w64-mingw32-g++-posix -print-file-name=include)
-    git ls-files 'libraries/*.cpp' 'systemenvironment/*.cpp' 'agreement/*.cpp' 'suite/*.cpp' 'worker/*.cpp' 'host/*.cpp' |
-        xargs -P 2 -n 4 clang-tidy-16 --quiet -p build/mingw-release \
-            --extra-arg=--target=x86_64-w64-windows-gnu \
-            --extra-arg=-isystem"$gcc_include/c++" \
-            --extra-arg=-isystem"$gcc_include/c++/x86_64-w64-mingw32" \
-            --extra-arg=-Wno-unknown-warning-option
+    need clang-tidy-16 clang-tidy-16
+    build
+    case "${1:-}" in
+        '') scripts/analyse.py tidy "${PRODUCT[@]}" ;;
+        --all) scripts/analyse.py tidy "${BUILT[@]}" ;;
+        --changed) scripts/analyse.py tidy "${BUILT[@]}" --changed "${2:?tidy --changed needs a commit}" ;;
+        *) usage >&2; exit 2 ;;
+    esac
 }
 
 check_docs() {
+    need doxygen doxygen
     mkdir -p build/doxygen
     doxygen docs/Doxyfile
 }
 
-for check in "$@"; do
+check_shell() {
+    need shellcheck shellcheck
+    git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck
+}
+
+check_python() {
+    need flake8 flake8
+    git ls-files -z '*.py' | xargs -0 flake8 --max-line-length 120
+}
+
+check_script() {
+    need eslint eslint
+    # A Node that is not the distribution's does not look where the distribution keeps its modules.
+    git ls-files -z 'worker/live/page/*.js' |
+        NODE_PATH=/usr/share/nodejs:/usr/lib/nodejs xargs -0 -r eslint --format unix --max-warnings 0
+}
+
+run() {
+    local check="$1"
+    shift
     echo "== $check"
+    "check_$check" "$@"
+}
+
+case "${1:-}" in
+    -h | --help) usage; exit 0 ;;
+    tidy) run "$@"; exit ;;
+    '') set -- arrows format headers clang tidy docs shell python script ;;
+esac
+for check in "$@"; do
     case "$check" in
-        format) check_format ;;
-        tidy) check_tidy ;;
-        docs) check_docs ;;
+        arrows | format | headers | clang | tidy | docs | shell | python | script) run "$check" ;;
         *) usage >&2; exit 2 ;;
     esac
 done

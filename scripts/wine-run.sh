@@ -35,7 +35,8 @@ case "${1:-}" in
     --wineserver) wineserver_path; exit 0 ;;
 esac
 
-readonly ROOT="$(cd "$(dirname "$0")/.." && pwd)"
+ROOT="$(cd "$(dirname "$0")/.." && pwd)"
+readonly ROOT
 readonly TEMPLATE="$ROOT/build/deps/wineprefix"
 
 # The system folder is read only to the programs under test and shared with the template; the registry,
