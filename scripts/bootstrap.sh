@@ -187,7 +187,7 @@ build benchmark 1.7.1 -DBUILD_SHARED_LIBS=OFF -DBENCHMARK_ENABLE_TESTING=OFF -DB
 build libjpeg-turbo 2.1.5 -DENABLE_SHARED=OFF -DWITH_JAVA=OFF
 build libwebm 1.0.0.29 -DBUILD_SHARED_LIBS=OFF -DENABLE_WEBMTS=OFF -DENABLE_WEBM_PARSER=OFF -DENABLE_SAMPLE_PROGRAMS=OFF -DENABLE_TESTS=OFF
 build openh264 2.3.1
-build libvpx 1.12.0 --enable-vp9-encoder --disable-vp8 --disable-vp9-decoder --disable-examples --disable-tools --disable-docs \
+build libvpx 1.12.0 --disable-vp8 --disable-examples --disable-tools --disable-docs \
     --disable-unit-tests --disable-webm-io --disable-libyuv --disable-install-bins
 build libyuv 0.0~git20230123.b2528b0 -DCMAKE_DISABLE_FIND_PACKAGE_JPEG=ON
 build cli11 2.1.2+ds -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF

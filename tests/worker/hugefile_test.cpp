@@ -2,10 +2,6 @@
 // without its pictures' bytes, so that the test needs no disk.
 #include "worker/file/matroskawriter.h"
 
-#include "mp4reader.h"
-#include "testpackets.h"
-#include "worker/file/mp4writer.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,15 +39,11 @@ public:
         return value;
     }
 
-    kxtest::Mp4Source Source() const {
-        return {size, [this](std::uint64_t offset) { return m_bytes.at(offset); }};
-    }
-
     std::uint64_t size = 0;
 
 private:
     static constexpr std::size_t kLongWrite = 100'000;
-    static constexpr std::size_t kKeptOfLongWrite = 200;
+    static constexpr std::size_t kKeptOfLongWrite = 100;
 
     std::map<std::uint64_t, std::byte> m_bytes;
 };
@@ -150,39 +142,6 @@ TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
     const Element cuesPosition = Find(disk, lastSeek, kSeekPosition).at(0);
     EXPECT_EQ(disk.Unsigned(cuesPosition.content, cuesPosition.end - cuesPosition.content),
               cues.start - segment.content);
-}
-
-TEST(HugeFile, Mp4sTables_AreRightPastFourGigabytes) {
-    constexpr std::size_t kPictureBytes = 48'000'000;
-    constexpr std::uint64_t kPictures = 100;
-    HugeFile disk;
-    const auto writer = kxvcr::Mp4Writer::Create(disk, kxtest::H264(), {});
-
-    const auto picture = std::make_shared<kxvcr::Packet>(); // the writer has done with it after each flush
-    picture->bytes.resize(kPictureBytes);
-    for (std::uint64_t number = 0; number < kPictures; ++number) {
-        picture->isKey = number == 0;
-        picture->time = kxvcr::SlotTime(number, kxtest::kRate);
-        ASSERT_TRUE(writer->Add(picture));
-        ASSERT_TRUE(writer->Flush(kxvcr::SlotTime(number + 1, kxtest::kRate)));
-    }
-    const kxtest::Mp4File growing = ReadMp4(disk.Source());
-    writer->Finish(kxvcr::SlotTime(kPictures, kxtest::kRate));
-    const kxtest::Mp4File finished = ReadMp4(disk.Source());
-
-    ASSERT_GT(disk.size, kFourGigabytes);
-    EXPECT_TRUE(growing.isFragmented);
-    EXPECT_EQ(finished.topLevel, "ftyp mdat moov");
-    const auto& before = growing.tracks.at(0).samples;
-    const auto& after = finished.tracks.at(0).samples;
-    ASSERT_EQ(before.size(), kPictures);
-    ASSERT_EQ(after.size(), kPictures);
-    for (std::size_t i = 0; i < after.size(); ++i) {
-        EXPECT_EQ(after[i].offset, before[i].offset) << i;
-        EXPECT_EQ(after[i].size, kPictureBytes) << i;
-        EXPECT_EQ(after[i].time, static_cast<std::int64_t>(i) * 3000) << i;
-    }
-    EXPECT_GT(after.back().offset, kFourGigabytes);
 }
 
 } // namespace

@@ -151,8 +151,7 @@ private:
     bool WriteInfo();
     bool Take(const Packet& packet);
     std::int64_t TimecodeOf(const Packet& packet) const noexcept;
-    bool BeginCluster(std::int64_t timecode);
-    void AddCue();
+    bool BeginCluster(std::int64_t timecode, bool withKey);
     bool WriteBlock(const Packet& packet, std::int64_t timecode);
     bool PatchNumber(std::uint64_t offset, std::uint64_t value, bool isSize);
     bool PatchDuration(std::int64_t milliseconds);
@@ -168,11 +167,10 @@ private:
     mkvmuxer::SeekHead m_seekHead;
     mkvmuxer::Tracks m_tracks;
     mkvmuxer::Cues m_cues;
-    std::uint64_t m_segmentStart = 0;    // offset of the segment's first element
-    std::uint64_t m_durationOffset = 0;  // of the number of milliseconds
-    std::int64_t m_duration = 0;         // as the file says
-    std::uint64_t m_clusterStart = 0;    // offset of the cluster's first element; 0: none is open
-    std::uint64_t m_clusterPosition = 0; // of the cluster itself, from the segment's first element on
+    std::uint64_t m_segmentStart = 0;   // offset of the segment's first element
+    std::uint64_t m_durationOffset = 0; // of the number of milliseconds
+    std::int64_t m_duration = 0;        // as the file says
+    std::uint64_t m_clusterStart = 0;   // offset of the cluster's first element; 0: none is open
     std::int64_t m_clusterTimecode = 0;
     std::int64_t m_newestTimecode = 0;
     std::uint64_t m_end = 0; // bytes up to the last whole packet
@@ -289,7 +287,7 @@ bool WebmWriter::Take(const Packet& packet) {
     }
     const bool isKeyPicture = isPicture && packet.isKey;
     const bool beginsCluster = m_clusterStart == 0 || isKeyPicture || timecode - m_clusterTimecode >= kLongestCluster;
-    if (beginsCluster && !(EndCluster() && BeginCluster(timecode))) {
+    if (beginsCluster && !(EndCluster() && BeginCluster(timecode, isKeyPicture))) {
         return false;
     }
     if (!WriteBlock(packet, timecode) || !m_out.Flush()) {
@@ -298,33 +296,29 @@ bool WebmWriter::Take(const Packet& packet) {
     m_end = Offset();
     m_hasPicture = m_hasPicture || isPicture;
     m_newestTimecode = std::max(m_newestTimecode, timecode);
-    if (isKeyPicture) {
-        AddCue();
-    }
     return true;
 }
 
-bool WebmWriter::BeginCluster(std::int64_t timecode) {
-    m_clusterPosition = Offset() - m_segmentStart;
+bool WebmWriter::BeginCluster(std::int64_t timecode, bool withKey) {
+    const std::uint64_t position = Offset() - m_segmentStart;
+    const auto time = static_cast<std::uint64_t>(timecode);
     if (mkvmuxer::WriteID(&m_out, libwebm::kMkvCluster) != 0 ||
         mkvmuxer::SerializeInt(&m_out, mkvmuxer::kEbmlUnknownValue, kSizeBytes) != 0) {
         return false;
     }
     m_clusterStart = Offset();
     m_clusterTimecode = timecode;
-    return WriteEbmlElement(&m_out, libwebm::kMkvTimecode, static_cast<std::uint64_t>(timecode));
-}
-
-// A cue that does not fit into memory is left out: players find the place without it.
-void WebmWriter::AddCue() {
-    auto cue = std::make_unique<mkvmuxer::CuePoint>();
-    cue->set_time(static_cast<std::uint64_t>(m_clusterTimecode));
-    cue->set_track(kPictureTrack);
-    cue->set_cluster_pos(m_clusterPosition);
-    cue->set_block_number(1);
-    if (m_cues.AddCue(cue.get())) {
-        static_cast<void>(cue.release()); // the list deletes it
+    if (withKey) {
+        auto cue = std::make_unique<mkvmuxer::CuePoint>();
+        cue->set_time(time);
+        cue->set_track(kPictureTrack);
+        cue->set_cluster_pos(position);
+        cue->set_block_number(1);
+        if (m_cues.AddCue(cue.get())) {
+            static_cast<void>(cue.release()); // the list deletes it
+        }
     }
+    return WriteEbmlElement(&m_out, libwebm::kMkvTimecode, time);
 }
 
 bool WebmWriter::WriteBlock(const Packet& packet, std::int64_t timecode) {

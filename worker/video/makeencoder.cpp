@@ -3,6 +3,7 @@
 
 #include "worker/video/h264encoder.h"
 #include "worker/video/h264library.h"
+#include "worker/video/vp9encoder.h"
 
 #include "sdk/util/logtool.h"
 
@@ -34,6 +35,9 @@ MadeEncoder MakeEncoder(Codec codec, const EncoderSettings& settings) noexcept {
     try {
         if (codec == Codec::H264) {
             return MakeH264Encoder(settings);
+        }
+        if (codec == Codec::Vp9) {
+            return Made(Vp9Encoder::Create(settings));
         }
         LOG4CPLUS_ERROR(GetLogger(), L"There is no video encoder for codec " << static_cast<int>(codec));
         return {nullptr, Result::EncoderFailed};

@@ -1,6 +1,6 @@
 /**
  * @file
- * How coarsely an H.264 picture is quantised: as the quality says, and coarser when the stream comes near its bit rate.
+ * How coarsely a picture is quantised: as the quality says, and coarser when the stream comes near its bit rate.
  */
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace kxvcr {
 
-/** The quantiser that stands for a quality of 1 to 100: 44 to 12. */
+/** The quantiser, on the scale of H.264, that stands for a quality of 1 to 100: 44 to 12. */
 int QuantiserOf(std::uint32_t quality) noexcept;
 
 /** The cap of a stream's bits a second: what the settings say, or a default for pictures of this size. */
