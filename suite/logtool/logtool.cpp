@@ -4,21 +4,24 @@
 #include "sdk/util/logtool.h"
 
 #include "common/win/modulepath.h"
+#include "logfile.h"
 
 #include <log4cplus/configurator.h>
-#include <log4cplus/fileappender.h>
+#include <log4cplus/helpers/property.h>
 #include <log4cplus/layout.h>
 
 #include <windows.h>
 
-#include <codecvt>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cwchar>
 #include <exception>
 #include <filesystem>
-#include <locale>
+#include <fstream>
+#include <ios>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -29,8 +32,8 @@ namespace {
 
 constexpr wchar_t kLoggerName[] = L"KxSuite";
 constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
-constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]%n";
-constexpr long kMaxFileBytes = 1024 * 1024;
+constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]\r%n";
+constexpr std::uint64_t kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
 // @throws std::system_error
@@ -42,31 +45,44 @@ std::filesystem::path HostExecutable() {
     return *std::move(path);
 }
 
-// The appender's locale has its code in this library, and log4cplus may outlive it where the host uses log4cplus as
-// well: from the first use on, this library stays until the process ends.
+// The file's appender has its code in this library, and log4cplus may outlive it where the host uses log4cplus as well:
+// from the first use on, this library stays until the process ends.
 void StayLoaded() {
     HMODULE self = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, kLoggerName, &self);
 }
 
-void AddRollingFile(log4cplus::Logger& logger, const std::filesystem::path& file) {
-    const log4cplus::helpers::SharedObjectPtr<log4cplus::RollingFileAppender> appender(
-        new log4cplus::RollingFileAppender(file.wstring(), kMaxFileBytes, kOldFilesKept));
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kLinePattern));
-    appender->imbue(std::locale(std::locale::classic(), new std::codecvt_utf8_utf16<wchar_t>));
-    logger.addAppender(log4cplus::SharedAppenderPtr(appender.get()));
+// An appender must not be given up half way (see logfile.h): what is made is kept, and a call that ran out of memory
+// later goes on with it.
+void AddLogFile(log4cplus::Logger& logger, std::filesystem::path file) {
+    using SharedLogFile = log4cplus::helpers::SharedObjectPtr<logtool::LogFile>;
+    static const auto* const s_logFile = new SharedLogFile(
+        new logtool::LogFile(file.replace_extension(L".log").wstring(), kMaxFileBytes, kOldFilesKept));
+    (*s_logFile)->setLayout(std::make_unique<log4cplus::PatternLayout>(kLinePattern));
+    logger.addAppender(log4cplus::SharedAppenderPtr(s_logFile->get()));
     logger.setLogLevel(log4cplus::WARN_LOG_LEVEL);
+}
+
+// Reading the file by itself first tells a lost line from a missing one: the library's own reading stops there.
+// @throws std::bad_alloc
+void ConfigureFrom(const std::filesystem::path& config) {
+    std::wifstream stream(config, std::ios::binary);
+    stream.exceptions(std::ios::badbit);
+    try {
+        log4cplus::PropertyConfigurator(log4cplus::helpers::Properties(stream)).configure();
+    } catch (const std::ios::failure&) { // what cannot be read as text: what stands before it counts
+        log4cplus::PropertyConfigurator::doConfigure(config.wstring());
+    }
 }
 
 void Configure(log4cplus::Logger& logger) {
     const std::filesystem::path host = HostExecutable();
     const std::filesystem::path config = host.parent_path() / kConfigFile;
     if (std::error_code ignored; std::filesystem::is_regular_file(config, ignored)) {
-        log4cplus::PropertyConfigurator::doConfigure(config.wstring());
-        return;
+        ConfigureFrom(config);
+    } else {
+        AddLogFile(logger, host);
     }
-    std::filesystem::path file = host;
-    AddRollingFile(logger, file.replace_extension(L".log"));
 }
 
 // A file whose level for the root cannot be read leaves it without one, and asking a logger below would throw.
@@ -77,13 +93,16 @@ void EnsureRootLevel() {
     }
 }
 
-// Never destroyed: other libraries may still log while the process ends.
+// Never destroyed: other libraries may still log while the process ends. Without memory the whole of it is done again
+// by the next call.
 log4cplus::Logger* MakeLogger() {
     StayLoaded();
     log4cplus::initialize();
     auto logger = std::make_unique<log4cplus::Logger>(log4cplus::Logger::getInstance(kLoggerName));
     try {
         Configure(*logger);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
         OutputDebugStringW(L"the suite's log could not be configured(GetLogger)\n");
     }

@@ -3,6 +3,7 @@
 #include "sdk/util/logtool.h"
 #include "support/childprocess.h"
 #include "support/hostfolder.h"
+#include "support/memoryfault.h"
 
 #include <gtest/gtest.h>
 
@@ -257,6 +258,40 @@ TEST(LogTool, LogThatGrows_KeepsThreeOldFilesOfAMebibyte) {
         EXPECT_LT(std::filesystem::file_size(folder.Path() / name), 1100u * 1024u) << name;
     }
     EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log.4"));
+}
+
+// --- without memory
+
+/** Logs with failing allocations, from the first message of the process on, until none fails; then once with memory. */
+void LogUntilItWorks(kxtest::Failing (*failing)(size_t)) {
+    kxtest::MemoryFault memory({"LogTool.dll", "liblog4cplus.dll"});
+    for (size_t nth = 1; memory.Run(failing(nth), [] { LogErrorFun("first"); }).failures != 0; ++nth) {
+    }
+    LogErrorFun("second");
+}
+
+const ChildScenario kFirstMessageOnce("firstmessage-once", [] { LogUntilItWorks(&kxtest::Failing::Once); });
+const ChildScenario kFirstMessageFrom("firstmessage-from", [] { LogUntilItWorks(&kxtest::Failing::From); });
+
+TEST(LogTool, FirstMessageWithoutMemory_LeavesTheHostAliveAndTheNextIsLogged) {
+    for (const char* const scenario : {"firstmessage-once", "firstmessage-from"}) {
+        const TempFolder folder;
+        EXPECT_EQ(RunChildIn(folder.Path(), scenario).exitCode, 0u) << scenario;
+        const std::string texts = TextsOf(ReadFileBytes(folder.Name("child.log")));
+        EXPECT_TRUE(
+            std::regex_match(texts, std::regex("(ERROR first\\(LogErrorFun\\)\n)+ERROR second\\(LogErrorFun\\)\n")))
+            << scenario << "\n"
+            << texts;
+    }
+}
+
+TEST(LogTool, FirstMessageWithoutMemory_ConfigurationCountsAllTheSame) {
+    for (const char* const scenario : {"firstmessage-once", "firstmessage-from"}) {
+        const TempFolder folder;
+        WriteFileBytes(folder.Path() / "config" / "log4cplus.properties", "log4cplus.logger.KxSuite=OFF\n");
+        EXPECT_EQ(RunChildIn(folder.Path(), scenario).exitCode, 0u) << scenario;
+        EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log")) << scenario;
+    }
 }
 
 } // namespace

@@ -23,7 +23,10 @@
 /** The folder, below the user's local application data, of the logs of programs whose own folder cannot be written. */
 inline constexpr wchar_t kLocalLogFolderName[] = L"KxSuite";
 
-/** The one logger that the suite's modules share; every call returns the same. May be called from any thread. */
+/**
+ * The one logger that the suite's modules share; every call returns the same. May be called from any thread.
+ * @throws std::bad_alloc when memory runs out at the first use; the next call begins afresh
+ */
 KXLOGTOOL_API log4cplus::Logger& GetLogger();
 
 /** Lets the compiler check a narrow format against its arguments. */
