@@ -1,9 +1,11 @@
 // Has the current user accepted the user agreement and the privacy statement in the versions in force?
 // Records of acceptance and versions in force are values that the agreement service writes for each user. A path is
 // below the user's SID; AccountUtil::GetFlag adds the SID itself, DE::Registry wants it in front.
+// A query whose sources throw, for want of memory, gives its failure value.
 
 #include "agreementsign.h"
 
+#include "common/answeror.h"
 #include "sdk/util/account.h"
 #include "sdk/util/process.h"
 #include "sdk/util/registry.h"
@@ -112,7 +114,7 @@ int JudgeWithoutLogin() {
 
 } // namespace
 
-int AgreementSign::JudgeAgreementSign() try {
+int AgreementSign::JudgeAgreementSign() noexcept try {
     if (!AccountUtil::IsSupportTms()) {
         return kNotApplicable;
     }
@@ -121,36 +123,36 @@ int AgreementSign::JudgeAgreementSign() try {
     }
     const bool isLoggedIn = AccountUtil::GetFlag(kServiceKey, kUserLoginFlag) == kFlagSet;
     return isLoggedIn ? JudgeLogin() : JudgeWithoutLogin();
-} catch (...) { // no memory
+} catch (...) {
     return kNoRecord;
 }
 
-int AgreementSign::JudgeAgreementSignLogin() try { return JudgeLogin(); } catch (...) { // no memory
-    return kNoRecord;
+int AgreementSign::JudgeAgreementSignLogin() noexcept {
+    return kx::AnswerOr<int>(kNoRecord, JudgeLogin);
 }
 
-int AgreementSign::JudgeAgreementSignWithoutLogin() try { return JudgeWithoutLogin(); } catch (...) { // no memory
-    return kNoRecord;
+int AgreementSign::JudgeAgreementSignWithoutLogin() noexcept {
+    return kx::AnswerOr<int>(kNoRecord, JudgeWithoutLogin);
 }
 
-bool AgreementSign::GetAgreeCache() try { return IsAgreeCacheSet(); } catch (...) { // no memory
-    return false;
+bool AgreementSign::GetAgreeCache() noexcept {
+    return kx::AnswerOr(false, IsAgreeCacheSet);
 }
 
-void AgreementSign::SetAgreeCache(bool agreed) try {
+void AgreementSign::SetAgreeCache(bool agreed) noexcept try {
     const std::wstring key = AccountUtil::CreateRegeditPath(kServiceKeyNarrow);
     DE::Registry::SetValue(HKEY_USERS, key, kAgreeCacheName, agreed ? L"1" : L"0", KEY_ALL_ACCESS);
-} catch (...) { // no memory; nothing to report to
+} catch (...) { // nobody to tell
 }
 
 int AgreementSign::JudgeWhenLogin(const std::wstring& recordKey, const std::string& agreementVersion,
-                                  const std::string& privacyVersion) try {
+                                  const std::string& privacyVersion) noexcept try {
     return JudgeLoginRecord(recordKey, {agreementVersion, privacyVersion});
-} catch (...) { // no memory
+} catch (...) {
     return kNoRecord;
 }
 
-int AgreementSign::JudgeBranchId(const std::wstring& recordKey) try {
+int AgreementSign::JudgeBranchId(const std::wstring& recordKey) noexcept try {
     const bool isLoginRecord = recordKey == kLoginRecordKey || recordKey == kLoginCacheRecordKey;
     const std::wstring acceptedKey =
         isLoginRecord ? recordKey : std::wstring(kNoLoginRecordKey) + kPrivacyStatementSubKey;
@@ -158,21 +160,21 @@ int AgreementSign::JudgeBranchId(const std::wstring& recordKey) try {
     const std::string accepted = AccountUtil::GetFlag(acceptedKey, kBranchIdName);
     const std::string inForce = AccountUtil::GetFlag(DE::ANSIToUnicode(inForceKey), kBranchIdName);
     return accepted == inForce ? kSigned : kMustSignAgain;
-} catch (...) { // no memory
+} catch (...) {
     return kMustSignAgain;
 }
 
-void AgreementSign::RecordeAgreeFlag() try {
+void AgreementSign::RecordeAgreeFlag() noexcept try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kServiceKey;
     DE::Registry::SetValue(HKEY_USERS, key, kAgreeFlagName, L"1", KEY_ALL_ACCESS);
-} catch (...) { // no memory; nothing to report to
+} catch (...) { // nobody to tell
 }
 
-void AgreementSign::DeleteAgreeFlag() try {
+void AgreementSign::DeleteAgreeFlag() noexcept try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kServiceKey;
     DE::Registry users;
     if (users.KeyExists(key) && users.OpenKey(HKEY_USERS, key, false)) {
         users.DeleteValue(kAgreeFlagName);
     }
-} catch (...) { // no memory; nothing to report to
+} catch (...) { // nobody to tell
 }

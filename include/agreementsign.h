@@ -38,7 +38,7 @@ public:
      * JudgeAgreementSignWithoutLogin() otherwise.
      * @return a Result
      */
-    static int JudgeAgreementSign();
+    static int JudgeAgreementSign() noexcept;
 
     /**
      * The judgement for a user who is logged in to an account. The versions in force are those in
@@ -47,7 +47,7 @@ public:
      * signed, against "KXRecordWithLoginCache", whose answer counts when the key exists.
      * @return kSigned, kNoRecord when neither record exists, or kMustSignAgain
      */
-    static int JudgeAgreementSignLogin();
+    static int JudgeAgreementSignLogin() noexcept;
 
     /**
      * The judgement for a user without a login. The versions in force are those in
@@ -56,13 +56,13 @@ public:
      * "PrivacyStatement" below the record "KXRecordWithoutLogin".
      * @return kSigned, kNoRecord when the record does not exist, or kMustSignAgain
      */
-    static int JudgeAgreementSignWithoutLogin();
+    static int JudgeAgreementSignWithoutLogin() noexcept;
 
     /** The agreement cache flag: whether the value "WndAgreeCache" is exactly "1". */
-    static bool GetAgreeCache();
+    static bool GetAgreeCache() noexcept;
 
     /** Writes the agreement cache flag, "1" or "0", making the key when it does not exist. */
-    static void SetAgreeCache(bool agreed);
+    static void SetAgreeCache(bool agreed) noexcept;
 
 private:
     /**
@@ -73,7 +73,7 @@ private:
      * @return kSigned, kNoRecord when the key does not exist, or kMustSignAgain
      */
     static int JudgeWhenLogin(const std::wstring& recordKey, const std::string& agreementVersion,
-                              const std::string& privacyVersion);
+                              const std::string& privacyVersion) noexcept;
 
     /**
      * Compares the branch id ("BranchId") that was accepted with the one in force, which is the local one.
@@ -82,11 +82,11 @@ private:
      *        anything else asks for the user without a login
      * @return kSigned when they are equal, two missing ones included, otherwise (or without memory) kMustSignAgain
      */
-    static int JudgeBranchId(const std::wstring& recordKey);
+    static int JudgeBranchId(const std::wstring& recordKey) noexcept;
 
     /** Sets the agree flag: writes the text "1" to the value "AgreeFlag", making the key when it does not exist. */
-    static void RecordeAgreeFlag();
+    static void RecordeAgreeFlag() noexcept;
 
     /** Deletes the value "AgreeFlag" when its key exists. */
-    static void DeleteAgreeFlag();
+    static void DeleteAgreeFlag() noexcept;
 };

@@ -5,7 +5,8 @@
  * Every function reads its sources afresh (GetDeviceId alone remembers its answer), may be called from any thread and
  * throws nothing: a failure is the documented value, and where a function is said to report it, one line on the
  * debugger output (OutputDebugStringW). A line is the quoted text and its values, the function's qualified name in
- * parentheses and a line feed. When memory runs out the result is the failure value, without a line.
+ * parentheses and a line feed. When memory runs out the result is the failure value, a line may be missing but is never
+ * cut, and nothing is written on the strength of a value that could not be read.
  *
  * "Narrow" is the process's ANSI code page unless UTF-8 is said. Registry keys are opened with KEY_ALL_ACCESS, also
  * to read, unless another mask is named; a user who is not granted that gets the failure value. Settings of the
@@ -31,7 +32,7 @@ public:
      * @return true only when the file and the manifest exist and an entry for the file carries its digest.
      *         Every other outcome is false; most leave a line on the debugger output that says why.
      */
-    static bool CompareFileIntergrity(const std::string& fileName);
+    static bool CompareFileIntergrity(const std::string& fileName) noexcept;
 
     /**
      * @name Consent, settings and switches
@@ -49,14 +50,14 @@ public:
      *         also when the file or an element is missing; a file that cannot be parsed or has no root element is
      *         reported on the debugger output.
      */
-    static bool IsSupportDeviceFunc(const std::string& groupName, const std::string& funcName);
+    static bool IsSupportDeviceFunc(const std::string& groupName, const std::string& funcName) noexcept;
 
     /**
      * Whether the automatic repair is on for the current user: the agreement clause is accepted (IsAgreeClause) and
      * the DWORD "AutoRepair" of HKEY_USERS, "SID\SOFTWARE\Calvora\setting" is 1.
      * @return false also when the value is missing or the user may not open the key for full access
      */
-    static bool IsAutoRepairEnabled();
+    static bool IsAutoRepairEnabled() noexcept;
 
     /**
      * The agreement clause as the current user accepted it in the login guide, if that still holds: the text
@@ -72,7 +73,7 @@ public:
      * @return the stored text as it is, in the ANSI code page, or "0" when the clause is not or no longer accepted
      *         or on any failure
      */
-    static std::string IsAgreeClause();
+    static std::string IsAgreeClause() noexcept;
 
     /**
      * The text "Protocol" of HKEY_USERS, "SID\SOFTWARE\Calvora\KXLoginGuide", without regard to the expiry mark and to
@@ -80,66 +81,66 @@ public:
      * @return the stored text in UTF-8; "0" when it is missing or empty or may not be opened for full access, when
      *         "ProtocolVer" is not at least 9, or on any failure
      */
-    static std::string GetLoginGuideProtocol();
+    static std::string GetLoginGuideProtocol() noexcept;
 
     /**
      * The power manager's intelligent mode: the text "PowerManagerIntellMode" of
      * HKEY_LOCAL_MACHINE, "Software\Calvora\ZLKPowerManager".
      * @return the value in UTF-8; "1" when it is missing or empty
      */
-    static std::string GetPowerManagerIntellMode();
+    static std::string GetPowerManagerIntellMode() noexcept;
 
     /**
      * The current user's capture switch: the text "Capture" of HKEY_USERS, "SID\SOFTWARE\Calvora\KXLoginGuide".
      * @return the value; "0" when it is missing or empty
      */
-    static std::wstring GetCaptureSwitch();
+    static std::wstring GetCaptureSwitch() noexcept;
 
     /**
      * Whether Windows writes a kernel memory dump when it crashes: the DWORD "CrashDumpEnabled" of
      * HKEY_LOCAL_MACHINE, "SYSTEM\CurrentControlSet\Control\CrashControl" is 2.
      * @return false for every other value and when it is missing
      */
-    static bool IsKernelCrashDumpEnabled();
+    static bool IsKernelCrashDumpEnabled() noexcept;
 
     /**
      * A DWORD of HKEY_LOCAL_MACHINE, "SYSTEM\CurrentControlSet\Control\Session Manager\Power".
      * @param name the value's name
      * @return the value, its 32 bits taken as signed; -1 when it cannot be read, which a stored 0xFFFFFFFF is as well
      */
-    static int GetSessionPowerValue(std::wstring name);
+    static int GetSessionPowerValue(std::wstring name) noexcept;
 
     /**
      * Raises a small memory dump to a kernel memory dump: changes the DWORD "CrashDumpEnabled" of
      * HKEY_LOCAL_MACHINE, "SYSTEM\CurrentControlSet\Control\CrashControl" from 3 to 2. Every other value is left
      * alone. A failed write is ignored.
      */
-    static void FixSmallCrashDump();
+    static void FixSmallCrashDump() noexcept;
 
     /**
      * The log switch: the text "LogSwitch" of HKEY_LOCAL_MACHINE, "SOFTWARE\Calvora\KXLoginGuide".
      * @return the value in UTF-8; "0" when it is missing or empty
      */
-    static std::string GetLogSwitch();
+    static std::string GetLogSwitch() noexcept;
 
     /**
      * Writes the log switch that GetLogSwitch reads, "1" for on and "0" for off.
      * @return whether it was written, which takes administrative rights
      */
-    static bool SetLogSwitch(bool on);
+    static bool SetLogSwitch(bool on) noexcept;
 
     /**
      * The firmware setting: the text "Fireware" (spelled so) of HKEY_LOCAL_MACHINE, "SOFTWARE\Calvora\KXLoginGuide".
      * @return the value in UTF-8; "0" when it is missing or empty
      */
-    static std::string GetFirewareValue();
+    static std::string GetFirewareValue() noexcept;
 
     /**
      * The secondary SKU of the machine, from its SMBIOS table.
      * @return the SKU in lower case, in the ANSI code page. An empty string when there is none, when it is the system
      *         SKU (byte for byte, case included), or when either cannot be converted.
      */
-    static std::string GetSecondarySku();
+    static std::string GetSecondarySku() noexcept;
 
     /** @} */
 
@@ -151,38 +152,38 @@ public:
      * @{
      */
     /** Fingerprint reader. */
-    static bool IsSupportFingerPrint();
+    static bool IsSupportFingerPrint() noexcept;
     /** Three-finger screenshot gesture. */
-    static bool IsSupportTrifingerSnipper();
+    static bool IsSupportTrifingerSnipper() noexcept;
     /** Wi-Fi switched over a GPIO line. */
-    static bool IsSupportWifiGpio();
+    static bool IsSupportWifiGpio() noexcept;
     /** Wi-Fi repair by the firmware. */
-    static bool IsSupportWifiBiosRepair();
+    static bool IsSupportWifiBiosRepair() noexcept;
     /** Bluetooth switched over a GPIO line. */
-    static bool IsSupportBtGpio();
+    static bool IsSupportBtGpio() noexcept;
     /** Processor power setting. */
-    static bool IsSupportCPUPower();
+    static bool IsSupportCPUPower() noexcept;
     /** Keyboard backlight. */
-    static bool IsSupportKeyboardLight();
+    static bool IsSupportKeyboardLight() noexcept;
     /** Energy Star. */
-    static bool IsSupportEnergyStar();
+    static bool IsSupportEnergyStar() noexcept;
     /** Local manual data. The line reads "result = ", the code, "; IsSupportLocalManual =", the flag. */
-    static bool IsSupportSQGData();
+    static bool IsSupportSQGData() noexcept;
     /**
      * Time-back: the feature, and the plug-in "SynergyPYP" on the software shelf.
      * A missing plug-in is not reported.
      */
-    static bool IsSupportTimeBack();
+    static bool IsSupportTimeBack() noexcept;
     /** VR assistant. */
-    static bool IsSupportVrAssisant();
+    static bool IsSupportVrAssisant() noexcept;
     /** Live broadcast. */
-    static bool IsSupportLiveBroadcast();
+    static bool IsSupportLiveBroadcast() noexcept;
     /** Office check. */
-    static bool IsSupportOfficeCheck();
+    static bool IsSupportOfficeCheck() noexcept;
     /** Integrated graphics. */
-    static bool IsSupportIntegratedGraphics();
+    static bool IsSupportIntegratedGraphics() noexcept;
     /** Survey pop-up. */
-    static bool IsSupportNpsPop();
+    static bool IsSupportNpsPop() noexcept;
     /** @} */
 
     /**
@@ -195,36 +196,36 @@ public:
      * @return the name as the service left it, normally empty on failure; a failing service or an empty name is
      *         reported as "fail to get product name. result:" and the service's code
      */
-    static std::string GetDeviceTypeEx();
+    static std::string GetDeviceTypeEx() noexcept;
 
     /**
      * The product's name in the sharing service, from the promotion parameters "default".
      * @return an empty string on failure, reported as "fail to get product promote param info. result:" and the code
      */
-    static std::wstring GetProductNameForKxshare();
+    static std::wstring GetProductNameForKxshare() noexcept;
 
     /**
      * The product series: GetOEMVersion up to its first "-", looked up with case in the product's series table.
      * @return "other" when the version has no "-" or the table does not list the prefix; not reported
      */
-    static std::string GetProductSeries();
+    static std::string GetProductSeries() noexcept;
 
     /**
      * The SKU code.
      * @return the SMBIOS system SKU as it is, when it holds a "C"; else up to four characters of GetOEMVersion from its
      *         first "C"; else an empty string. Not reported.
      */
-    static std::string GetSystemSkuCode();
+    static std::string GetSystemSkuCode() noexcept;
 
     /**
      * The product code: the UTF-16 units at positions 7 and 8 (from 0) of SMBIOS OEM string 1.
      * @param[out] code the two units, the first in the low half; untouched when there is no code. Not null.
      * @return 1, or 0 when the string does not begin with "$ORV" or has fewer than nine characters; not reported
      */
-    static int GetOemProductCode(std::uint32_t* code);
+    static int GetOemProductCode(std::uint32_t* code) noexcept;
 
     /** The product code of GetOemProductCode as its two characters; an empty string when there is none. */
-    static std::wstring GetOemProductCodeString();
+    static std::wstring GetOemProductCodeString() noexcept;
 
     /**
      * A name for a diagnostic log package: "PC", @p leadingText, GetOEMVersion, GetBIOSVersion, GetDeviceId, the local
@@ -233,17 +234,17 @@ public:
      * @return an empty string only when memory runs out. What the queries inside report is reported under their names.
      */
     static std::string GetLogPackageName(const std::string& trailingText, int logTypeId,
-                                         const std::string& leadingText);
+                                         const std::string& leadingText) noexcept;
 
     /** The name of GetLogPackageName with ".zip" after it. */
     static std::string GetLogPackageZipName(const std::string& trailingText, int logTypeId,
-                                            const std::string& leadingText);
+                                            const std::string& leadingText) noexcept;
 
     /** Whether the machine runs on mains power; false when that is unknown. Not reported. */
-    static bool IsOnAcPower();
+    static bool IsOnAcPower() noexcept;
 
     /** Whether the native processor architecture is another than Itanium. */
-    static bool IsNotIa64System();
+    static bool IsNotIa64System() noexcept;
 
     /** @} */
 
@@ -261,19 +262,19 @@ public:
      * @return an empty string on failure. A failed read is reported as "Get registry value fail", a failed conversion
      *         is not reported.
      */
-    static std::string GetOSVersion();
+    static std::string GetOSVersion() noexcept;
 
     /**
      * The release of Windows, narrow, from the text "ReleaseId". Limit and key as in GetOSVersion.
      * @return an empty string on failure; only a text that is too long is reported
      */
-    static std::string GetOSReleaseId();
+    static std::string GetOSReleaseId() noexcept;
 
     /**
      * The build branch of Windows, narrow, from the text "BuildBranch". Limit and key as in GetOSVersion.
      * @return an empty string on failure; only a text that is too long is reported
      */
-    static std::string GetOSBuildBranch();
+    static std::string GetOSBuildBranch() noexcept;
 
     /**
      * The build and its update revision, such as "19041.1237": the text "BuildLabEx" up to its first ".", a "." and
@@ -281,7 +282,7 @@ public:
      * leaves the build empty and yields "." and the revision.
      * @return an empty string when either value cannot be read; only a text that is too long is reported
      */
-    static std::string GetOSBuildVersion();
+    static std::string GetOSBuildVersion() noexcept;
 
     /**
      * The version of the product, from HKEY_LOCAL_MACHINE, "HARDWARE\DESCRIPTION\System\Product", the text "Version",
@@ -290,7 +291,7 @@ public:
      * @return an empty string on failure. A failed read is reported as "Registry GetValue fail", a failed conversion
      *         as "WcharToChar fail".
      */
-    static std::string GetVersionFromRegistry();
+    static std::string GetVersionFromRegistry() noexcept;
 
     /**
      * The running Windows on one line, narrow: platform, version and service pack, such as "Microsoft Windows
@@ -298,7 +299,7 @@ public:
      * process, which on newer systems depends on the process's manifest. The line ends after 256 bytes.
      * @return an empty string on failure, reported as "GetVersionEx failed error code " and the system's error
      */
-    static std::string OSVersion();
+    static std::string OSVersion() noexcept;
 
     /** @} */
 
@@ -313,7 +314,7 @@ public:
      * longer one counts as empty, reported as "strcpy_s byteArray fail".
      * @return an empty string on failure; no other failure is reported
      */
-    static std::string GetBIOSVersion();
+    static std::string GetBIOSVersion() noexcept;
 
     /**
      * The device's identifier, which is the firmware's serial number, narrow. Sources in this order:
@@ -322,17 +323,17 @@ public:
      *   a longer one is reported as "strcpy_s fail" and yields the default;
      * - WMI, "ROOT\CIMV2", Win32_BIOS, SerialNumber, of any length, when the registry has none. The answer is written
      *   to that registry value.
-     * @return "21111111111111111111" when the source yields nothing, which is not kept: the next call asks again. An
-     *         empty string when memory runs out.
+     * @return "21111111111111111111" when the source yields nothing or memory runs out, which is not kept: the next call
+     *         asks again. An empty string only when memory has run out for a second call as well.
      */
-    static std::string GetDeviceId();
+    static std::string GetDeviceId() noexcept;
 
     /**
      * The version text of the SMBIOS system record, narrow.
      * @param[out] version the text; empty on failure
      * @return whether there is such a text; a failure is not reported
      */
-    static bool GetBIOSSysVersion(std::string& version);
+    static bool GetBIOSSysVersion(std::string& version) noexcept;
 
     /**
      * The version of the OEM image, narrow and cleaned by TrimOemVersion. The text of "c:\recovery\OEM\version.txt"
@@ -340,7 +341,7 @@ public:
      * file that is missing or yields no text leaves the registry alone.
      * @return what GetVersionFromRegistry then yields. Both functions report under their own names.
      */
-    static std::string GetOEMVersion();
+    static std::string GetOEMVersion() noexcept;
 
     /** @} */
 
@@ -358,19 +359,19 @@ public:
      * @return whether the value was read. An empty name or a null buffer is reported as "key name is empty or out value
      *         ptr is null", a failed read is not.
      */
-    static bool ReadValue(const std::wstring& valueName, void* buffer, int size);
+    static bool ReadValue(const std::wstring& valueName, void* buffer, int size) noexcept;
 
     /**
      * Reads a 32-bit number of the suite's per-user settings.
      * @return the number, or -1 when it cannot be read; not reported
      */
-    static int ReadValue(const std::wstring& valueName);
+    static int ReadValue(const std::wstring& valueName) noexcept;
 
     /**
      * Whether "c:\recovery\OEM\version.txt" begins with a UTF-16 byte-order mark, of either order.
      * @return false also for a file that is shorter or cannot be opened; not reported
      */
-    static bool IsFileUnicode();
+    static bool IsFileUnicode() noexcept;
 
     /**
      * The text of "c:\recovery\OEM\version.txt" after its first two bytes, which are taken for the byte-order mark. The
@@ -378,20 +379,20 @@ public:
      * @return an empty string when the file cannot be opened or has no more than two bytes, which is not reported, and
      *         when its length is odd, reported as "memcpy_s fail err:" and the error number
      */
-    static std::wstring GetUnicodeString();
+    static std::wstring GetUnicodeString() noexcept;
 
     /**
      * The user's locale name in UTF-8, such as "de-DE": HKEY_USERS, "SID\Control Panel\International",
      * the text "LocaleName".
      * @return "en-US" when it cannot be read or is empty, and always for the local system account; not reported
      */
-    static std::string GetUserLocaleName();
+    static std::string GetUserLocaleName() noexcept;
 
     /**
      * The user's locale name as GetUserLocaleName reads it, also for the local system account.
      * @return "zh-CN" when it cannot be read or is empty; not reported
      */
-    static std::string GetUserLocaleNameCN();
+    static std::string GetUserLocaleNameCN() noexcept;
 
     /**
      * The display name of a log type, in UTF-8, from "config\LogType.xml" in the folder of the loaded Util.dll:
@@ -400,7 +401,7 @@ public:
      * @return "null" when no element has the id or the file has no root, and when the file cannot be loaded, which is
      *         reported as "load xml file failed"
      */
-    static std::string GetStringNameById(int id);
+    static std::string GetStringNameById(int id) noexcept;
 
     /** @} */
 
@@ -416,7 +417,7 @@ public:
      *         system's error, ", status= " and the call's status; no memory for the modes as
      *         "calloc  display_modes fail:". No memory for the paths, or no active path, is not reported.
      */
-    static int ApplyDpiSetting(int scaleStep);
+    static int ApplyDpiSetting(int scaleStep) noexcept;
 
     /**
      * The display scaling in force.
@@ -427,7 +428,7 @@ public:
      * @return whether @p dpiValue was read. No subkey is reported as "GetLastestSystemDpi error: no-sub-keys", a subkey
      *         without the number as "GetLastestSystemDpi error: no-sub -keys".
      */
-    static bool GetLastestSystemDpi(int* systemDpi, int* dpiValue);
+    static bool GetLastestSystemDpi(int* systemDpi, int* dpiValue) noexcept;
 
     /**
      * Records the display scaling for the user: HKEY_USERS, the user's SID, "\Software\Calvora\LastestSetting", the
@@ -438,7 +439,7 @@ public:
      *         and when a write fails, reported as "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step" or
      *         "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step".
      */
-    static bool SaveLastestSystemDpi(int dpiValue, int dpiIndex);
+    static bool SaveLastestSystemDpi(int dpiValue, int dpiIndex) noexcept;
 
     /**
      * Brings the record of SaveLastestSystemDpi up to date, or puts the recorded scaling back: the latter when the
@@ -451,10 +452,10 @@ public:
      *         failed."), a changed release ("RestoreSystemDpi ok: sysversion changed to " and the release) and a
      *         record that is not there yet ("RestoreSystemDpi Warning: first save dpi value.").
      */
-    static bool RestoreSystemDpi4Common(int stepOffset);
+    static bool RestoreSystemDpi4Common(int stepOffset) noexcept;
 
     /** RestoreSystemDpi4Common with the product's offset: -2 for product index 4, -1 for every other. */
-    static bool RestoreSystemDpi();
+    static bool RestoreSystemDpi() noexcept;
 
     /** @} */
 };
@@ -467,7 +468,8 @@ public:
  *                the file does not exist
  * @return whether both exist; a missing one is reported on the debugger output
  */
-KXSCREENRECORD_API bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath, std::string& xmlPath);
+KXSCREENRECORD_API bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath,
+                                             std::string& xmlPath) noexcept;
 
 /**
  * Whether a function switch applies to the current product, by the element's attribute "support": a list of product
@@ -477,7 +479,7 @@ KXSCREENRECORD_API bool CheckFileAndXmlExist(const std::string& fileName, std::s
  * @return true without the attribute or with an empty one, and when the product is found; false when it is not, or
  *         when the product's name is unknown or empty
  */
-KXSCREENRECORD_API bool IsProductInSupportList(const KxXmlElement& function);
+KXSCREENRECORD_API bool IsProductInSupportList(const KxXmlElement& function) noexcept;
 
 /**
  * Pads a firmware version of two parts to two digits a side, as the suite compares them: "1.5" gives "01.05" and "1.25"
@@ -486,10 +488,10 @@ KXSCREENRECORD_API bool IsProductInSupportList(const KxXmlElement& function);
  * @return an empty string for a null @p version; a text without "." unchanged. A text of more than 127 characters (126
  *         after the padding zero) cannot be copied, which is reported as "strcpy_s fail" and leaves only the padding.
  */
-KXSCREENRECORD_API std::string ParseBIOSVersionOfPadLeft(char* version);
+KXSCREENRECORD_API std::string ParseBIOSVersionOfPadLeft(char* version) noexcept;
 
 /**
  * Cleans an OEM version: without control characters, without blanks around it, cut before its first "_".
  * @return an empty string for a null @p eomVersion, reported as "TrimOemVersion parameter: eomVersion is nullptr"
  */
-KXSCREENRECORD_API std::string TrimOemVersion(const char* eomVersion);
+KXSCREENRECORD_API std::string TrimOemVersion(const char* eomVersion) noexcept;

@@ -1,6 +1,7 @@
 // Does the user's acceptance of the agreement clause, as the login guide recorded it, still hold?
 // The marker "Protocol" is what the login guide stored; its version, the machine-wide expiry mark and the
 // agreement judgement can each take it back.
+// A query whose sources throw, for want of memory or for a malformed version, gives its failure value.
 
 #include "agreementsign.h"
 #include "common/win/utf8.h"
@@ -41,7 +42,7 @@ bool IsProtocolVersionCurrent() {
 
 } // namespace
 
-std::string SystemEnvironment::IsAgreeClause() try {
+std::string SystemEnvironment::IsAgreeClause() noexcept try {
     const std::wstring sid = KXPROCESS::GetCurrentUserSidstr();
     std::wstring storedExpiry;
     DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kExpiryKey, sid, storedExpiry, KEY_ALL_ACCESS);
@@ -63,11 +64,11 @@ std::string SystemEnvironment::IsAgreeClause() try {
         return kNotAccepted;
     }
     return protocol;
-} catch (...) { // a malformed version, or no memory
+} catch (...) {
     return kNotAccepted;
 }
 
-std::string SystemEnvironment::GetLoginGuideProtocol() try {
+std::string SystemEnvironment::GetLoginGuideProtocol() noexcept try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kLoginGuideKey;
     std::wstring stored;
     DE::Registry::GetValue(HKEY_USERS, key, kProtocolName, stored, KEY_ALL_ACCESS);
@@ -76,6 +77,6 @@ std::string SystemEnvironment::GetLoginGuideProtocol() try {
         return kNotAccepted;
     }
     return protocol;
-} catch (...) { // a malformed version, or no memory
+} catch (...) {
     return kNotAccepted;
 }

@@ -10,10 +10,11 @@
 
 #include <ostream>
 #include <sstream>
+#include <string_view>
 
 /**
- * Writes @p values, "(", @p function, ")" and a line feed to the debugger output.
- * A line that cannot be built for want of memory is dropped.
+ * Writes @p values, "(", @p function, ")" and a line feed to the debugger output. A line is whole or not sent: one
+ * that cannot be built for want of memory is dropped.
  * @param function the emitting function's name, e.g. "SystemEnvironment::CompareFileIntergrity"
  */
 template <class... Values>
@@ -21,6 +22,7 @@ void WriteDebugLine(std::string_view function, const Values&... values) noexcept
     try {
         std::wostringstream line;
         kx::messagetext::AppendMessage(line, function, values...);
+        const kx::messagetext::ThrowingStream throwing(line);
         line << std::endl;
         OutputDebugStringW(line.str().c_str());
     } catch (...) { // diagnostics never fail the query that they report on

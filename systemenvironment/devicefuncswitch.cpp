@@ -1,7 +1,9 @@
 // Is a function of the suite switched on for this device model and for this user?
 // The model's switches are elements of "config\DeviceFuncSwitchConf.xml" in the folder of the host executable; the
 // user's switch for the automatic repair is a registry value.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "sdk/util/process.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/registry.h"
@@ -76,13 +78,11 @@ bool IsSwitchedOn(const std::string& groupName, const std::string& funcName) {
 
 } // namespace
 
-bool SystemEnvironment::IsSupportDeviceFunc(const std::string& groupName, const std::string& funcName) try {
-    return IsSwitchedOn(groupName, funcName);
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::IsSupportDeviceFunc(const std::string& groupName, const std::string& funcName) noexcept {
+    return kx::AnswerOr(false, [&] { return IsSwitchedOn(groupName, funcName); });
 }
 
-bool IsProductInSupportList(const KxXmlElement& function) try {
+bool IsProductInSupportList(const KxXmlElement& function) noexcept try {
     const KxXmlAttribute support = function.FirstAttribute(kSupportAttribute);
     if (support.IsAttributeNull()) {
         return true;
@@ -96,17 +96,17 @@ bool IsProductInSupportList(const KxXmlElement& function) try {
         return false;
     }
     return products.find(product + kNameEnd) != std::string::npos;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
-bool SystemEnvironment::IsAutoRepairEnabled() try {
+bool SystemEnvironment::IsAutoRepairEnabled() noexcept try {
     if (IsAgreeClause() == kClauseNotAccepted) {
         return false;
     }
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kSettingKey;
     unsigned long enabled = 0;
     return DE::Registry::GetValue(HKEY_USERS, key, kAutoRepairName, enabled, KEY_ALL_ACCESS) && enabled == 1;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }

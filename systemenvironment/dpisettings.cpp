@@ -1,6 +1,8 @@
 // Remembers the display scaling per user, and puts it back after the Windows release has changed.
 // The record lies under the user's key: the release and the system DPI and scaling step last seen under it.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/productadapt.h"
@@ -8,6 +10,7 @@
 #include "sdk/util/systeminfo.h"
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
+#include "systemenvironment/sharedqueries.h"
 
 #include <windows.h>
 
@@ -21,11 +24,11 @@ namespace {
 
 // Key paths follow the user's SID directly. "Lastest" is how the record is named everywhere.
 constexpr wchar_t kRecordKey[] = L"\\Software\\Calvora\\LastestSetting";
-constexpr wchar_t kReleaseValue[] = L"LastestOSVersion";
-constexpr wchar_t kDpiValue[] = L"LastestDPIValue";
-constexpr wchar_t kStepValue[] = L"LastestDPIIndex";
+constexpr wchar_t kReleaseName[] = L"LastestOSVersion";
+constexpr wchar_t kDpiName[] = L"LastestDPIValue";
+constexpr wchar_t kStepName[] = L"LastestDPIIndex";
 constexpr wchar_t kMonitorsKey[] = L"\\Control Panel\\Desktop\\PerMonitorSettings";
-constexpr wchar_t kMonitorStepValue[] = L"DpiValue";
+constexpr wchar_t kMonitorStepName[] = L"DpiValue";
 
 constexpr int kNoStep = -999;
 constexpr int kNoDpi = -1;
@@ -72,6 +75,12 @@ int DisplayFailure(const char* message, LONG status) {
     return 0;
 }
 
+/** The failure's result for want of memory, of which the C run-time leaves no error for the caller. */
+int NoMemory() noexcept {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return 0;
+}
+
 int SetScale(const DISPLAYCONFIG_PATH_SOURCE_INFO& source, int step) {
     ScaleRequest request = {kSetScaleRequest,          sizeof(request), source.adapterId.LowPart,
                             source.adapterId.HighPart, source.id,       step};
@@ -91,19 +100,59 @@ bool WriteRecord(const std::wstring& key, const wchar_t* name, int value) {
     return DE::Registry::SetValue(HKEY_USERS, key, name, value, KEY_ALL_ACCESS);
 }
 
+// The scaling as the exported functions read and save it; here std::bad_alloc comes out, so that a scaling which could
+// not be read is not saved.
+
+bool ReadScaling(int* systemDpi, int* dpiValue) {
+    constexpr char kFunction[] = "SystemEnvironment::GetLastestSystemDpi";
+    *systemDpi = SystemInfo().GetSystemDPI();
+    const std::wstring monitorsKey = KXPROCESS::GetCurrentUserSidstr() + kMonitorsKey;
+    std::vector<std::wstring> monitors;
+    if (!DE::Registry::GetKeys(HKEY_USERS, monitorsKey, monitors, KEY_ALL_ACCESS) || monitors.empty()) {
+        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub-keys");
+        return false;
+    }
+    const std::wstring monitorKey = monitorsKey + L"\\" + monitors.front();
+    if (!DE::Registry::GetValue(HKEY_USERS, monitorKey, kMonitorStepName, *dpiValue, KEY_ALL_ACCESS)) {
+        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub -keys"); // the blank tells it from the other
+        return false;
+    }
+    return true;
+}
+
+bool SaveScaling(int dpiValue, int dpiIndex) {
+    constexpr char kFunction[] = "SystemEnvironment::SaveLastestSystemDpi";
+    const std::wstring key = RecordKey();
+    int storedIndex = kNoStep;
+    int storedValue = kNoDpi;
+    if (ReadRecord(key, kStepName, storedIndex) && ReadRecord(key, kDpiName, storedValue) && storedIndex == dpiIndex &&
+        storedValue == dpiValue) {
+        return false;
+    }
+    if (!WriteRecord(key, kStepName, dpiIndex)) {
+        WriteDebugLine(kFunction, "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step");
+        return false;
+    }
+    if (!WriteRecord(key, kDpiName, dpiValue)) {
+        WriteDebugLine(kFunction, "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step");
+        return false;
+    }
+    return true;
+}
+
 /** Brings the recorded release up to date; whether it was another one than the current. */
 bool ReleaseChanged(const std::wstring& key) {
     constexpr char kFunction[] = "SystemEnvironment::RestoreSystemDpi4Common";
-    const std::wstring current = kx::WideFromUtf8(SystemEnvironment::GetOSReleaseId());
+    const std::wstring current = kx::WideFromUtf8(sharedqueries::OSReleaseId());
     std::wstring remembered;
-    if (!DE::Registry::GetValue(HKEY_USERS, key, kReleaseValue, remembered, KEY_ALL_ACCESS)) {
+    if (!DE::Registry::GetValue(HKEY_USERS, key, kReleaseName, remembered, KEY_ALL_ACCESS)) {
         WriteDebugLine(kFunction, "RestoreSystemDpi Warning: GetValue failed.");
         remembered.clear();
     }
     if (remembered == current) {
         return false;
     }
-    DE::Registry::SetValue(HKEY_USERS, key, kReleaseValue, current, KEY_ALL_ACCESS);
+    DE::Registry::SetValue(HKEY_USERS, key, kReleaseName, current, KEY_ALL_ACCESS);
     WriteDebugLine(kFunction, "RestoreSystemDpi ok: sysversion changed to ", current);
     return true;
 }
@@ -115,7 +164,7 @@ int WrappingSum(int first, int second) {
 
 } // namespace
 
-int SystemEnvironment::ApplyDpiSetting(int scaleStep) {
+int SystemEnvironment::ApplyDpiSetting(int scaleStep) noexcept {
     UINT32 pathCount = 0;
     UINT32 modeCount = 0;
     LONG status = GetDisplayConfigBufferSizes(QDC_ONLY_ACTIVE_PATHS, &pathCount, &modeCount);
@@ -124,12 +173,12 @@ int SystemEnvironment::ApplyDpiSetting(int scaleStep) {
     }
     const auto paths = AllocateBlock<DISPLAYCONFIG_PATH_INFO>(pathCount);
     if (!paths) {
-        return 0;
+        return NoMemory();
     }
     const auto modes = AllocateBlock<DISPLAYCONFIG_MODE_INFO>(modeCount);
     if (!modes) {
         WriteDebugLine("SystemEnvironment::ApplyDpiSetting", "calloc  display_modes fail:");
-        return 0;
+        return NoMemory();
     }
     status = QueryDisplayConfig(QDC_ONLY_ACTIVE_PATHS, &pathCount, paths.get(), &modeCount, modes.get(), nullptr);
     if (status != ERROR_SUCCESS) {
@@ -138,77 +187,44 @@ int SystemEnvironment::ApplyDpiSetting(int scaleStep) {
     return pathCount == 0 ? 0 : SetScale(paths->sourceInfo, scaleStep);
 }
 
-bool SystemEnvironment::GetLastestSystemDpi(int* systemDpi, int* dpiValue) try {
-    constexpr char kFunction[] = "SystemEnvironment::GetLastestSystemDpi";
-    *systemDpi = SystemInfo().GetSystemDPI();
-    const std::wstring monitorsKey = KXPROCESS::GetCurrentUserSidstr() + kMonitorsKey;
-    std::vector<std::wstring> monitors;
-    if (!DE::Registry::GetKeys(HKEY_USERS, monitorsKey, monitors, KEY_ALL_ACCESS) || monitors.empty()) {
-        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub-keys");
-        return false;
-    }
-    const std::wstring monitorKey = monitorsKey + L"\\" + monitors.front();
-    if (!DE::Registry::GetValue(HKEY_USERS, monitorKey, kMonitorStepValue, *dpiValue, KEY_ALL_ACCESS)) {
-        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub -keys"); // the blank tells it from the other
-        return false;
-    }
-    return true;
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::GetLastestSystemDpi(int* systemDpi, int* dpiValue) noexcept {
+    return kx::AnswerOr(false, [&] { return ReadScaling(systemDpi, dpiValue); });
 }
 
-bool SystemEnvironment::SaveLastestSystemDpi(int dpiValue, int dpiIndex) try {
-    constexpr char kFunction[] = "SystemEnvironment::SaveLastestSystemDpi";
-    const std::wstring key = RecordKey();
-    int storedIndex = kNoStep;
-    int storedValue = kNoDpi;
-    if (ReadRecord(key, kStepValue, storedIndex) && ReadRecord(key, kDpiValue, storedValue) &&
-        storedIndex == dpiIndex && storedValue == dpiValue) {
-        return false;
-    }
-    if (!WriteRecord(key, kStepValue, dpiIndex)) {
-        WriteDebugLine(kFunction, "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step");
-        return false;
-    }
-    if (!WriteRecord(key, kDpiValue, dpiValue)) {
-        WriteDebugLine(kFunction, "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step");
-        return false;
-    }
-    return true;
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::SaveLastestSystemDpi(int dpiValue, int dpiIndex) noexcept {
+    return kx::AnswerOr(false, [&] { return SaveScaling(dpiValue, dpiIndex); });
 }
 
-bool SystemEnvironment::RestoreSystemDpi4Common(int stepOffset) try {
+bool SystemEnvironment::RestoreSystemDpi4Common(int stepOffset) noexcept try {
     constexpr char kFunction[] = "SystemEnvironment::RestoreSystemDpi4Common";
     const std::wstring key = RecordKey();
     const bool releaseChanged = ReleaseChanged(key);
     int rememberedDpi = 0;
     int rememberedStep = 0;
-    const bool isRemembered = ReadRecord(key, kDpiValue, rememberedDpi) && ReadRecord(key, kStepValue, rememberedStep);
+    const bool isRemembered = ReadRecord(key, kDpiName, rememberedDpi) && ReadRecord(key, kStepName, rememberedStep);
 
     int systemDpi = 0;
     int dpiValue = 0; // what cannot be read is saved as 0
-    GetLastestSystemDpi(&systemDpi, &dpiValue);
+    ReadScaling(&systemDpi, &dpiValue);
     if (!isRemembered) {
         WriteDebugLine(kFunction, "RestoreSystemDpi Warning: first save dpi value.");
-        return SaveLastestSystemDpi(systemDpi, dpiValue);
+        return SaveScaling(systemDpi, dpiValue);
     }
     if (!releaseChanged || systemDpi == rememberedDpi) {
-        return SaveLastestSystemDpi(systemDpi, dpiValue);
+        return SaveScaling(systemDpi, dpiValue);
     }
     if (ApplyDpiSetting(WrappingSum(rememberedStep, stepOffset)) == 0) {
         WriteDebugLine(kFunction, "RestoreSystemDpi error: ApplyDpiSetting fail:", GetLastError());
         return false;
     }
     return true;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
-bool SystemEnvironment::RestoreSystemDpi() try {
+bool SystemEnvironment::RestoreSystemDpi() noexcept try {
     const int product = ProductAdapt::MachineType::GetInstance().GetProductIndex();
     return RestoreSystemDpi4Common(product == kOtherOffsetProduct ? kOtherOffset : kUsualOffset);
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }

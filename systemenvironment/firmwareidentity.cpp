@@ -1,7 +1,9 @@
 // What the firmware says about the machine: its own version, the device identifier (the firmware's serial number) and
 // the version of the OEM image. Sources are tried one after the other; what was found is written to the registry, for
 // later readers.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/boundedcopy.h"
 #include "sdk/util/registry.h"
 #include "sdk/util/smbios.h"
@@ -11,18 +13,24 @@
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
 #include "systemenvironment/oemversion.h"
+#include "systemenvironment/sharedqueries.h"
 
 #include <windows.h>
 
+#include <atomic>
 #include <cctype>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace {
 
 constexpr wchar_t kBiosKey[] = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
-constexpr wchar_t kBiosVersionValue[] = L"BIOSVersion";
-constexpr wchar_t kSerialNumberValue[] = L"BIOSSerialNumber";
+constexpr wchar_t kBiosVersionName[] = L"BIOSVersion";
+constexpr wchar_t kSerialNumberName[] = L"BIOSSerialNumber";
 
 constexpr wchar_t kWmiNamespace[] = L"ROOT\\CIMV2";
 constexpr wchar_t kWmiQuery[] = L"SELECT * FROM Win32_BIOS";
@@ -56,6 +64,43 @@ private:
     std::string m_id;
 };
 
+/**
+ * The default identifier for a caller without memory: it is longer than what a string holds without any, so that one
+ * is kept ready from the start and replaced as soon as there is memory again.
+ */
+class SpareDeviceId {
+public:
+    SpareDeviceId() noexcept { Refill(); }
+    ~SpareDeviceId() { delete m_spare.load(); }
+    SpareDeviceId(const SpareDeviceId&) = delete;
+    SpareDeviceId& operator=(const SpareDeviceId&) = delete;
+
+    void Refill() noexcept {
+        if (m_spare.load() != nullptr) {
+            return;
+        }
+        try {
+            auto fresh = std::make_unique<std::string>(kDefaultDeviceId);
+            std::string* none = nullptr;
+            if (m_spare.compare_exchange_strong(none, fresh.get())) {
+                static_cast<void>(fresh.release());
+            }
+        } catch (...) { // the next call tries again
+        }
+    }
+
+    /** The spare one; empty when it was taken and there has been no memory since. */
+    std::string Take() noexcept {
+        const std::unique_ptr<std::string> spare(m_spare.exchange(nullptr));
+        return spare ? std::move(*spare) : std::string();
+    }
+
+private:
+    std::atomic<std::string*> m_spare{nullptr};
+};
+
+SpareDeviceId g_spareDeviceId;
+
 /** The registry's serial number as identifier; empty when it is too long or cannot be converted. */
 std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
     const NarrowText narrow(serialNumber.c_str());
@@ -72,7 +117,7 @@ std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
 /** WMI's serial number, of any length, left in the registry as well; empty when there is none. */
 std::string DeviceIdFromWmi() {
     const std::wstring serialNumber = WMI(kWmiNamespace).SelectStr(kWmiQuery, kWmiProperty);
-    DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberValue, serialNumber, KEY_ALL_ACCESS);
+    DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberName, serialNumber, KEY_ALL_ACCESS);
     const NarrowText narrow(serialNumber.c_str());
     return narrow ? narrow.Get() : std::string();
 }
@@ -80,15 +125,15 @@ std::string DeviceIdFromWmi() {
 std::string QueryDeviceId() {
     std::wstring serialNumber;
     const bool isRecorded =
-        DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberValue, serialNumber, KEY_ALL_ACCESS);
+        DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberName, serialNumber, KEY_ALL_ACCESS);
     return isRecorded && !serialNumber.empty() ? DeviceIdFromRegistry(serialNumber) : DeviceIdFromWmi();
 }
 
 } // namespace
 
-std::string SystemEnvironment::GetBIOSVersion() try {
+std::string sharedqueries::BIOSVersion() {
     std::wstring value; // stays empty when it cannot be read
-    DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kBiosVersionValue, value, KEY_ALL_ACCESS);
+    DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kBiosVersionName, value, KEY_ALL_ACCESS);
     const NarrowText narrow(value.c_str());
     if (!narrow) {
         return {};
@@ -100,11 +145,13 @@ std::string SystemEnvironment::GetBIOSVersion() try {
     const std::string version = text;
     const std::size_t dot = version.find('.');
     return dot == std::string::npos ? version : version.substr(0, version.find('.', dot + 1));
-} catch (...) { // no memory
-    return {};
 }
 
-std::string ParseBIOSVersionOfPadLeft(char* version) try {
+std::string SystemEnvironment::GetBIOSVersion() noexcept {
+    return kx::AnswerOr(std::string(), sharedqueries::BIOSVersion);
+}
+
+std::string ParseBIOSVersionOfPadLeft(char* version) noexcept try {
     if (version == nullptr) {
         return {};
     }
@@ -130,11 +177,11 @@ std::string ParseBIOSVersionOfPadLeft(char* version) try {
         padded[length + 2] = '\0';
     }
     return padded;
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }
 
-std::string SystemEnvironment::GetDeviceId() try {
+std::string sharedqueries::DeviceId() {
     DeviceIdCache& cache = DeviceIdCache::Instance();
     if (std::string known = cache.Get(); !known.empty()) {
         return known;
@@ -145,11 +192,16 @@ std::string SystemEnvironment::GetDeviceId() try {
     }
     cache.Set(id);
     return id;
-} catch (...) { // no memory, not even for the default
-    return {};
 }
 
-bool SystemEnvironment::GetBIOSSysVersion(std::string& version) try {
+std::string SystemEnvironment::GetDeviceId() noexcept try {
+    g_spareDeviceId.Refill();
+    return sharedqueries::DeviceId();
+} catch (...) {
+    return g_spareDeviceId.Take();
+}
+
+bool SystemEnvironment::GetBIOSSysVersion(std::string& version) noexcept try {
     version.clear();
     const std::wstring text = SmBiosHelper::GetInstance()->GetBIOSSysVersion();
     if (text.empty()) {
@@ -161,34 +213,38 @@ bool SystemEnvironment::GetBIOSSysVersion(std::string& version) try {
     }
     version = narrow.Get();
     return true;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
-std::string TrimOemVersion(const char* eomVersion) try {
+std::string sharedqueries::TrimmedOemVersion(std::string version) {
+    std::erase_if(version, [](char character) { return std::iscntrl(static_cast<unsigned char>(character)) != 0; });
+    const std::string trimmed = DE::TrimSP(version);
+    return trimmed.substr(0, trimmed.find('_'));
+}
+
+std::string TrimOemVersion(const char* eomVersion) noexcept try {
     if (eomVersion == nullptr) {
         WriteDebugLine("TrimOemVersion", "TrimOemVersion parameter: eomVersion is nullptr");
         return {};
     }
-    std::string printable = eomVersion;
-    std::erase_if(printable, [](char character) { return std::iscntrl(static_cast<unsigned char>(character)) != 0; });
-    const std::string trimmed = DE::TrimSP(printable);
-    return trimmed.substr(0, trimmed.find('_'));
-} catch (...) { // no memory
+    return sharedqueries::TrimmedOemVersion(eomVersion);
+} catch (...) {
     return {};
 }
 
-std::string SystemEnvironment::GetOEMVersion() try {
-    const std::ifstream file = oemversion::OpenFile();
-    if (!file.is_open()) {
-        return GetVersionFromRegistry();
+std::string sharedqueries::OEMVersion() {
+    const std::optional<std::string> bytes = oemversion::ReadFile();
+    if (!bytes) {
+        return VersionFromRegistry();
     }
-    const std::string bytes = oemversion::ReadAll(file);
-    const std::wstring text = oemversion::HasUtf16Mark(bytes) ? GetUnicodeString() : DE::ANSIToUnicode(bytes);
+    const std::wstring text = oemversion::HasUtf16Mark(*bytes) ? OemFileText() : DE::ANSIToUnicode(*bytes);
     if (!text.empty()) {
-        DE::Registry::SetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValue, text, KEY_ALL_ACCESS);
+        DE::Registry::SetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValueName, text, KEY_ALL_ACCESS);
     }
-    return GetVersionFromRegistry();
-} catch (...) { // no memory
-    return {};
+    return VersionFromRegistry();
+}
+
+std::string SystemEnvironment::GetOEMVersion() noexcept {
+    return kx::AnswerOr(std::string(), sharedqueries::OEMVersion);
 }

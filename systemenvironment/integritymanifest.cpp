@@ -1,7 +1,9 @@
 // Is a file beside the host executable the one that was shipped?
 // The manifest "config\CheckFileIntergrity.xml" lists paths and SHA-256 digests; both it and the file lie in the
 // folder of the host executable, not of this library.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "sdk/util/file.h"
 #include "sdk/util/xml.h"
 #include "systemenvironment.h"
@@ -77,7 +79,7 @@ bool ManifestVouchesFor(const std::string& fileName) {
 
 } // namespace
 
-bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath, std::string& xmlPath) try {
+bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath, std::string& xmlPath) noexcept try {
     constexpr char kFunction[] = "CheckFileAndXmlExist";
     filePath += "\\";
     filePath += fileName;
@@ -91,12 +93,10 @@ bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath, st
         return false;
     }
     return true;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
-bool SystemEnvironment::CompareFileIntergrity(const std::string& fileName) try {
-    return ManifestVouchesFor(fileName);
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::CompareFileIntergrity(const std::string& fileName) noexcept {
+    return kx::AnswerOr(false, [&] { return ManifestVouchesFor(fileName); });
 }

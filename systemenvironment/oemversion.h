@@ -5,8 +5,12 @@
  */
 #pragma once
 
-#include <fstream>
-#include <sstream>
+#include "common/win/handle.h"
+
+#include <windows.h>
+
+#include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,18 +18,22 @@ namespace oemversion {
 
 inline constexpr char kFile[] = R"(c:\recovery\OEM\version.txt)";
 inline constexpr wchar_t kKey[] = L"HARDWARE\\DESCRIPTION\\System\\Product"; // under HKEY_LOCAL_MACHINE
-inline constexpr wchar_t kValue[] = L"Version";
+inline constexpr wchar_t kValueName[] = L"Version";
 
-/** The file, opened to be read as it is stored. */
-inline std::ifstream OpenFile() {
-    return std::ifstream(kFile, std::ios::binary);
-}
-
-/** The bytes of an opened file up to its end; none when it did not open. */
-inline std::string ReadAll(const std::ifstream& file) {
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    return bytes.str();
+/** The file's bytes as they are stored, up to where it can be read; nothing when it cannot be opened. */
+inline std::optional<std::string> ReadFile() {
+    const kx::FileHandle file(CreateFileA(kFile, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
+        return std::nullopt;
+    }
+    std::string bytes;
+    std::array<char, 1024> block{};
+    DWORD count = 0;
+    while (::ReadFile(file.Get(), block.data(), static_cast<DWORD>(block.size()), &count, nullptr) && count != 0) {
+        bytes.append(block.data(), count);
+    }
+    return bytes;
 }
 
 /** Whether the file's @p bytes begin with a UTF-16 byte-order mark, of either order. */

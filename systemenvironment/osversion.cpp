@@ -1,19 +1,24 @@
 // Which Windows is this, and which version of the product did the firmware record?
 // The Windows values come from the registry's CurrentVersion key, the composed line from the version record of
 // Windows itself. Each answer passes through a buffer of fixed size, whose limit is part of the contract.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/boundedcopy.h"
 #include "sdk/util/registry.h"
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
 #include "systemenvironment/oemversion.h"
+#include "systemenvironment/sharedqueries.h"
 
 #include <windows.h>
 
-#include <cstring>
 #include <cwchar>
+#include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 
 namespace {
 
@@ -103,47 +108,14 @@ std::wstring VersionLine(const OSVERSIONINFOEXW& version) {
 
 } // namespace
 
-std::string SystemEnvironment::GetOSVersion() try {
-    constexpr char kFunction[] = "SystemEnvironment::GetOSVersion";
-    std::wstring name;
-    if (!ReadCurrentVersion(L"ProductName", name)) {
-        WriteDebugLine(kFunction, "Get registry value fail");
-        return {};
-    }
-    return BoundedText(name, kFunction).value_or("");
-} catch (...) { // no memory
-    return {};
-}
-
-std::string SystemEnvironment::GetOSReleaseId() try {
+std::string sharedqueries::OSReleaseId() {
     return CurrentVersionText(L"ReleaseId", "SystemEnvironment::GetOSReleaseId").value_or("");
-} catch (...) { // no memory
-    return {};
 }
 
-std::string SystemEnvironment::GetOSBuildBranch() try {
-    return CurrentVersionText(L"BuildBranch", "SystemEnvironment::GetOSBuildBranch").value_or("");
-} catch (...) { // no memory
-    return {};
-}
-
-std::string SystemEnvironment::GetOSBuildVersion() try {
-    const std::optional<std::string> lab = CurrentVersionText(L"BuildLabEx", "SystemEnvironment::GetOSBuildVersion");
-    unsigned long revision = 0;
-    if (!lab || !DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCurrentVersionKey, L"UBR", revision, KEY_ALL_ACCESS)) {
-        return {};
-    }
-    const std::size_t dot = lab->find('.');
-    const std::string build = dot == std::string::npos ? std::string() : lab->substr(0, dot);
-    return build + "." + std::to_string(revision);
-} catch (...) { // no memory
-    return {};
-}
-
-std::string SystemEnvironment::GetVersionFromRegistry() try {
+std::string sharedqueries::VersionFromRegistry() {
     constexpr char kFunction[] = "SystemEnvironment::GetVersionFromRegistry";
     std::wstring value;
-    if (!DE::Registry::GetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValue, value, KEY_ALL_ACCESS)) {
+    if (!DE::Registry::GetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValueName, value, KEY_ALL_ACCESS)) {
         WriteDebugLine(kFunction, "Registry GetValue fail");
         return {};
     }
@@ -152,18 +124,51 @@ std::string SystemEnvironment::GetVersionFromRegistry() try {
         WriteDebugLine(kFunction, "WcharToChar fail");
         return {};
     }
-    char version[kProductVersionCapacity] = {};
-    if (std::strlen(narrow.Get()) < kProductVersionCapacity - 1 &&
-        kx::CopyText(version, kProductVersionCapacity, narrow.Get()) != 0) {
-        WriteDebugLine(kFunction, "strcpy fail");
+    const std::string_view version = narrow.Get();
+    const bool fits = version.size() < kProductVersionCapacity - 1; // a longer one counts as empty
+    return TrimmedOemVersion(fits ? std::string(version) : std::string());
+}
+
+std::string SystemEnvironment::GetOSVersion() noexcept try {
+    constexpr char kFunction[] = "SystemEnvironment::GetOSVersion";
+    std::wstring name;
+    if (!ReadCurrentVersion(L"ProductName", name)) {
+        WriteDebugLine(kFunction, "Get registry value fail");
         return {};
     }
-    return TrimOemVersion(version);
-} catch (...) { // no memory
+    return BoundedText(name, kFunction).value_or("");
+} catch (...) {
     return {};
 }
 
-std::string SystemEnvironment::OSVersion() try {
+std::string SystemEnvironment::GetOSReleaseId() noexcept {
+    return kx::AnswerOr(std::string(), sharedqueries::OSReleaseId);
+}
+
+std::string SystemEnvironment::GetOSBuildBranch() noexcept {
+    return kx::AnswerOr(std::string(), [&] {
+        return CurrentVersionText(L"BuildBranch", "SystemEnvironment::GetOSBuildBranch").value_or("");
+    });
+}
+
+std::string SystemEnvironment::GetOSBuildVersion() noexcept try {
+    const std::optional<std::string> lab = CurrentVersionText(L"BuildLabEx", "SystemEnvironment::GetOSBuildVersion");
+    unsigned long revision = 0;
+    if (!lab || !DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCurrentVersionKey, L"UBR", revision, KEY_ALL_ACCESS)) {
+        return {};
+    }
+    const std::size_t dot = lab->find('.');
+    const std::string build = dot == std::string::npos ? std::string() : lab->substr(0, dot);
+    return build + "." + std::to_string(revision);
+} catch (...) {
+    return {};
+}
+
+std::string SystemEnvironment::GetVersionFromRegistry() noexcept {
+    return kx::AnswerOr(std::string(), sharedqueries::VersionFromRegistry);
+}
+
+std::string SystemEnvironment::OSVersion() noexcept try {
     SYSTEM_INFO system = {};
     GetSystemInfo(&system); // asked for by contract; nothing of the answer is printed
     OSVERSIONINFOEXW version = {};
@@ -175,6 +180,6 @@ std::string SystemEnvironment::OSVersion() try {
     char text[kOsVersionBytes + 1] = {};
     WideCharToMultiByte(CP_ACP, 0, line.data(), static_cast<int>(line.size()), text, kOsVersionBytes, nullptr, nullptr);
     return text;
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }

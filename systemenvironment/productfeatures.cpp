@@ -1,6 +1,8 @@
 // Does the product have a feature? Each query passes on the flag that the utility library's feature service sets,
 // and reports the service's code when it is not 0. The code never changes the answer.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/softshelf.h"
 #include "systemenvironment.h"
@@ -53,77 +55,76 @@ const FeatureQuery kNpsPop{&ProductFeature::GetSupportNpsPopStatus,
 
 constexpr char kTimeBackPlugin[] = "SynergyPYP";
 
-bool Ask(const FeatureQuery& query) try {
+bool Ask(const FeatureQuery& query) noexcept try {
     bool present = false;
     const int code = (ProductFeature::GetInstance().*query.getter)(present);
     if (code != 0) {
         WriteDebugLine(query.function, query.beforeCode, code, query.beforeFlag, present);
     }
     return present;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
 } // namespace
 
-bool SystemEnvironment::IsSupportFingerPrint() {
+bool SystemEnvironment::IsSupportFingerPrint() noexcept {
     return Ask(kFingerPrint);
 }
 
-bool SystemEnvironment::IsSupportTrifingerSnipper() {
+bool SystemEnvironment::IsSupportTrifingerSnipper() noexcept {
     return Ask(kTrifingerSnipper);
 }
 
-bool SystemEnvironment::IsSupportWifiGpio() {
+bool SystemEnvironment::IsSupportWifiGpio() noexcept {
     return Ask(kWifiGpio);
 }
 
-bool SystemEnvironment::IsSupportWifiBiosRepair() {
+bool SystemEnvironment::IsSupportWifiBiosRepair() noexcept {
     return Ask(kWifiBiosRepair);
 }
 
-bool SystemEnvironment::IsSupportBtGpio() {
+bool SystemEnvironment::IsSupportBtGpio() noexcept {
     return Ask(kBtGpio);
 }
 
-bool SystemEnvironment::IsSupportCPUPower() {
+bool SystemEnvironment::IsSupportCPUPower() noexcept {
     return Ask(kCPUPower);
 }
 
-bool SystemEnvironment::IsSupportKeyboardLight() {
+bool SystemEnvironment::IsSupportKeyboardLight() noexcept {
     return Ask(kKeyboardLight);
 }
 
-bool SystemEnvironment::IsSupportEnergyStar() {
+bool SystemEnvironment::IsSupportEnergyStar() noexcept {
     return Ask(kEnergyStar);
 }
 
-bool SystemEnvironment::IsSupportSQGData() {
+bool SystemEnvironment::IsSupportSQGData() noexcept {
     return Ask(kSQGData);
 }
 
-bool SystemEnvironment::IsSupportTimeBack() try {
-    return Ask(kTimeBack) && ZLKSoftShelf::GetInstance()->IsSupportPlugin(kTimeBackPlugin);
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::IsSupportTimeBack() noexcept {
+    return kx::AnswerOr(
+        false, [&] { return Ask(kTimeBack) && ZLKSoftShelf::GetInstance()->IsSupportPlugin(kTimeBackPlugin); });
 }
 
-bool SystemEnvironment::IsSupportVrAssisant() {
+bool SystemEnvironment::IsSupportVrAssisant() noexcept {
     return Ask(kVrAssisant);
 }
 
-bool SystemEnvironment::IsSupportLiveBroadcast() {
+bool SystemEnvironment::IsSupportLiveBroadcast() noexcept {
     return Ask(kLiveBroadcast);
 }
 
-bool SystemEnvironment::IsSupportOfficeCheck() {
+bool SystemEnvironment::IsSupportOfficeCheck() noexcept {
     return Ask(kOfficeCheck);
 }
 
-bool SystemEnvironment::IsSupportIntegratedGraphics() {
+bool SystemEnvironment::IsSupportIntegratedGraphics() noexcept {
     return Ask(kIntegratedGraphics);
 }
 
-bool SystemEnvironment::IsSupportNpsPop() {
+bool SystemEnvironment::IsSupportNpsPop() noexcept {
     return Ask(kNpsPop);
 }

@@ -1,6 +1,8 @@
 // Which product is this machine? Names from the machine-type service, codes from the SMBIOS texts and the OEM version,
 // the name of a diagnostic log package built from them, and two plain facts about the system.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/win/utf8.h"
 #include "sdk/util/productadapt.h"
 #include "sdk/util/smbios.h"
@@ -8,6 +10,7 @@
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/narrowtext.h"
+#include "systemenvironment/sharedqueries.h"
 
 #include KX_PRODUCT_SERIES_HEADER
 
@@ -53,11 +56,11 @@ std::string LocalTimeStamp() {
 std::string LogPackageName(const std::string& trailingText, int logTypeId, const std::string& leadingText) {
     const std::string parts[] = {
         leadingText,
-        SystemEnvironment::GetOEMVersion(),
-        SystemEnvironment::GetBIOSVersion(),
-        SystemEnvironment::GetDeviceId(),
+        sharedqueries::OEMVersion(),
+        sharedqueries::BIOSVersion(),
+        sharedqueries::DeviceId(),
         LocalTimeStamp(),
-        trailingText + "-" + SystemEnvironment::GetStringNameById(logTypeId), // the one joint that is no "_"
+        trailingText + "-" + sharedqueries::LogTypeName(logTypeId), // the one joint that is no "_"
         DE::GetRandomString(kRandomLength),
     };
     std::string name = "PC";
@@ -70,18 +73,18 @@ std::string LogPackageName(const std::string& trailingText, int logTypeId, const
 
 } // namespace
 
-std::string SystemEnvironment::GetDeviceTypeEx() try {
+std::string SystemEnvironment::GetDeviceTypeEx() noexcept try {
     std::string name;
     const int code = ProductAdapt::MachineType::GetInstance().GetProductName(name);
     if (code != 0 || name.empty()) {
         WriteDebugLine("SystemEnvironment::GetDeviceTypeEx", "fail to get product name. result:", code);
     }
     return name;
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }
 
-std::wstring SystemEnvironment::GetProductNameForKxshare() try {
+std::wstring SystemEnvironment::GetProductNameForKxshare() noexcept try {
     ProductAdapt::PromoteParamInfo info;
     const int code = ProductAdapt::MachineType::GetInstance().GetPromoteParamInfo(kPromoteKey, info);
     if (code != 0) {
@@ -90,12 +93,12 @@ std::wstring SystemEnvironment::GetProductNameForKxshare() try {
         return {};
     }
     return kx::WideFromUtf8(info.productName);
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }
 
-std::string SystemEnvironment::GetProductSeries() try {
-    const std::string version = GetOEMVersion();
+std::string SystemEnvironment::GetProductSeries() noexcept try {
+    const std::string version = sharedqueries::OEMVersion();
     const std::size_t dash = version.find('-');
     if (dash == std::string::npos) {
         return kOtherSeries;
@@ -107,24 +110,24 @@ std::string SystemEnvironment::GetProductSeries() try {
         }
     }
     return kOtherSeries;
-} catch (...) { // no memory
+} catch (...) {
     return kOtherSeries;
 }
 
-std::string SystemEnvironment::GetSystemSkuCode() try {
+std::string SystemEnvironment::GetSystemSkuCode() noexcept try {
     const NarrowText narrow(SmBiosHelper::GetInstance()->GetSysSKU().c_str());
     std::string sku = narrow ? narrow.Get() : "";
     if (sku.find(kSkuMark) != std::string::npos) {
         return sku;
     }
-    const std::string version = DE::TrimSP(GetOEMVersion());
+    const std::string version = DE::TrimSP(sharedqueries::OEMVersion());
     const std::size_t mark = version.find(kSkuMark);
     return mark == std::string::npos ? std::string() : version.substr(mark, kSkuLength);
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }
 
-int SystemEnvironment::GetOemProductCode(std::uint32_t* code) try {
+int SystemEnvironment::GetOemProductCode(std::uint32_t* code) noexcept try {
     const std::wstring characters = OemCode();
     if (characters.empty()) {
         return 0;
@@ -132,34 +135,30 @@ int SystemEnvironment::GetOemProductCode(std::uint32_t* code) try {
     static_assert(sizeof(wchar_t) == 2);
     *code = static_cast<std::uint32_t>(characters[0]) | static_cast<std::uint32_t>(characters[1]) << 16;
     return 1;
-} catch (...) { // no memory
+} catch (...) {
     return 0;
 }
 
-std::wstring SystemEnvironment::GetOemProductCodeString() try { return OemCode(); } catch (...) { // no memory
-    return {};
+std::wstring SystemEnvironment::GetOemProductCodeString() noexcept {
+    return kx::AnswerOr(std::wstring(), OemCode);
 }
 
 std::string SystemEnvironment::GetLogPackageName(const std::string& trailingText, int logTypeId,
-                                                 const std::string& leadingText) try {
-    return LogPackageName(trailingText, logTypeId, leadingText);
-} catch (...) { // no memory
-    return {};
+                                                 const std::string& leadingText) noexcept {
+    return kx::AnswerOr(std::string(), [&] { return LogPackageName(trailingText, logTypeId, leadingText); });
 }
 
 std::string SystemEnvironment::GetLogPackageZipName(const std::string& trailingText, int logTypeId,
-                                                    const std::string& leadingText) try {
-    return LogPackageName(trailingText, logTypeId, leadingText) + ".zip";
-} catch (...) { // no memory
-    return {};
+                                                    const std::string& leadingText) noexcept {
+    return kx::AnswerOr(std::string(), [&] { return LogPackageName(trailingText, logTypeId, leadingText) + ".zip"; });
 }
 
-bool SystemEnvironment::IsOnAcPower() {
+bool SystemEnvironment::IsOnAcPower() noexcept {
     SYSTEM_POWER_STATUS status = {};
     return GetSystemPowerStatus(&status) && status.ACLineStatus == kAcOnline;
 }
 
-bool SystemEnvironment::IsNotIa64System() {
+bool SystemEnvironment::IsNotIa64System() noexcept {
     SYSTEM_INFO system = {};
     GetNativeSystemInfo(&system);
     return system.wProcessorArchitecture != PROCESSOR_ARCHITECTURE_IA64;

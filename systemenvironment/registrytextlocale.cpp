@@ -1,7 +1,9 @@
 // Small reads that other queries build on: the suite's per-user settings, the OEM image's version file as UTF-16,
 // the user's locale name and the display names of log types. Per-user keys are addressed under HKEY_USERS by the
 // user's SID.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/boundedcopy.h"
 #include "common/win/utf8.h"
 #include "sdk/util/process.h"
@@ -10,18 +12,22 @@
 #include "systemenvironment.h"
 #include "systemenvironment/debugline.h"
 #include "systemenvironment/oemversion.h"
+#include "systemenvironment/sharedqueries.h"
 
 #include <shlwapi.h>
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <optional>
+#include <string>
 
 namespace {
 
 // Key paths follow the SID directly.
 constexpr wchar_t kSettingsKey[] = L"\\SOFTWARE\\Orvane\\Calvora\\setting";
 constexpr wchar_t kLocaleKey[] = L"\\Control Panel\\International";
-constexpr wchar_t kLocaleValue[] = L"LocaleName";
+constexpr wchar_t kLocaleName[] = L"LocaleName";
 constexpr wchar_t kLocalSystemSid[] = L"S-1-5-18";
 
 constexpr char kDefaultLocale[] = "en-US";
@@ -41,7 +47,7 @@ std::wstring SettingsKey() {
 /** The locale name of the user with @p sid, or @p fallback when it cannot be read or is empty. */
 std::string LocaleNameOf(const std::wstring& sid, const char* fallback) {
     std::wstring name;
-    if (!DE::Registry::GetValue(HKEY_USERS, sid + kLocaleKey, kLocaleValue, name, KEY_ALL_ACCESS)) {
+    if (!DE::Registry::GetValue(HKEY_USERS, sid + kLocaleKey, kLocaleName, name, KEY_ALL_ACCESS)) {
         return fallback;
     }
     const std::string utf8 = kx::Utf8FromWide(name);
@@ -62,35 +68,33 @@ bool HasId(const KxXmlElement& element, int id) {
 
 } // namespace
 
-bool SystemEnvironment::ReadValue(const std::wstring& valueName, void* buffer, int size) try {
+bool SystemEnvironment::ReadValue(const std::wstring& valueName, void* buffer, int size) noexcept try {
     if (valueName.empty() || buffer == nullptr) {
         WriteDebugLine("SystemEnvironment::ReadValue", "key name is empty or out value ptr is null");
         return false;
     }
     int storedSize = 0;
     return DE::Registry::GetValue(HKEY_USERS, SettingsKey(), valueName, buffer, size, storedSize, KEY_ALL_ACCESS);
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
-int SystemEnvironment::ReadValue(const std::wstring& valueName) try {
+int SystemEnvironment::ReadValue(const std::wstring& valueName) noexcept try {
     int value = 0;
     return DE::Registry::GetValue(HKEY_USERS, SettingsKey(), valueName, value, KEY_ALL_ACCESS) ? value : -1;
-} catch (...) { // no memory
+} catch (...) {
     return -1;
 }
 
-bool SystemEnvironment::IsFileUnicode() try {
-    std::ifstream file = oemversion::OpenFile();
-    char mark[2] = {};
-    file.read(mark, sizeof(mark));
-    return oemversion::HasUtf16Mark(std::string_view(mark, sizeof(mark)));
-} catch (...) { // no memory
+bool SystemEnvironment::IsFileUnicode() noexcept try {
+    const std::optional<std::string> bytes = oemversion::ReadFile();
+    return bytes && oemversion::HasUtf16Mark(*bytes);
+} catch (...) {
     return false;
 }
 
-std::wstring SystemEnvironment::GetUnicodeString() try {
-    const std::string bytes = oemversion::ReadAll(oemversion::OpenFile());
+std::wstring sharedqueries::OemFileText() {
+    const std::string bytes = oemversion::ReadFile().value_or(std::string());
     constexpr std::size_t kMarkSize = sizeof(wchar_t);
     if (bytes.size() <= kMarkSize) {
         return {};
@@ -103,24 +107,25 @@ std::wstring SystemEnvironment::GetUnicodeString() try {
         return {};
     }
     return text;
-} catch (...) { // no memory
-    return {};
 }
 
-std::string SystemEnvironment::GetUserLocaleName() try {
+std::wstring SystemEnvironment::GetUnicodeString() noexcept {
+    return kx::AnswerOr(std::wstring(), sharedqueries::OemFileText);
+}
+
+std::string SystemEnvironment::GetUserLocaleName() noexcept try {
     const std::wstring sid = KXPROCESS::GetCurrentUserSidstr();
     return sid == kLocalSystemSid ? kDefaultLocale : LocaleNameOf(sid, kDefaultLocale);
-} catch (...) { // no memory
+} catch (...) {
     return kDefaultLocale;
 }
 
-std::string SystemEnvironment::GetUserLocaleNameCN() try {
-    return LocaleNameOf(KXPROCESS::GetCurrentUserSidstr(), kDefaultLocaleCN);
-} catch (...) { // no memory
-    return kDefaultLocaleCN;
+std::string SystemEnvironment::GetUserLocaleNameCN() noexcept {
+    return kx::AnswerOr(std::string(kDefaultLocaleCN),
+                        [&] { return LocaleNameOf(KXPROCESS::GetCurrentUserSidstr(), kDefaultLocaleCN); });
 }
 
-std::string SystemEnvironment::GetStringNameById(int id) try {
+std::string sharedqueries::LogTypeName(int id) {
     KxXMLDocument table;
     if (table.LoadFile(UtilFolder() + kLogTypePath) != 0) {
         WriteDebugLine("SystemEnvironment::GetStringNameById", "load xml file failed");
@@ -134,6 +139,8 @@ std::string SystemEnvironment::GetStringNameById(int id) try {
         }
     }
     return kUnknownLogType;
-} catch (...) { // no memory
-    return kUnknownLogType;
+}
+
+std::string SystemEnvironment::GetStringNameById(int id) noexcept {
+    return kx::AnswerOr(std::string(kUnknownLogType), [&] { return sharedqueries::LogTypeName(id); });
 }

@@ -1,6 +1,8 @@
 // Single settings of the suite and of Windows: each function reads or writes one registry value and has one default.
 // The secondary SKU, which comes from the firmware instead, stands at the end.
+// A query whose sources throw, for want of memory, gives its failure value.
 
+#include "common/answeror.h"
 #include "common/win/utf8.h"
 #include "sdk/util/process.h"
 #include "sdk/util/registry.h"
@@ -29,73 +31,74 @@ constexpr unsigned long kSmallDump = 3;
 constexpr wchar_t kSessionPowerKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
 
 /** A machine-wide text in UTF-8; @p fallback when it is missing, unreadable or empty. */
-std::string ReadMachineText(const wchar_t* key, const wchar_t* name, const char* fallback) try {
+std::string ReadMachineText(const wchar_t* key, const wchar_t* name, const char* fallback) noexcept try {
     std::wstring value;
     DE::Registry::GetValue(HKEY_LOCAL_MACHINE, key, name, value, KEY_ALL_ACCESS);
     const std::string text = kx::Utf8FromWide(value);
     return text.empty() ? fallback : text;
-} catch (...) { // no memory
+} catch (...) {
     return fallback;
 }
 
 } // namespace
 
-std::string SystemEnvironment::GetPowerManagerIntellMode() {
+std::string SystemEnvironment::GetPowerManagerIntellMode() noexcept {
     return ReadMachineText(kPowerManagerKey, kPowerManagerModeName, "1");
 }
 
-std::wstring SystemEnvironment::GetCaptureSwitch() try {
+std::wstring SystemEnvironment::GetCaptureSwitch() noexcept try {
     const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + L"\\" + kLoginGuideKey;
     std::wstring value;
     DE::Registry::GetValue(HKEY_USERS, key, kCaptureName, value, KEY_ALL_ACCESS);
     return value.empty() ? L"0" : value;
-} catch (...) { // no memory
+} catch (...) {
     return L"0";
 }
 
-bool SystemEnvironment::IsKernelCrashDumpEnabled() try {
+bool SystemEnvironment::IsKernelCrashDumpEnabled() noexcept try {
     int kind = 0;
     return DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCrashControlKey, kCrashDumpName, kind, KEY_ALL_ACCESS) &&
            kind == kKernelDump;
-} catch (...) { // no memory
+} catch (...) {
     return false;
 }
 
 // By value: callers link against it so. NOLINTNEXTLINE(performance-unnecessary-value-param)
-int SystemEnvironment::GetSessionPowerValue(std::wstring name) try {
+int SystemEnvironment::GetSessionPowerValue(std::wstring name) noexcept try {
     unsigned long value = 0;
     if (!DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kSessionPowerKey, name, value, KEY_ALL_ACCESS)) {
         return -1;
     }
     return static_cast<int>(value);
-} catch (...) { // no memory
+} catch (...) {
     return -1;
 }
 
-void SystemEnvironment::FixSmallCrashDump() try {
+void SystemEnvironment::FixSmallCrashDump() noexcept try {
     unsigned long kind = 0;
     if (DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCrashControlKey, kCrashDumpName, kind, KEY_ALL_ACCESS) &&
         kind == kSmallDump) {
         DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kCrashControlKey, kCrashDumpName, kKernelDump, KEY_ALL_ACCESS);
     }
-} catch (...) { // no memory; nothing to report to
+} catch (...) { // nobody to tell
 }
 
-std::string SystemEnvironment::GetLogSwitch() {
+std::string SystemEnvironment::GetLogSwitch() noexcept {
     return ReadMachineText(kLoginGuideKey, kLogSwitchName, "0");
 }
 
-bool SystemEnvironment::SetLogSwitch(bool on) try {
-    return DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kLoginGuideKey, kLogSwitchName, on ? L"1" : L"0", KEY_ALL_ACCESS);
-} catch (...) { // no memory
-    return false;
+bool SystemEnvironment::SetLogSwitch(bool on) noexcept {
+    return kx::AnswerOr(false, [&] {
+        return DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kLoginGuideKey, kLogSwitchName, on ? L"1" : L"0",
+                                      KEY_ALL_ACCESS);
+    });
 }
 
-std::string SystemEnvironment::GetFirewareValue() {
+std::string SystemEnvironment::GetFirewareValue() noexcept {
     return ReadMachineText(kLoginGuideKey, kFirmwareName, "0");
 }
 
-std::string SystemEnvironment::GetSecondarySku() try {
+std::string SystemEnvironment::GetSecondarySku() noexcept try {
     const SmBiosHelper* firmware = SmBiosHelper::GetInstance();
     const std::wstring wideSecondary = firmware->GetSecSKU();
     if (wideSecondary.empty()) {
@@ -114,6 +117,6 @@ std::string SystemEnvironment::GetSecondarySku() try {
         }
     }
     return DE::LowerCase(secondarySku);
-} catch (...) { // no memory
+} catch (...) {
     return {};
 }

@@ -30,17 +30,20 @@ using BString = Owner<FreedBy<BSTR, &SysFreeString>>;
  */
 class ComApartment {
 public:
-    ComApartment() noexcept : m_entered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
+    ComApartment() noexcept : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
     ~ComApartment() {
-        if (m_entered) {
+        if (SUCCEEDED(m_result)) {
             CoUninitialize();
         }
     }
     ComApartment(const ComApartment&) = delete;
     ComApartment& operator=(const ComApartment&) = delete;
 
+    /** What the system said; a failure where the thread is in another apartment, in which it can work all the same. */
+    HRESULT Result() const noexcept { return m_result; }
+
 private:
-    bool m_entered;
+    HRESULT m_result;
 };
 
 } // namespace kx

@@ -6,8 +6,6 @@
 #include "sdk/util/registry.h"
 #include "sdk/util/text.h"
 
-#include <exception>
-
 namespace {
 
 std::wstring PathOfCurrentUser(const std::wstring& keyPath) {
@@ -17,22 +15,16 @@ std::wstring PathOfCurrentUser(const std::wstring& keyPath) {
 
 } // namespace
 
-bool AccountUtil::IsSupportTms() try {
+bool AccountUtil::IsSupportTms() {
     return kxutil::ProductProfile::Load().UsesAgreementService();
-} catch (const std::exception&) {
-    return false;
 }
 
-std::string AccountUtil::GetFlag(const std::wstring& keyPath, const std::string& valueName) try {
+std::string AccountUtil::GetFlag(const std::wstring& keyPath, const std::string& valueName) {
     std::wstring value;
     DE::Registry::GetValue(HKEY_USERS, PathOfCurrentUser(keyPath), DE::ANSIToUnicode(valueName), value, KEY_READ);
     return DE::UnicodeToANSI(value);
-} catch (const std::exception&) {
-    return {};
 }
 
-std::wstring AccountUtil::CreateRegeditPath(const std::string& keyPath) try {
+std::wstring AccountUtil::CreateRegeditPath(const std::string& keyPath) {
     return PathOfCurrentUser(DE::ANSIToUnicode(keyPath));
-} catch (const std::exception&) {
-    return {};
 }

@@ -3,13 +3,13 @@
 
 #include "common/win/owner.h"
 #include "filereader.h"
+#include "outofmemory.h"
 
 #include <windows.h>
 // bcrypt.h needs the types of windows.h.
 #include <bcrypt.h>
 
 #include <array>
-#include <exception>
 #include <string_view>
 #include <vector>
 
@@ -20,7 +20,11 @@ bool FileExists(const std::string& path) {
         return false;
     }
     const DWORD attributes = GetFileAttributesA(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        kxutil::ThrowIfOutOfMemory(GetLastError());
+        return false;
+    }
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
 namespace {
@@ -54,7 +58,7 @@ std::string ToHex(const std::array<unsigned char, kDigestBytes>& digest) {
 
 } // namespace
 
-std::string GetFileSha256Hex(const std::string& path) try {
+std::string GetFileSha256Hex(const std::string& path) {
     kxutil::FileReader file(path);
     if (!file.IsOpen()) {
         return {};
@@ -85,8 +89,6 @@ std::string GetFileSha256Hex(const std::string& path) try {
         return {};
     }
     return ToHex(digest);
-} catch (const std::exception&) {
-    return {};
 }
 
 } // namespace DE

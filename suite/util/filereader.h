@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/win/handle.h"
+#include "outofmemory.h"
 
 #include <cstddef>
 #include <optional>
@@ -13,26 +14,32 @@ namespace kxutil {
 class FileReader {
 public:
     /** Opens a file; its path is in the process's ANSI code page. A folder does not open. */
-    explicit FileReader(const std::string& path) noexcept : m_file(Open(path)) {}
+    explicit FileReader(const std::string& path) : m_file(Open(path)) {}
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_file); }
 
     /** The next bytes, as many as fit; 0 at the end of the file; nothing when reading fails. */
-    std::optional<size_t> Read(std::span<unsigned char> buffer) noexcept {
+    std::optional<size_t> Read(std::span<unsigned char> buffer) {
         DWORD count = 0;
         if (!ReadFile(m_file.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &count, nullptr)) {
+            ThrowIfOutOfMemory(GetLastError());
             return std::nullopt;
         }
         return count;
     }
 
 private:
-    static HANDLE Open(const std::string& path) noexcept {
+    static kx::FileHandle Open(const std::string& path) {
         if (path.find('\0') != std::string::npos) {
-            return INVALID_HANDLE_VALUE;
+            return {};
         }
-        return CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+        kx::FileHandle file(CreateFileA(path.c_str(), GENERIC_READ,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+        if (!file) {
+            ThrowIfOutOfMemory(GetLastError());
+        }
+        return file;
     }
 
     kx::FileHandle m_file;

@@ -2,9 +2,14 @@
 #include "sdk/util/process.h"
 
 #include "common/win/usersid.h"
+#include "outofmemory.h"
 
-#include <exception>
+#include <windows.h>
 
-std::wstring KXPROCESS::GetCurrentUserSidstr() try { return kx::CurrentUserSid(); } catch (const std::exception&) {
-    return {};
+std::wstring KXPROCESS::GetCurrentUserSidstr() {
+    std::wstring sid = kx::CurrentUserSid();
+    if (sid.empty()) {
+        kxutil::ThrowIfOutOfMemory(GetLastError());
+    }
+    return sid;
 }

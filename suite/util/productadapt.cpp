@@ -3,7 +3,6 @@
 
 #include "productprofile.h"
 
-#include <exception>
 #include <optional>
 #include <utility>
 
@@ -15,7 +14,7 @@ using kxutil::ProductProfile;
 
 // Loads the profile, asks it and writes the answer: the one way in which every query here ends.
 template <typename Answer, typename Question>
-int Ask(Answer& answer, const Question& question) try {
+int Ask(Answer& answer, const Question& question) {
     const ProductProfile profile = ProductProfile::Load();
     if (!profile.IsLoaded()) {
         return kNoProfile;
@@ -26,8 +25,6 @@ int Ask(Answer& answer, const Question& question) try {
     }
     answer = std::move(*found);
     return kOk;
-} catch (const std::exception&) {
-    return kNoProfile;
 }
 
 int AskFeature(bool& present, const char* name) {

@@ -2,6 +2,7 @@
 #include "productprofile.h"
 
 #include "common/win/modulepath.h"
+#include "outofmemory.h"
 #include "sdk/util/text.h"
 
 #include <windows.h>
@@ -18,7 +19,12 @@ constexpr char kProfileFile[] = "\\config\\ProductProfile.xml";
 std::string OwnFolder() {
     static constexpr char kSomethingOfThisModule = 0;
     const HMODULE module = kx::ModuleContaining(&kSomethingOfThisModule);
-    return module == nullptr ? std::string() : DE::UnicodeToANSI(kx::ModuleFolder(module).value_or(std::wstring()));
+    const std::optional<std::wstring> folder = module != nullptr ? kx::ModuleFolder(module) : std::nullopt;
+    if (!folder) {
+        kxutil::ThrowIfOutOfMemory(GetLastError());
+        return {};
+    }
+    return DE::UnicodeToANSI(*folder);
 }
 
 std::optional<std::string> Text(const KxXmlElement& element, const std::string& attribute) {

@@ -2,11 +2,11 @@
 #include "sdk/util/registry.h"
 
 #include "common/win/handle.h"
+#include "outofmemory.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <exception>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -29,7 +29,7 @@ const wchar_t* WithoutLeadingBackslash(const std::wstring& subKey) {
 
 kx::RegistryKey Open(HKEY root, const std::wstring& subKey, DWORD access) {
     HKEY key = nullptr;
-    if (!IsName(subKey) || RegOpenKeyExW(root, WithoutLeadingBackslash(subKey), 0, access, &key) != ERROR_SUCCESS) {
+    if (!IsName(subKey) || !kxutil::IsDone(RegOpenKeyExW(root, WithoutLeadingBackslash(subKey), 0, access, &key))) {
         return {};
     }
     return kx::RegistryKey(key);
@@ -48,7 +48,7 @@ kx::RegistryKey Create(HKEY root, const std::wstring& subKey, DWORD access) {
     if (status == ERROR_CHILD_MUST_BE_VOLATILE) {
         status = create(REG_OPTION_VOLATILE);
     }
-    return status == ERROR_SUCCESS ? kx::RegistryKey(key) : kx::RegistryKey();
+    return kx::RegistryKey(kxutil::IsDone(status) ? key : nullptr);
 }
 
 /** A value as it is stored. */
@@ -68,7 +68,7 @@ std::optional<StoredValue> Read(HKEY root, const std::wstring& subKey, const std
         auto size = static_cast<DWORD>(value.bytes.size());
         const LSTATUS status =
             RegQueryValueExW(key.Get(), name.c_str(), nullptr, &value.type, value.bytes.data(), &size);
-        if (status == ERROR_SUCCESS) {
+        if (kxutil::IsDone(status)) {
             value.bytes.resize(size);
             return value;
         }
@@ -96,8 +96,8 @@ bool Write(HKEY root, const std::wstring& subKey, const std::wstring& name, DWOR
         return false;
     }
     const auto key = Create(root, subKey, access);
-    return key && RegSetValueExW(key.Get(), name.c_str(), 0, type, static_cast<const BYTE*>(bytes),
-                                 static_cast<DWORD>(size)) == ERROR_SUCCESS;
+    return key && kxutil::IsDone(RegSetValueExW(key.Get(), name.c_str(), 0, type, static_cast<const BYTE*>(bytes),
+                                                static_cast<DWORD>(size)));
 }
 
 std::optional<std::vector<std::wstring>> SubKeysOf(HKEY key) {
@@ -109,7 +109,7 @@ std::optional<std::vector<std::wstring>> SubKeysOf(HKEY key) {
         if (status == ERROR_NO_MORE_ITEMS) {
             return names;
         }
-        if (status != ERROR_SUCCESS) {
+        if (!kxutil::IsDone(status)) {
             return std::nullopt;
         }
         names.emplace_back(name.data(), length);
@@ -143,10 +143,10 @@ bool Registry::OpenKey(HKEY root, const std::wstring& subKey, bool create) {
 }
 
 bool Registry::DeleteValue(const std::wstring& name) {
-    return m_key != nullptr && IsName(name) && RegDeleteValueW(m_key, name.c_str()) == ERROR_SUCCESS;
+    return m_key != nullptr && IsName(name) && kxutil::IsDone(RegDeleteValueW(m_key, name.c_str()));
 }
 
-bool Registry::EnumKeys(std::vector<std::wstring>& subKeys) const try {
+bool Registry::EnumKeys(std::vector<std::wstring>& subKeys) const {
     if (m_key == nullptr) {
         return false;
     }
@@ -156,12 +156,10 @@ bool Registry::EnumKeys(std::vector<std::wstring>& subKeys) const try {
     }
     subKeys = std::move(*names);
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
 bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, std::wstring& value,
-                        DWORD access) try {
+                        DWORD access) {
     const auto stored = Read(root, subKey, name, access);
     if (!stored || (stored->type != REG_SZ && stored->type != REG_EXPAND_SZ)) {
         return false;
@@ -171,35 +169,29 @@ bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstrin
     text.resize(std::min(text.size(), text.find(L'\0')));
     value = std::move(text);
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
-bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, int& value, DWORD access) try {
+bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, int& value, DWORD access) {
     const auto number = ReadNumber(root, subKey, name, access);
     if (!number) {
         return false;
     }
     value = static_cast<int>(*number);
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
 bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, unsigned long& value,
-                        DWORD access) try {
+                        DWORD access) {
     const auto number = ReadNumber(root, subKey, name, access);
     if (!number) {
         return false;
     }
     value = *number;
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
 bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, void* buffer, int size,
-                        int& returnedSize, DWORD access) try {
+                        int& returnedSize, DWORD access) {
     if (buffer == nullptr || size <= 0) {
         return false;
     }
@@ -210,8 +202,6 @@ bool Registry::GetValue(HKEY root, const std::wstring& subKey, const std::wstrin
     std::copy(stored->bytes.begin(), stored->bytes.end(), static_cast<unsigned char*>(buffer));
     returnedSize = static_cast<int>(stored->bytes.size());
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
 bool Registry::SetValue(HKEY root, const std::wstring& subKey, const std::wstring& name, const std::wstring& value,
@@ -224,7 +214,7 @@ bool Registry::SetValue(HKEY root, const std::wstring& subKey, const std::wstrin
     return Write(root, subKey, name, REG_DWORD, &value, sizeof value, access);
 }
 
-bool Registry::GetKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& subKeys, DWORD access) try {
+bool Registry::GetKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& subKeys, DWORD access) {
     const auto key = Open(root, subKey, access);
     if (!key) {
         return false;
@@ -235,8 +225,6 @@ bool Registry::GetKeys(HKEY root, const std::wstring& subKey, std::vector<std::w
     }
     subKeys = std::move(*names);
     return true;
-} catch (const std::exception&) {
-    return false;
 }
 
 } // namespace DE

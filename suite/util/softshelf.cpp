@@ -3,15 +3,11 @@
 
 #include "productprofile.h"
 
-#include <exception>
-
 ZLKSoftShelf* ZLKSoftShelf::GetInstance() {
     static ZLKSoftShelf instance;
     return &instance;
 }
 
-bool ZLKSoftShelf::IsSupportPlugin(const std::string& name) const try {
+bool ZLKSoftShelf::IsSupportPlugin(const std::string& name) const {
     return kxutil::ProductProfile::Load().ListsPlugin(name);
-} catch (const std::exception&) {
-    return false;
 }

@@ -7,9 +7,9 @@
 
 #include <array>
 #include <cstdlib>
-#include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 
 namespace DE {
@@ -32,14 +32,16 @@ char* WcharToChar(const wchar_t* text) {
         return nullptr;
     }
     std::unique_ptr<void, decltype(&std::free)> block(std::malloc(static_cast<size_t>(size)), &std::free);
-    if (!block ||
-        WideCharToMultiByte(CP_ACP, 0, text, -1, static_cast<char*>(block.get()), size, nullptr, nullptr) == 0) {
+    if (!block) {
+        throw std::bad_alloc();
+    }
+    if (WideCharToMultiByte(CP_ACP, 0, text, -1, static_cast<char*>(block.get()), size, nullptr, nullptr) == 0) {
         return nullptr;
     }
     return static_cast<char*>(block.release());
 }
 
-std::string UnicodeToANSI(const std::wstring& text) try {
+std::string UnicodeToANSI(const std::wstring& text) {
     if (!IsConvertible(text.size())) {
         return {};
     }
@@ -53,11 +55,9 @@ std::string UnicodeToANSI(const std::wstring& text) try {
         return {};
     }
     return narrow;
-} catch (const std::exception&) {
-    return {};
 }
 
-std::wstring ANSIToUnicode(const std::string& text) try {
+std::wstring ANSIToUnicode(const std::string& text) {
     if (!IsConvertible(text.size())) {
         return {};
     }
@@ -71,21 +71,17 @@ std::wstring ANSIToUnicode(const std::string& text) try {
         return {};
     }
     return wide;
-} catch (const std::exception&) {
-    return {};
 }
 
-std::string TrimSP(const std::string& text) try {
+std::string TrimSP(const std::string& text) {
     const size_t first = text.find_first_not_of(' ');
     if (first == std::string::npos) {
         return {};
     }
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
-} catch (const std::exception&) {
-    return {};
 }
 
-std::string LowerCase(const std::string& text) try {
+std::string LowerCase(const std::string& text) {
     std::string lower = text;
     for (char& character : lower) {
         if (character >= 'A' && character <= 'Z') {
@@ -93,11 +89,9 @@ std::string LowerCase(const std::string& text) try {
         }
     }
     return lower;
-} catch (const std::exception&) {
-    return {};
 }
 
-std::string GetRandomString(int length) try {
+std::string GetRandomString(int length) {
     constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     // Bytes from here on would make the first letters of the alphabet likelier than the others.
     constexpr size_t kFairBytes = 256 / kAlphabet.size() * kAlphabet.size();
@@ -118,8 +112,6 @@ std::string GetRandomString(int length) try {
         }
     }
     return random;
-} catch (const std::exception&) {
-    return {};
 }
 
 } // namespace DE

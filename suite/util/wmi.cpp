@@ -7,12 +7,19 @@
 // The WMI interfaces need the types of windows.h.
 #include <wbemcli.h>
 
-#include <exception>
 #include <new>
 
 namespace {
 
 constexpr long kAnswerTimeoutMs = 30'000;
+
+/** Whether a call of COM or WMI succeeded; no memory is std::bad_alloc. */
+bool HasSucceeded(HRESULT result) {
+    if (result == E_OUTOFMEMORY || result == static_cast<HRESULT>(WBEM_E_OUT_OF_MEMORY)) {
+        throw std::bad_alloc();
+    }
+    return SUCCEEDED(result);
+}
 
 kx::BString ToBString(const std::wstring& text) {
     kx::BString copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
@@ -35,7 +42,7 @@ public:
     /** The value as text; empty when it is null or has no text form. */
     std::wstring ToText() {
         if (m_value.vt == VT_NULL || m_value.vt == VT_EMPTY ||
-            FAILED(VariantChangeType(&m_value, &m_value, VARIANT_ALPHABOOL, VT_BSTR))) {
+            !HasSucceeded(VariantChangeType(&m_value, &m_value, VARIANT_ALPHABOOL, VT_BSTR))) {
             return {};
         }
         return {m_value.bstrVal, SysStringLen(m_value.bstrVal)};
@@ -56,13 +63,13 @@ namespace {
 
 kx::ComPtr<IWbemServices> Connect(const std::wstring& nameSpace) {
     kx::ComPtr<IWbemLocator> locator;
-    if (FAILED(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                reinterpret_cast<void**>(locator.Receive())))) {
+    if (!HasSucceeded(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                       reinterpret_cast<void**>(locator.Receive())))) {
         return {};
     }
     kx::ComPtr<IWbemServices> services;
-    if (FAILED(locator->ConnectServer(ToBString(nameSpace).Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                      services.Receive()))) {
+    if (!HasSucceeded(locator->ConnectServer(ToBString(nameSpace).Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                             services.Receive()))) {
         return {};
     }
     // WMI acts as the caller. Where the connection is no proxy there is nothing to set, and a failure is none.
@@ -73,37 +80,32 @@ kx::ComPtr<IWbemServices> Connect(const std::wstring& nameSpace) {
 
 } // namespace
 
-WMI::WMI(const std::wstring& nameSpace) {
-    try {
-        m_connection = std::make_unique<Connection>();
-        m_connection->services = Connect(nameSpace);
-    } catch (const std::exception&) {
-        m_connection.reset();
-    }
+WMI::WMI(const std::wstring& nameSpace) : m_connection(std::make_unique<Connection>()) {
+    static_cast<void>(HasSucceeded(m_connection->apartment.Result()));
+    m_connection->services = Connect(nameSpace);
 }
 
 WMI::~WMI() = default;
 
-std::wstring WMI::SelectStr(const std::wstring& query, const std::wstring& property) const try {
-    if (!m_connection || !m_connection->services) {
+std::wstring WMI::SelectStr(const std::wstring& query, const std::wstring& property) const {
+    if (!m_connection->services) {
         return {};
     }
     IWbemServices& services = *m_connection->services.Get();
     kx::ComPtr<IEnumWbemClassObject> rows;
-    if (FAILED(services.ExecQuery(ToBString(L"WQL").Get(), ToBString(query).Get(),
-                                  WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr, rows.Receive()))) {
+    if (!HasSucceeded(services.ExecQuery(ToBString(L"WQL").Get(), ToBString(query).Get(),
+                                         WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
+                                         rows.Receive()))) {
         return {};
     }
     kx::ComPtr<IWbemClassObject> row;
     ULONG count = 0;
-    if (rows->Next(kAnswerTimeoutMs, 1, row.Receive(), &count) != WBEM_S_NO_ERROR || count != 1) {
+    if (!HasSucceeded(rows->Next(kAnswerTimeoutMs, 1, row.Receive(), &count)) || count != 1) {
         return {};
     }
     OwnedVariant value;
-    if (FAILED(row->Get(property.c_str(), 0, value.Get(), nullptr, nullptr))) {
+    if (!HasSucceeded(row->Get(property.c_str(), 0, value.Get(), nullptr, nullptr))) {
         return {};
     }
     return value.ToText();
-} catch (const std::exception&) {
-    return {};
 }

@@ -6,7 +6,6 @@
 #include <tinyxml2.h>
 
 #include <cstring>
-#include <exception>
 #include <variant>
 #include <vector>
 
@@ -33,13 +32,11 @@ bool KxXmlAttribute::IsAttributeNull() const {
     return m_data == nullptr;
 }
 
-std::string KxXmlAttribute::Value() const try {
+std::string KxXmlAttribute::Value() const {
     if (!m_data) {
         return {};
     }
     return m_data->attribute->Value();
-} catch (const std::exception&) {
-    return {};
 }
 
 KxXmlElement::KxXmlElement() = default;
@@ -51,11 +48,9 @@ bool KxXmlElement::IsElementNull() const {
     return m_data == nullptr;
 }
 
-std::string KxXmlElement::Value() const try {
+std::string KxXmlElement::Value() const {
     const char* text = m_data ? m_data->element->GetText() : nullptr;
     return text != nullptr ? std::string(text) : std::string();
-} catch (const std::exception&) {
-    return {};
 }
 
 namespace {
@@ -72,37 +67,31 @@ bool IsName(const std::string& name) {
 
 } // namespace
 
-KxXmlElement KxXmlElement::FirstNode(const std::string& name) const try {
+KxXmlElement KxXmlElement::FirstNode(const std::string& name) const {
     const auto* child = m_data && IsName(name) ? m_data->element->FirstChildElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
     if (child != nullptr) {
         result.m_data = std::make_shared<const Data>(Data{m_data->document, child});
     }
     return result;
-} catch (const std::exception&) {
-    return {};
 }
 
-KxXmlElement KxXmlElement::NextSiblingElement(const std::string& name) const try {
+KxXmlElement KxXmlElement::NextSiblingElement(const std::string& name) const {
     const auto* sibling = m_data && IsName(name) ? m_data->element->NextSiblingElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
     if (sibling != nullptr) {
         result.m_data = std::make_shared<const Data>(Data{m_data->document, sibling});
     }
     return result;
-} catch (const std::exception&) {
-    return {};
 }
 
-KxXmlAttribute KxXmlElement::FirstAttribute(const std::string& name) const try {
+KxXmlAttribute KxXmlElement::FirstAttribute(const std::string& name) const {
     const auto* attribute = m_data && IsName(name) ? m_data->element->FindAttribute(name.c_str()) : nullptr;
     KxXmlAttribute result;
     if (attribute != nullptr) {
         result.m_data = std::make_shared<const KxXmlAttribute::Data>(KxXmlAttribute::Data{m_data->document, attribute});
     }
     return result;
-} catch (const std::exception&) {
-    return {};
 }
 
 KxXMLDocument::KxXMLDocument() = default;
@@ -138,7 +127,7 @@ std::variant<FileBytes, tinyxml2::XMLError> ReadWhole(const std::string& path) {
 
 } // namespace
 
-KxXmlError KxXMLDocument::LoadFile(const std::string& path) try {
+KxXmlError KxXMLDocument::LoadFile(const std::string& path) {
     m_data.reset();
     const auto content = ReadWhole(path);
     if (const auto* error = std::get_if<tinyxml2::XMLError>(&content)) {
@@ -156,17 +145,13 @@ KxXmlError KxXMLDocument::LoadFile(const std::string& path) try {
     }
     m_data = std::make_shared<Data>(Data{document});
     return tinyxml2::XML_SUCCESS;
-} catch (const std::exception&) {
-    return tinyxml2::XML_ERROR_FILE_READ_ERROR;
 }
 
-KxXmlElement KxXMLDocument::RootElement() const try {
+KxXmlElement KxXMLDocument::RootElement() const {
     const auto* root = m_data ? m_data->document->RootElement() : nullptr;
     KxXmlElement result;
     if (root != nullptr) {
         result.m_data = std::make_shared<const KxXmlElement::Data>(KxXmlElement::Data{m_data->document, root});
     }
     return result;
-} catch (const std::exception&) {
-    return {};
 }

@@ -3,11 +3,13 @@
 
 #include "../../suite/util/smbiostable.h"
 #include "firmwaretable.h"
+#include "support/childprocess.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <cstdio>
 #include <vector>
 
 namespace {
@@ -182,6 +184,22 @@ TEST(UtilSmBios, TextsOfTheMachine_AreThoseOfItsTable) {
     EXPECT_EQ(helper.GetSecSKU(), widen(table.ChassisSku()));
     EXPECT_EQ(helper.GetOemString1(), widen(table.FirstOemString()));
     EXPECT_EQ(helper.GetBIOSSysVersion(), widen(table.SystemVersion()));
+}
+
+using TableHook = kxtest::ImportHook<"KERNEL32.dll", "GetSystemFirmwareTable", decltype(GetSystemFirmwareTable)>;
+
+// The table is kept once it has been read, so that this needs a process of its own.
+const kxtest::ChildScenario kTableFailsOnce("tablefailsonce", [] {
+    {
+        const TableHook hook([](auto...) -> UINT { return 0; }, GetModuleHandleW(L"Util.dll"));
+        std::printf("[%ls]", SmBiosHelper::GetInstance()->GetSysSKU().c_str());
+    }
+    const firmwaretest::MachineTable table(Table(3, 2, {SystemStructure(), kEnd}));
+    std::printf("[%ls]", SmBiosHelper::GetInstance()->GetSysSKU().c_str());
+});
+
+TEST(SmBiosHelper, TableThatCannotBeReadOnce_IsReadByTheNextQuery) {
+    EXPECT_EQ(kxtest::RunChild("tablefailsonce").output, "[][SKU_C14]");
 }
 
 } // namespace

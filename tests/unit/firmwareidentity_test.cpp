@@ -643,9 +643,10 @@ const kxtest::ChildScenario kThrows("throws", [] {
     StoreSerial(std::wstring(L"SN-1"));
     protocol.Ask();
 });
-TEST(DeviceId, AnyCallThrows_EmptyAndNothingIsKept) {
-    ExpectScenario("throws", "DE::Registry::GetValue []\nWMI::WMI []\nWMI::SelectStr []\nDE::Registry::SetValue []\n"
-                             "DE::WcharToChar []\n" +
+TEST(DeviceId, AnyCallThrows_DefaultAndNothingIsKept) {
+    ExpectScenario("throws", "DE::Registry::GetValue [21111111111111111111]\nWMI::WMI [21111111111111111111]\n"
+                             "WMI::SelectStr [21111111111111111111]\nDE::Registry::SetValue [21111111111111111111]\n"
+                             "DE::WcharToChar [21111111111111111111]\n" +
                                  Id("SN-1") + ReadSerial());
 }
 

@@ -10,7 +10,7 @@
 
 /**
  * Static helpers over the current user's registry. Per-user keys are addressed under HKEY_USERS by the SID of the
- * user who owns the process. Nothing throws; may be called from any thread.
+ * user who owns the process. Nothing is thrown but std::bad_alloc; may be called from any thread.
  */
 class KXUTIL_API AccountUtil {
 public:

@@ -1,6 +1,7 @@
 /**
  * @file
- * File test and digest of Util.dll. Paths are in the process's ANSI code page.
+ * File test and digest of Util.dll. Paths are in the process's ANSI code page. Nothing is thrown but std::bad_alloc;
+ * both functions may be called from any thread.
  */
 #pragma once
 

@@ -8,7 +8,7 @@
 
 #include <string>
 
-/** Static queries about the running process. Nothing throws; may be called from any thread. */
+/** Static queries about the running process. Nothing is thrown but std::bad_alloc; may be called from any thread. */
 class KXUTIL_API KXPROCESS {
 public:
     KXPROCESS() = delete;

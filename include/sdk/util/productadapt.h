@@ -3,8 +3,8 @@
  * What product this machine is and what it can do (Util.dll).
  *
  * The answers come from "config\ProductProfile.xml" in the folder of the loaded Util.dll. Every call reads the
- * file afresh, so that a replaced profile takes effect at once. Texts are UTF-8. Nothing throws; every function may
- * be called from any thread. A function that fails leaves its output untouched.
+ * file afresh, so that a replaced profile takes effect at once. Texts are UTF-8. Nothing is thrown but
+ * std::bad_alloc; every function may be called from any thread. A function that fails leaves its output untouched.
  */
 #pragma once
 

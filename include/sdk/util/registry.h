@@ -17,7 +17,7 @@ namespace DE {
  * The registry, as an object that holds one open key and as static calls that open what they need.
  *
  * - Every key path may begin with one backslash, which is dropped; the registry itself refuses such a path.
- * - A function that fails returns false and leaves its outputs as they were. Nothing throws.
+ * - A function that fails returns false and leaves its outputs as they were. Nothing is thrown but std::bad_alloc.
  * - @c access is the mask that the key is opened with, exactly as given. A mask that the user is not granted makes
  *   the call fail.
  * - A text is read from REG_SZ and from REG_EXPAND_SZ (not expanded), whatever its length. It ends at the first zero
@@ -25,7 +25,7 @@ namespace DE {
  *   odd number of bytes is dropped. Any other type is a failure.
  * - A number is read from a REG_DWORD of four bytes alone. Any other type or size is a failure.
  * - A key that has to be made is kept on disk; below one that is not, such as "HARDWARE\DESCRIPTION", it lasts until
- * the machine is shut down, as everything there.
+ *   the machine is shut down, as everything there.
  * - A value that another process makes longer while it is read is read again.
  * - A path or a name that holds a zero character is refused.
  * - The static functions may be called from any thread; one object belongs to one thread at a time.

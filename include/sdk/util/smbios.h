@@ -9,9 +9,10 @@
 #include <string>
 
 /**
- * The texts that the suite uses from the SMBIOS table. The table is read from the firmware once, on first use, and
- * does not change while the process runs. Every text is as the firmware wrote it, each byte widened to one
- * character; it is empty when the table does not hold it. Nothing throws; may be called from any thread.
+ * The texts that the suite uses from the SMBIOS table. The table is read from the firmware on first use and
+ * kept while the process runs; one that could not be read is asked for again by the next call. Every text is as the
+ * firmware wrote it, each byte widened to one character; it is empty when the table does not hold it. Nothing is thrown
+ * but std::bad_alloc; may be called from any thread.
  */
 class KXUTIL_API SmBiosHelper {
 public:

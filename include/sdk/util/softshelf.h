@@ -10,7 +10,7 @@
 
 /**
  * The plug-ins that this installation supports, from the product profile, which every call reads afresh. Nothing
- * throws; may be called from any thread.
+ * is thrown but std::bad_alloc; may be called from any thread.
  */
 class KXUTIL_API ZLKSoftShelf {
 public:

@@ -1,6 +1,7 @@
 /**
  * @file
- * Text helpers of Util.dll. "Narrow" is the process's ANSI code page (CP_ACP) unless UTF-8 is said.
+ * Text helpers of Util.dll. "Narrow" is the process's ANSI code page (CP_ACP) unless UTF-8 is said. Nothing is thrown
+ * but std::bad_alloc; every function may be called from any thread.
  */
 #pragma once
 

@@ -12,7 +12,8 @@
 /**
  * A connection to one WMI namespace. It works on a thread of any apartment, or of none: it joins the multithreaded
  * apartment only where the thread has not entered one, and leaves what it entered. An object is made, used and
- * destroyed on one thread. Nothing throws; calls wait for WMI's answer, at most 30 seconds for a query's first row.
+ * destroyed on one thread. Nothing is thrown but std::bad_alloc; calls wait for WMI's answer, at most 30 seconds for a
+ * query's first row.
  */
 class KXUTIL_API WMI {
 public:

@@ -3,7 +3,8 @@
  * Read-only XML of Util.dll: a document and light-weight elements and attributes that point into it.
  *
  * Elements and attributes are values that may be copied freely and keep the document's tree alive.
- * Every query on a null element or attribute is safe and yields a null one or an empty text.
+ * Every query on a null element or attribute is safe and yields a null one or an empty text. Nothing is thrown but
+ * std::bad_alloc.
  */
 #pragma once
 
