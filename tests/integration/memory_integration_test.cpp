@@ -340,6 +340,7 @@ protected:
     void AddVersions();
     void AddTexts();
     void AddScaling();
+    void AddRestoring();
 };
 
 void AllFunctionsTest::AddAgreement() {
@@ -561,6 +562,17 @@ void AllFunctionsTest::AddTexts() {
 }
 
 void AllFunctionsTest::AddScaling() {
+    Reads("SystemEnvironment::ApplyDpiSetting", 1, 0, [] { return SystemEnvironment::ApplyDpiSetting(3); });
+    Reads("SystemEnvironment::GetLastestSystemDpi", true, false, [] {
+        int systemDpi = 0;
+        int step = 0;
+        return SystemEnvironment::GetLastestSystemDpi(&systemDpi, &step) && systemDpi == 96 && step == 3;
+    });
+    Writes("SystemEnvironment::SaveLastestSystemDpi", true, false,
+           [] { return SystemEnvironment::SaveLastestSystemDpi(120, 1); });
+}
+
+void AllFunctionsTest::AddRestoring() {
     const auto recorded = [this](const wchar_t* release, DWORD dpiThen) {
         return [this, release, dpiThen] { Host().RecordScaling(release, dpiThen, 2); };
     };
@@ -577,14 +589,6 @@ void AllFunctionsTest::AddScaling() {
             return display.requests == requests && display.step == step && answer ? 1 : -1;
         };
     };
-    Reads("SystemEnvironment::ApplyDpiSetting", 1, 0, [] { return SystemEnvironment::ApplyDpiSetting(3); });
-    Reads("SystemEnvironment::GetLastestSystemDpi", true, false, [] {
-        int systemDpi = 0;
-        int step = 0;
-        return SystemEnvironment::GetLastestSystemDpi(&systemDpi, &step) && systemDpi == 96 && step == 3;
-    });
-    Writes("SystemEnvironment::SaveLastestSystemDpi", true, false,
-           [] { return SystemEnvironment::SaveLastestSystemDpi(120, 1); });
     Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(0, 0));
     Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(0, 0), recorded(kSameRelease, 144));
     Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(1, 0), recorded(kOtherRelease, 144));
@@ -633,6 +637,11 @@ TEST_F(AllFunctionsTest, ScalingWithoutMemory_GiveFailureValuesAndNothingElse) {
     RunAll();
 }
 
+TEST_F(AllFunctionsTest, RestoringWithoutMemory_GiveFailureValuesAndNothingElse) {
+    AddRestoring();
+    RunAll();
+}
+
 TEST_F(AllFunctionsTest, RowsOfTheMatrix_AreAllThatIsExported) {
     AddAgreement();
     AddSettings();
@@ -641,6 +650,7 @@ TEST_F(AllFunctionsTest, RowsOfTheMatrix_AreAllThatIsExported) {
     AddVersions();
     AddTexts();
     AddScaling();
+    AddRestoring();
     std::set<std::string> rows{
         "AgreementSign::operator=", // nothing to copy
         "_ZTI13AgreementSign",
