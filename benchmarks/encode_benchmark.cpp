@@ -1,10 +1,13 @@
 // What a recorded picture costs: grabbing the screen, comparing it with the one before, encoding it, beside the
 // system's own JPEG encoder in the same run, and handing it to the file's thread while that writes a large replay. The
 // picture is screen-like: flat areas, edges and lines of text.
-#include "worker/capture/capture.h"
-#include "worker/capture/stopwatch.h"
+#include "worker/capture/difference.h"
+#include "worker/capture/gdicapture.h"
+#include "worker/file/fileformat.h"
 #include "worker/file/filesink.h"
-#include "worker/replay/replaybuffer.h"
+#include "worker/file/outputfile.h"
+#include "worker/replay/packetring.h"
+#include "worker/stopwatch.h"
 #include "worker/video/jpegencoder.h"
 
 #include <benchmark/benchmark.h>
@@ -23,7 +26,6 @@ using namespace kxvcr;
 constexpr std::uint32_t kWidth = 1280;
 constexpr std::uint32_t kHeight = 720;
 constexpr std::uint32_t kQuality = 80;
-constexpr std::size_t kBytesPerPixel = 4;
 
 double g_systemSeconds = 0; // of one picture, for the ratio
 
@@ -47,8 +49,8 @@ private:
     Interface* m_object = nullptr;
 };
 
-std::vector<std::byte> ScreenLikePicture() {
-    const PictureBuffer buffer = PictureBuffer::Create(kWidth, kHeight);
+PictureBuffer ScreenLikeBuffer() {
+    PictureBuffer buffer = PictureBuffer::Create(kWidth, kHeight);
     RECT all = {0, 0, static_cast<LONG>(kWidth), static_cast<LONG>(kHeight)};
     FillRect(buffer.Dc(), &all, static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH)));
     RECT bar = {0, 0, all.right, 60};
@@ -58,6 +60,11 @@ std::vector<std::byte> ScreenLikePicture() {
         TextOutW(buffer.Dc(), y % 60, y, kLine, static_cast<int>(std::size(kLine)) - 1);
     }
     GdiFlush();
+    return buffer;
+}
+
+std::vector<std::byte> ScreenLikePicture() {
+    const PictureBuffer buffer = ScreenLikeBuffer();
     return {buffer.Pixels().begin(), buffer.Pixels().end()};
 }
 
@@ -143,7 +150,7 @@ void Copy_InMemory(benchmark::State& state) {
 }
 BENCHMARK(Copy_InMemory)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-void Compare_Equal(benchmark::State& state) {
+void Compare_InMemory(benchmark::State& state) {
     const std::vector<std::byte> pixels = ScreenLikePicture();
     const std::vector<std::byte> other = pixels;
     Measure(state, [&] {
@@ -152,44 +159,67 @@ void Compare_Equal(benchmark::State& state) {
         benchmark::ClobberMemory();
     });
 }
-BENCHMARK(Compare_Equal)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Compare_InMemory)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void Compare_Worker(benchmark::State& state) {
+    const PictureBuffer before = ScreenLikeBuffer();
+    const PictureBuffer after = ScreenLikeBuffer();
+    Measure(state, [&] {
+        const std::optional<PictureRect> difference = DifferentRows(before, after);
+        benchmark::DoNotOptimize(difference);
+        benchmark::ClobberMemory();
+    });
+}
+BENCHMARK(Compare_Worker)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void Grab_Unchanged(benchmark::State& state) {
-    const auto capture = ScreenCapture::Create({{0, 0, kWidth, kHeight}, nullptr, false}, state.range(0) != 0);
-    if (capture == nullptr || capture->Take() == Grab::Failed) {
+    const auto pool = PicturePool::Create(2, kWidth, kHeight);
+    GdiCapture capture({{0, 0, kWidth, kHeight}, nullptr, false}, state.range(0) != 0);
+    const SharedPicture before = pool->TakeFree();
+    const SharedPicture next = pool->TakeFree();
+    if (capture.Take(*before, nullptr) == Grab::Failed) {
         state.SkipWithError("no screen");
         return;
     }
-    Measure(state, [&] { capture->Take(); });
+    Measure(state, [&] { capture.Take(*next, before.Get()); });
 }
 BENCHMARK(Grab_Unchanged)->ArgName("cursor")->Arg(0)->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-// Each round is one slot: a picture is handed over, and the rest of the slot is slept. What matters is the longest.
+SharedPacket PacketOf(std::uint64_t slot) {
+    constexpr std::size_t kPacketBytes = 200'000;
+    auto packet = std::make_shared<Packet>();
+    packet->isKey = true;
+    packet->time = SlotTime(slot, 60);
+    packet->bytes.resize(kPacketBytes);
+    return packet;
+}
+
+// Each round is one slot: a packet is handed over, and the rest of the slot is slept. What matters is the longest.
 void HandOver_WhileAReplayIsWritten(benchmark::State& state) {
     constexpr std::uint64_t kReplaySlots = 1000;
-    constexpr std::size_t kPictureBytes = 200'000;
     constexpr DWORD kSlotMs = 16;
     const std::filesystem::path path = std::filesystem::temp_directory_path() / L"kxreplaybenchmark.mkv";
     std::unique_ptr<OutputFile> file = DiskFile::Create(path);
-    std::unique_ptr<MatroskaWriter> writer = MatroskaWriter::Create(*file, {kWidth, kHeight, 60});
-    FileSink sink(std::move(file), std::move(writer), std::size_t{1} << 30);
-    ReplayBuffer replay(kReplaySlots, kReplayMemoryLimit);
-    std::vector<std::byte> picture(kPictureBytes);
+    const PictureFormat format{Codec::H264, kWidth, kHeight, 60, ColorMatrix::Bt709, std::vector<std::byte>(40)};
+    std::unique_ptr<MediaWriter> writer = CreateWriter(FileFormat::Matroska, *file, {format, {}}, MediaTime(0));
+    FileSink sink(std::move(file), std::move(writer), MediaTime(0), std::size_t{1} << 30,
+                  {[] { return MediaTime(0); }, [](const FileProgress&) {}, [] {}});
+    PacketRing replay(std::chrono::hours(1), kReplayMemoryLimit);
     std::uint64_t slot = 0;
-    const auto next = [&] {
-        std::memcpy(picture.data(), &slot, sizeof(slot));
-        return std::span<const std::byte>(picture);
-    };
     for (; slot < kReplaySlots; ++slot) {
-        replay.Add(slot, next());
+        replay.Add(PacketOf(slot));
     }
-    sink.Begin(replay.Take());
     sink.Start();
+    const std::size_t replayBytes = replay.Bytes();
+    for (const SharedPacket& packet : replay.Take(MediaTime(0))) {
+        sink.Add(packet);
+    }
     double longest = 0;
     double sum = 0;
     for ([[maybe_unused]] const auto _ : state) {
+        const SharedPacket packet = PacketOf(slot);
         const auto before = std::chrono::steady_clock::now();
-        sink.AddFrame(slot, next());
+        sink.Add(packet);
         const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - before;
         longest = std::max(longest, taken.count());
         sum += taken.count();
@@ -197,15 +227,16 @@ void HandOver_WhileAReplayIsWritten(benchmark::State& state) {
         Sleep(kSlotMs);
     }
     const auto stopped = std::chrono::steady_clock::now();
-    sink.Finish(slot);
+    sink.Finish(SlotTime(slot, 60));
     const std::chrono::duration<double, std::milli> finish = std::chrono::steady_clock::now() - stopped;
+    const FileStatistics& statistics = sink.Statistics();
     state.counters["longest_ms"] = longest;
     state.counters["mean_ms"] = sum / static_cast<double>(state.iterations());
-    state.counters["write_ms_each"] = MillisecondsEach(sink.Statistics().writeTicks, sink.Statistics().written);
-    state.counters["flush_ms_each"] = MillisecondsEach(sink.Statistics().flushTicks, sink.Statistics().flushes);
+    state.counters["write_ms_each"] = MillisecondsEach(statistics.writeTicks, statistics.packets);
+    state.counters["flush_ms_each"] = MillisecondsEach(statistics.diskFlushTicks, statistics.diskFlushes);
     state.counters["finish_ms"] = finish.count();
-    state.counters["replay_bytes"] = static_cast<double>(kReplaySlots * kPictureBytes);
-    sink.Discard();
+    state.counters["replay_bytes"] = static_cast<double>(replayBytes);
+    std::filesystem::remove(path);
 }
 BENCHMARK(HandOver_WhileAReplayIsWritten)->Iterations(5)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(HandOver_WhileAReplayIsWritten)->Iterations(120)->UseRealTime()->Unit(benchmark::kMillisecond);

@@ -6,6 +6,8 @@
 //   start live server   Prepared         Serving
 #include "worker/commands.h"
 
+#include "worker/parameters.h"
+
 #include "sdk/util/logtool.h"
 
 #include <log4cplus/loggingmacros.h>
@@ -16,20 +18,12 @@
 
 namespace kxvcr {
 
-namespace {
-
-std::int32_t ReplyOf(Result result) {
-    return static_cast<std::int32_t>(result);
-}
-
-} // namespace
-
 struct CommandHandler::Command {
     std::uint32_t messageId;
     const wchar_t* name;
     Progress acceptedWhile;
     Progress leadsTo;
-    std::int32_t (CommandHandler::*carryOut)(std::span<const std::byte>);
+    Answered (CommandHandler::*carryOut)(std::span<const std::byte>);
 };
 
 const CommandHandler::Command CommandHandler::kCommands[] = {
@@ -40,36 +34,39 @@ const CommandHandler::Command CommandHandler::kCommands[] = {
      &CommandHandler::StartLiveServer},
 };
 
-std::int32_t CommandHandler::Prepare(std::span<const std::byte> payload) {
+CommandHandler::Answered CommandHandler::Prepare(std::span<const std::byte> payload) {
     RecordSettings settings;
     const Result result = ReadPrepare(payload, m_device.Layout(), settings);
-    return ReplyOf(result == Result::Accepted ? m_device.Prepare(settings) : result);
+    return {result == Result::Accepted ? m_device.Prepare(settings) : result};
 }
 
-std::int32_t CommandHandler::StartLocalRecord(std::span<const std::byte> payload) {
+CommandHandler::Answered CommandHandler::StartLocalRecord(std::span<const std::byte> payload) {
     std::wstring path;
     const Result result = ReadLocalRecord(payload, path);
-    return ReplyOf(result == Result::Accepted ? m_device.StartFile(path) : result);
+    return {result == Result::Accepted ? m_device.StartFile(path) : result};
 }
 
-std::int32_t CommandHandler::StartLiveServer(std::span<const std::byte> payload) {
+CommandHandler::Answered CommandHandler::StartLiveServer(std::span<const std::byte> payload) {
     LiveSettings settings;
-    const Result result = ReadLiveServer(payload, settings);
-    return result == Result::Accepted ? m_device.StartLive(settings) : ReplyOf(result);
+    if (const Result result = ReadLiveServer(payload, settings); result != Result::Accepted) {
+        return {result};
+    }
+    const LiveStart start = m_device.StartLive(settings);
+    return {start.result, start.port};
 }
 
-std::int32_t CommandHandler::CarryOut(const Command& command, std::span<const std::byte> payload) noexcept {
+CommandHandler::Answered CommandHandler::CarryOut(const Command& command, std::span<const std::byte> payload) noexcept {
     if (m_progress != command.acceptedWhile) {
-        return ReplyOf(Result::WrongOrder);
+        return {Result::WrongOrder};
     }
     try {
-        const std::int32_t reply = (this->*command.carryOut)(payload);
-        if (reply >= 0) {
+        const Answered answered = (this->*command.carryOut)(payload);
+        if (answered.result == Result::Accepted) {
             m_progress = command.leadsTo;
         }
-        return reply;
+        return answered;
     } catch (const std::exception&) {
-        return ReplyOf(Result::OutOfResources);
+        return {Result::OutOfResources};
     }
 }
 
@@ -78,13 +75,15 @@ std::int32_t CommandHandler::Answer(std::uint32_t messageId, std::span<const std
                                        [messageId](const Command& known) { return known.messageId == messageId; });
     if (command == std::end(kCommands)) {
         LOG4CPLUS_WARN(GetLogger(), L"Unknown command " << messageId);
-        return ReplyOf(Result::UnknownCommand);
+        return static_cast<std::int32_t>(Result::UnknownCommand);
     }
-    const std::int32_t reply = CarryOut(*command, payload);
-    if (reply < 0) {
-        LOG4CPLUS_WARN(GetLogger(), L"Refused " << command->name << L" with result " << reply);
+    const Answered answered = CarryOut(*command, payload);
+    if (answered.result != Result::Accepted) {
+        LOG4CPLUS_WARN(GetLogger(),
+                       L"Refused " << command->name << L" with result " << static_cast<std::int32_t>(answered.result));
+        return static_cast<std::int32_t>(answered.result);
     }
-    return reply;
+    return answered.value;
 }
 
 } // namespace kxvcr

@@ -6,7 +6,7 @@
 
 #include "sdk/vcr/workerprotocol.h"
 #include "worker/capture/screenlayout.h"
-#include "worker/parameters.h"
+#include "worker/settings.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,9 +22,7 @@ public:
     virtual ScreenLayout Layout() const = 0;
     virtual Result Prepare(const RecordSettings& settings) = 0;
     virtual Result StartFile(const std::wstring& path) = 0;
-
-    /** @return the port that the server listens on, or a negative Result */
-    virtual std::int32_t StartLive(const LiveSettings& settings) = 0;
+    virtual LiveStart StartLive(const LiveSettings& settings) = 0;
 };
 
 /** How far the commands have come. Refused commands leave it as it was. */
@@ -42,7 +40,7 @@ public:
 
     /**
      * Carries out one command; a refusal is logged. Never throws.
-     * @return what to reply: a Result, or the positive value that the command's answer carries
+     * @return the number to reply: a Result, or the positive value that an accepted command's answer carries
      */
     std::int32_t Answer(std::uint32_t messageId, std::span<const std::byte> payload) noexcept;
 
@@ -50,10 +48,15 @@ private:
     struct Command;
     static const Command kCommands[];
 
-    std::int32_t CarryOut(const Command& command, std::span<const std::byte> payload) noexcept;
-    std::int32_t Prepare(std::span<const std::byte> payload);
-    std::int32_t StartLocalRecord(std::span<const std::byte> payload);
-    std::int32_t StartLiveServer(std::span<const std::byte> payload);
+    struct Answered {
+        Result result = Result::Accepted;
+        std::uint16_t value = 0; // what an accepted command's answer carries
+    };
+
+    Answered CarryOut(const Command& command, std::span<const std::byte> payload) noexcept;
+    Answered Prepare(std::span<const std::byte> payload);
+    Answered StartLocalRecord(std::span<const std::byte> payload);
+    Answered StartLiveServer(std::span<const std::byte> payload);
 
     RecordingDevice& m_device;
     Progress m_progress = Progress::Waiting;

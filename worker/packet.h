@@ -26,6 +26,12 @@ constexpr MediaTime SlotTime(std::uint64_t slot, std::uint32_t framesPerSecond) 
         whole * MediaTime::period::den + (rest * MediaTime::period::den + framesPerSecond / 2) / framesPerSecond));
 }
 
+/** The slots that are shown within @p length, which begins and ends with a slot up to rounding. */
+constexpr std::uint64_t SlotsIn(MediaTime length, std::uint32_t framesPerSecond) noexcept {
+    return (static_cast<std::uint64_t>(length.count()) * framesPerSecond + MediaTime::period::den / 2) /
+           MediaTime::period::den;
+}
+
 enum class Stream : std::uint8_t { Picture, Sound };
 
 enum class Codec : std::uint8_t {

@@ -2,8 +2,6 @@
 // payload has no alignment.
 #include "worker/parameters.h"
 
-#include "worker/replay/replaybuffer.h"
-
 #include "screenrecordproxy.h"
 
 #include <algorithm>

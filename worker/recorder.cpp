@@ -1,153 +1,82 @@
-// The recorder. One thread captures from prepare on when a replay is kept, else from the start of the file or of the
-// live server on. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails; both
-// leave a finished, closed file. The live server ends with Finish() alone.
+// The recorder. It captures from prepare on when a replay is kept, else from the start of the file or of the live
+// server on. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails, which ends
+// in Finish() as well; each leaves a finished, closed file. The live server ends with Finish() alone.
 #include "worker/recorder.h"
 
-#include "worker/capture/capture.h"
-#include "worker/capture/pacing.h"
-#include "worker/capture/stopwatch.h"
-#include "worker/file/matroskawriter.h"
+#include "worker/capture/gdicapture.h"
 #include "worker/file/outputfile.h"
-#include "worker/live/liveserver.h"
-#include "worker/video/jpegencoder.h"
+#include "worker/hostprocess.h"
+#include "worker/stopwatch.h"
+#include "worker/video/makeencoder.h"
 
 #include "sdk/util/logtool.h"
 
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
+#include <chrono>
+#include <optional>
 #include <system_error>
-#include <vector>
 
 namespace kxvcr {
 
 namespace {
 
-// What may wait for the disk beside a full replay buffer: some seconds of full screens.
+// What may wait for the disk beside a full replay: some seconds of full screens.
 constexpr std::size_t kQueueMemory = std::size_t{64} << 20;
 
-void LogSummary(const RecordStatistics& statistics) {
-    const std::uint64_t slots = statistics.captured + statistics.repeated + statistics.skipped;
-    LOG4CPLUS_INFO(
-        GetLogger(), L"Capture finished: "
-                         << slots << L" frames due, " << statistics.captured << L" captured (" << statistics.unchanged
-                         << L" unchanged), " << statistics.repeated << L" repeated, " << statistics.skipped
-                         << L" skipped; grab " << MillisecondsEach(statistics.grabTicks, statistics.captured)
-                         << L" ms, encode "
-                         << MillisecondsEach(statistics.encodeTicks, statistics.captured - statistics.unchanged)
-                         << L" ms each");
+constexpr std::uint32_t kBitsPerKilobit = 1000;
+
+// The first picture is encoded when nothing is recorded yet, at a moment before everything else.
+constexpr MediaTime kWarmUpTime = -std::chrono::seconds(1);
+
+void LogSummary(const FileSink& file) {
+    const FileStatistics& statistics = file.Statistics();
+    LOG4CPLUS_INFO(GetLogger(), L"File finished: "
+                                    << file.Progress().pictures << L" pictures, " << file.Progress().bytes
+                                    << L" bytes; write " << MillisecondsEach(statistics.writeTicks, statistics.packets)
+                                    << L" ms each, flush to the disk "
+                                    << MillisecondsEach(statistics.diskFlushTicks, statistics.diskFlushes)
+                                    << L" ms each; at most " << statistics.mostBytesWaiting << L" bytes waited");
 }
 
-// The screen as encoded pictures. A screen that cannot be read (locked, another desktop) shows its last picture.
-class ScreenPictures final : public PictureSource {
-public:
-    ScreenPictures(std::unique_ptr<ScreenCapture> capture, const RecordSettings& settings)
-        : m_capture(std::move(capture)),
-          m_encoder(settings.area.rect.width, settings.area.rect.height, settings.quality) {}
+EncoderSettings EncoderSettingsOf(const RecordSettings& settings) noexcept {
+    return {settings.area.rect.width, settings.area.rect.height, settings.framesPerSecond, settings.quality,
+            settings.bitRate * kBitsPerKilobit};
+}
 
-    std::span<const std::byte> Take(RecordStatistics& statistics) override {
-        ++statistics.captured;
-        Grab grab = Grab::Failed;
-        {
-            const Stopwatch watch(statistics.grabTicks);
-            grab = m_capture->Take();
-        }
-        NoteReadable(grab != Grab::Failed);
-        if (grab == Grab::Changed || m_stale) {
-            Encode(statistics);
-        } else {
-            ++statistics.unchanged;
-        }
-        return m_picture;
+// Makes the encoder and warms it up with a picture of the screen.
+MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const Picture& first) {
+    MadeEncoder made = MakeEncoder(codec, EncoderSettingsOf(settings));
+    if (made.encoder == nullptr) {
+        return made;
     }
+    const PictureBuffer& buffer = first.buffer;
+    const PictureView view{buffer.Pixels(), buffer.Width(), buffer.Height(), buffer.Stride(), kWarmUpTime, {}};
+    if (made.encoder->Encode(view, kWarmUpTime, true) == nullptr) {
+        return {nullptr, Result::EncoderFailed};
+    }
+    return made;
+}
+
+// Shows the server every new picture.
+class JpegFeed final : public PacketSink {
+public:
+    JpegFeed(LiveServer& server, LiveSource& source) noexcept : m_server(server), m_source(source) {}
+
+    bool Add(const SharedPacket&) override {
+        const SharedPacket jpeg = m_source.NewestJpeg();
+        return jpeg == nullptr || m_server.AddFrame(m_slot++, jpeg->bytes);
+    }
+    void Finish(MediaTime) override { m_server.Finish(m_slot); }
 
 private:
-    void Encode(RecordStatistics& statistics) {
-        const Stopwatch watch(statistics.encodeTicks);
-        const std::span<const std::byte> jpeg = m_encoder.Encode(m_capture->Pixels());
-        m_stale = jpeg.empty();
-        if (m_stale) {
-            LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder.LastError());
-            return;
-        }
-        m_picture.assign(jpeg.begin(), jpeg.end());
-    }
-
-    // One line for each change, not for each picture.
-    void NoteReadable(bool readable) {
-        if (readable == m_readable) {
-            return;
-        }
-        m_readable = readable;
-        if (readable) {
-            LOG4CPLUS_INFO(GetLogger(), L"The screen can be read again");
-        } else {
-            LOG4CPLUS_WARN(GetLogger(), L"The screen cannot be read; the last picture is repeated until it can");
-        }
-    }
-
-    std::unique_ptr<ScreenCapture> m_capture;
-    JpegEncoder m_encoder;
-    std::vector<std::byte> m_picture;
-    bool m_readable = true;
-    bool m_stale = true; // the captured pixels are newer than m_picture
+    LiveServer& m_server;
+    LiveSource& m_source;
+    std::uint64_t m_slot = 0;
 };
 
 } // namespace
-
-bool FrameLoop::Give(std::uint64_t slot) {
-    if (!m_sink.AddFrame(slot, m_picture)) {
-        return false;
-    }
-    ++m_statistics.written;
-    return true;
-}
-
-bool FrameLoop::Repeat(std::uint64_t from, std::uint64_t end) {
-    for (std::uint64_t slot = from; slot < end; ++slot) {
-        if (!Give(slot)) {
-            return false;
-        }
-        ++m_statistics.repeated;
-    }
-    return true;
-}
-
-bool FrameLoop::GiveUntilStopped(HANDLE stop) {
-    const FineTimerResolution fine;
-    const FrameTimer timer;
-    const FrameClock clock(NowTicks(), TicksPerSecond(), m_framesPerSecond);
-    m_picture = m_pictures.Take(m_statistics);
-    if (!Give(m_nextSlot++)) {
-        return false;
-    }
-    while (timer.WaitUntil(clock.DueTicks(m_nextSlot), stop)) {
-        const SlotPlan plan = clock.Plan(m_nextSlot, NowTicks());
-        m_statistics.skipped += plan.repeatFrom - m_nextSlot;
-        m_nextSlot = plan.capture;
-        if (!Repeat(plan.repeatFrom, plan.repeatEnd)) {
-            return false;
-        }
-        m_picture = m_pictures.Take(m_statistics);
-        if (!Give(m_nextSlot++)) {
-            return false;
-        }
-    }
-    const SlotPlan rest = clock.Plan(m_nextSlot, NowTicks());
-    m_nextSlot = rest.repeatEnd;
-    return Repeat(rest.repeatFrom, rest.repeatEnd);
-}
-
-bool FrameLoop::Run(HANDLE stop) {
-    const bool kept = GiveUntilStopped(stop);
-    m_sink.Finish(m_nextSlot);
-    return kept;
-}
-
-ScreenRecorder::ScreenRecorder() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-    if (!m_stop) {
-        throw std::bad_alloc();
-    }
-}
 
 ScreenRecorder::~ScreenRecorder() {
     Finish();
@@ -162,135 +91,235 @@ Result ScreenRecorder::Prepare(const RecordSettings& settings) {
     if (m_ended) {
         return Result::WrongOrder;
     }
-    std::unique_ptr<ScreenCapture> capture = ScreenCapture::Create(settings.area, settings.drawCursor);
-    if (capture == nullptr) {
+    PipelineParts parts;
+    parts.framesPerSecond = settings.framesPerSecond;
+    parts.source = std::make_unique<GdiCapture>(settings.area, settings.drawCursor);
+    parts.pictures = PicturePool::Create(kPicturesOfPipeline, settings.area.rect.width, settings.area.rect.height);
+    if (parts.pictures == nullptr) {
         return Result::OutOfResources;
     }
-    if (capture->Take() == Grab::Failed) {
+    const SharedPicture first = parts.pictures->TakeFree();
+    if (parts.source->Take(*first, nullptr) == Grab::Failed) {
         return Result::CaptureFailed;
     }
-    auto pictures = std::make_unique<ScreenPictures>(std::move(capture), settings);
-    RecordStatistics warmUp;
-    if (pictures->Take(warmUp).empty()) {
-        return Result::EncoderFailed;
+    MadeEncoder made = MakeReadyEncoder(settings.vp9Replay ? Codec::Vp9 : Codec::H264, settings, *first);
+    // Without a replay the file's name may ask for another encoder yet.
+    if (made.encoder == nullptr && (settings.replaySeconds != 0 || made.result != Result::EncoderMissing)) {
+        return made.result;
     }
-    m_pictures = std::move(pictures);
+    parts.encoder = std::move(made.encoder);
+    m_parts = std::move(parts);
     m_settings = settings;
     if (settings.replaySeconds == 0) {
         return Result::Accepted;
     }
-    m_sink.KeepReplay(std::uint64_t{settings.replaySeconds} * settings.framesPerSecond);
-    if (!StartCapturing()) {
-        m_pictures.reset();
-        return Result::OutOfResources;
+    m_hub.KeepReplay(std::chrono::seconds(settings.replaySeconds), kReplayMemoryLimit);
+    if (const Result result = StartCapturing(); result != Result::Accepted) {
+        m_parts = {};
+        return result;
     }
     LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
     return Result::Accepted;
 }
 
-std::unique_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path) const {
+// A replay has its encoder; otherwise the one that was made in advance is kept when it is the right one.
+Result ScreenRecorder::EnsureEncoder(Codec codec) {
+    if (m_pipeline != nullptr && m_pipeline->Format().codec != codec) {
+        LOG4CPLUS_ERROR(GetLogger(), L"The replay was kept for another format than the file's name asks for: "
+                                     L"for a .webm file it must be kept as VP9, and for no other");
+        return Result::UnknownFormat;
+    }
+    if (m_parts.encoder != nullptr && m_parts.encoder->Format().codec == codec) {
+        return Result::Accepted;
+    }
+    MadeEncoder made = MakeEncoder(codec, EncoderSettingsOf(m_settings));
+    if (made.encoder != nullptr) {
+        m_parts.encoder = std::move(made.encoder);
+    }
+    return made.result;
+}
+
+Result ScreenRecorder::StartCapturing() {
+    if (m_pipeline != nullptr) {
+        return Result::Accepted;
+    }
+    try {
+        m_pipeline = std::make_unique<Pipeline>(m_parts, m_hub);
+    } catch (const std::system_error&) {
+        return Result::OutOfResources;
+    }
+    m_running = m_pipeline.get();
+    return Result::Accepted;
+}
+
+Result ScreenRecorder::StartFile(const std::wstring& path) {
+    const std::lock_guard lock(m_mutex);
+    if (!CanStart()) {
+        return Result::WrongOrder;
+    }
+    const std::optional<FileFormat> format = FormatOfPath(path);
+    if (!format) {
+        LOG4CPLUS_ERROR(GetLogger(), L"The file's name must end in .mp4, .webm or .mkv: " << path);
+        return Result::UnknownFormat;
+    }
+    if (const Result result = EnsureEncoder(RowOf(*format).picture); result != Result::Accepted) {
+        return result;
+    }
+    const Result result = StartFile(path, *format);
+    if (result != Result::Accepted) {
+        m_hub.ReleaseReplay();
+        return result;
+    }
+    m_started = true;
+    LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path << L", which begins with "
+                                                 << std::chrono::duration<double>(m_liveStart).count()
+                                                 << L" seconds of replay");
+    return Result::Accepted;
+}
+
+Result ScreenRecorder::StartFile(const std::wstring& path, FileFormat format) {
+    MediaTime start{};
+    if (m_pipeline != nullptr) {
+        const MediaTime now = m_pipeline->NextSlotTime();
+        start = m_hub.HoldReplay(now);
+        m_liveStart = now - start;
+        m_droppedBefore = m_pipeline->Dropped();
+    }
+    const std::shared_ptr<FileSink> file = OpenFile(path, format, start);
+    if (file == nullptr) {
+        return Result::CannotCreateFile;
+    }
+    if (!m_board.Open(HostProcessId())) {
+        const DWORD error = GetLastError();
+        LOG4CPLUS_WARN(GetLogger(), L"The host cannot be told how the recording goes: error " << error);
+    }
+    Result result = Result::OutOfResources;
+    try {
+        result = Record(file, start);
+    } catch (const std::bad_alloc&) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot start the recording: no memory");
+    }
+    if (result != Result::Accepted) {
+        m_hub.Detach();
+        file->Discard();
+    }
+    return result;
+}
+
+Result ScreenRecorder::Record(const std::shared_ptr<FileSink>& file, MediaTime start) {
+    if (!file->Start() || !m_hub.SwitchTo(file, start)) {
+        return Result::OutOfResources;
+    }
+    if (const Result result = StartCapturing(); result != Result::Accepted) {
+        return result;
+    }
+    const std::lock_guard lock(m_limitMutex);
+    m_file = file;
+    m_file->LimitFinish(m_finishLimit);
+    return Result::Accepted;
+}
+
+std::shared_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path, FileFormat format, MediaTime start) {
     std::unique_ptr<DiskFile> file = DiskFile::Create(path);
     if (file == nullptr) {
         const DWORD error = GetLastError(); // before the log changes it
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
-    const ScreenRect& area = m_settings.area.rect;
-    std::unique_ptr<MatroskaWriter> writer =
-        MatroskaWriter::Create(*file, {area.width, area.height, m_settings.framesPerSecond});
+    std::unique_ptr<MediaWriter> writer = CreateWriter(format, *file, {m_parts.encoder->Format(), {}}, start);
     if (writer == nullptr) {
         const DWORD error = GetLastError();
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
         file->Discard();
         return nullptr;
     }
-    return std::make_unique<FileSink>(std::move(file), std::move(writer), kReplayMemoryLimit + kQueueMemory);
+    return std::make_shared<FileSink>(std::move(file), std::move(writer), start, kReplayMemoryLimit + kQueueMemory,
+                                      OwnerOfFile());
 }
 
-Result ScreenRecorder::StartFile(const std::wstring& path) {
-    const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_started) {
-        return Result::WrongOrder;
-    }
-    std::unique_ptr<FileSink> file = OpenFile(path);
-    if (file == nullptr) {
-        return Result::CannotCreateFile;
-    }
-    if (!file->Start() || !m_sink.SwitchTo(file)) {
-        file->Discard();
-        return Result::OutOfResources;
-    }
-    if (!StartCapturing()) {
-        m_sink.Detach()->Discard();
-        return Result::OutOfResources;
-    }
-    m_started = true;
-    LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path);
-    return Result::Accepted;
+FileSinkOwner ScreenRecorder::OwnerOfFile() {
+    FileSinkOwner owner;
+    owner.settled = [this] {
+        const Pipeline* const pipeline = m_running;
+        return pipeline == nullptr ? MediaTime(0) : pipeline->Settled();
+    };
+    owner.onProgress = [this](const FileProgress& progress) { ReportProgress(progress); };
+    owner.onCutShort = [this] {
+        m_cutShort = true;
+        if (m_cutShortCallback) {
+            m_cutShortCallback();
+        }
+    };
+    return owner;
 }
 
-std::int32_t ScreenRecorder::StartLive(const LiveSettings& settings) {
+void ScreenRecorder::ReportProgress(const FileProgress& progress) noexcept {
+    const Pipeline* const pipeline = m_running;
+    const std::uint64_t slots = SlotsIn(progress.length, m_settings.framesPerSecond);
+    RecordingStatus status;
+    status.pictures = progress.pictures;
+    status.repeats = slots - std::min(slots, progress.pictures);
+    status.dropped = pipeline == nullptr ? 0 : pipeline->Dropped() - m_droppedBefore;
+    status.liveStart = m_liveStart.count();
+    status.length = progress.length.count();
+    status.bytes = progress.bytes;
+    status.isFinished = progress.isFinished ? 1 : 0;
+    m_board.Write(status);
+}
+
+LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
     const std::lock_guard lock(m_mutex);
-    if (m_ended || m_pictures == nullptr || m_started) {
-        return static_cast<std::int32_t>(Result::WrongOrder);
+    if (!CanStart()) {
+        return {Result::WrongOrder};
     }
-    const ScreenRect& area = m_settings.area.rect;
-    auto live = std::make_unique<LiveServer>(area.width, area.height);
+    const Codec codec = m_parts.encoder != nullptr ? m_parts.encoder->Format().codec : Codec::H264;
+    if (const Result result = EnsureEncoder(codec); result != Result::Accepted) {
+        return {result};
+    }
+    auto feed = std::make_unique<LiveFeed>(m_parts.encoder->Format(), m_settings.quality);
+    auto live = std::make_unique<LiveServer>(m_settings.area.rect.width, m_settings.area.rect.height);
     const std::int32_t port = live->Start(settings);
     if (port < 0) {
-        return port;
+        return {static_cast<Result>(port)};
     }
-    if (!m_sink.SwitchTo(*live)) {
-        return static_cast<std::int32_t>(Result::OutOfResources);
+    if (!m_hub.SwitchToWithoutReplay(std::make_shared<JpegFeed>(*live, *feed))) {
+        return {Result::OutOfResources};
     }
-    if (!StartCapturing()) {
-        m_sink.Detach();
-        return static_cast<std::int32_t>(Result::OutOfResources);
+    if (const Result result = StartCapturing(); result != Result::Accepted) {
+        m_hub.Detach();
+        return {result};
     }
+    feed->Use(*m_pipeline);
+    m_liveFeed = std::move(feed);
     m_live = std::move(live);
     m_started = true;
-    return port;
-}
-
-bool ScreenRecorder::StartCapturing() noexcept {
-    if (m_thread.joinable()) {
-        return true;
-    }
-    try {
-        m_thread = std::thread(&ScreenRecorder::Capture, this);
-    } catch (const std::system_error&) {
-        return false;
-    }
-    return true;
-}
-
-void ScreenRecorder::Capture() noexcept {
-    FrameLoop loop(*m_pictures, m_sink, m_settings.framesPerSecond);
-    try {
-        loop.Run(m_stop.Get());
-        LogSummary(loop.Statistics());
-    } catch (const std::exception& failure) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Capturing ended early: " << failure.what());
-    }
-    m_sink.End();
-    if (m_sink.CutShort() && m_cutShortCallback) {
-        m_cutShortCallback();
-    }
+    return {Result::Accepted, static_cast<std::uint16_t>(port)};
 }
 
 void ScreenRecorder::LimitFinish(std::uint32_t milliseconds) noexcept {
-    m_sink.LimitFinish(NowTicks() + milliseconds * TicksPerSecond() / 1000);
+    const std::lock_guard lock(m_limitMutex);
+    m_finishLimit = NowTicks() + milliseconds * TicksPerSecond() / 1000;
+    if (m_file != nullptr) {
+        m_file->LimitFinish(m_finishLimit);
+    }
 }
 
 void ScreenRecorder::Finish() noexcept {
     const std::lock_guard lock(m_mutex);
-    m_ended = true;
-    SetEvent(m_stop.Get());
+    if (std::exchange(m_ended, true)) {
+        return;
+    }
     if (m_live != nullptr) {
         m_live->Stop();
     }
-    if (m_thread.joinable()) {
-        m_thread.join();
+    bool isLimited = false;
+    {
+        const std::lock_guard limitLock(m_limitMutex);
+        isLimited = m_finishLimit != INT64_MAX;
+    }
+    m_hub.Finish(m_pipeline == nullptr ? MediaTime(0) : m_pipeline->Stop(isLimited));
+    if (m_file != nullptr) {
+        LogSummary(*m_file);
     }
 }
 

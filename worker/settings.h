@@ -29,4 +29,10 @@ struct LiveSettings {
     bool allInterfaces = false; ///< else loopback only
 };
 
+/** What starting the live server came to. */
+struct LiveStart {
+    Result result = Result::Accepted;
+    std::uint16_t port = 0; ///< that the server listens on; 0 unless it was accepted
+};
+
 } // namespace kxvcr

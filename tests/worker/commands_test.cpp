@@ -14,7 +14,7 @@ namespace {
 
 using namespace kxvcr;
 
-constexpr std::int32_t kPort = 8080;
+constexpr std::uint16_t kPort = 8080;
 constexpr auto kWrongOrder = static_cast<std::int32_t>(Result::WrongOrder);
 
 // Notes what it is told and answers as it is told.
@@ -33,9 +33,9 @@ public:
         return answer;
     }
 
-    std::int32_t StartLive(const LiveSettings& settings) override {
+    LiveStart StartLive(const LiveSettings& settings) override {
         calls.push_back(L"live " + std::to_wstring(settings.port));
-        return answer == Result::Accepted ? kPort : static_cast<std::int32_t>(answer);
+        return {answer, answer == Result::Accepted ? kPort : std::uint16_t{0}};
     }
 
     std::vector<std::wstring> calls;

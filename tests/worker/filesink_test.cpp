@@ -2,198 +2,273 @@
 #include "worker/file/filesink.h"
 
 #include "common/win/handle.h"
-#include "matroskareader.h"
 #include "memoryfile.h"
-#include "worker/capture/pacing.h"
+#include "pipelinedoubles.h"
+#include "worker/stopwatch.h"
 
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
 
 namespace {
 
 using namespace kxvcr;
+using namespace std::chrono_literals;
+using kx::KernelHandle;
 using kxtest::ForwardingFile;
-using kxtest::MatroskaFile;
 using kxtest::MemoryFile;
-using kxtest::ReadMatroska;
+using kxtest::NumberIn;
+using kxtest::NumberPacket;
 
-constexpr VideoFormat kFormat{640, 360, 30};
+constexpr std::uint32_t kFramesPerSecond = 30;
 constexpr std::size_t kPictureBytes = 1000;
+constexpr std::size_t kCost = kPictureBytes + FileSink::kBytesPerPacket;
 constexpr std::size_t kPlenty = std::size_t{1} << 30;
 constexpr DWORD kLimitMs = 20'000;
 
-std::vector<std::byte> Picture(std::uint64_t slot) {
-    return std::vector<std::byte>(kPictureBytes, static_cast<std::byte>(slot % 251));
+MediaTime TimeOf(std::uint32_t slot) {
+    return SlotTime(slot, kFramesPerSecond);
 }
 
-// A disk whose writes wait while its gate is closed.
-class GatedFile final : public OutputFile {
+SharedPacket PictureOf(std::uint32_t slot) {
+    return NumberPacket(slot, TimeOf(slot), slot % 60 == 0, kPictureBytes);
+}
+
+// What a writer was told, kept beyond the writer's life.
+struct Told {
+    std::vector<std::uint32_t> numbers;
+    std::vector<MediaTime> flushes;
+    std::vector<std::size_t> numbersAtFlush;
+    std::vector<MediaTime> ends;
+    KernelHandle gate{CreateEventW(nullptr, TRUE, TRUE, nullptr)}; // a disk that waits while it is closed
+    std::size_t room = SIZE_MAX;                                   // packets until the disk is full
+    bool flushFails = false;
+};
+
+class TellingWriter final : public MediaWriter {
 public:
-    explicit GatedFile(MemoryFile& target) : m_target(target) {}
+    explicit TellingWriter(Told& told) : m_told(told) {}
 
-    bool WriteAt(std::uint64_t offset, std::span<const std::byte> source) override {
-        return WaitForSingleObject(gate.Get(), kLimitMs) == WAIT_OBJECT_0 && m_target.WriteAt(offset, source);
+    bool Add(const SharedPacket& packet) override {
+        WaitForSingleObject(m_told.gate.Get(), kLimitMs);
+        if (m_told.numbers.size() == m_told.room) {
+            SetLastError(ERROR_DISK_FULL);
+            return false;
+        }
+        m_told.numbers.push_back(NumberIn(packet->bytes));
+        return true;
     }
-    bool Truncate(std::uint64_t size) override { return m_target.Truncate(size); }
-    bool Flush() override { return m_target.Flush(); }
-    void Discard() noexcept override { m_target.Discard(); }
-
-    kx::KernelHandle gate{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    void Finish(MediaTime end) override { m_told.ends.push_back(end); }
+    bool Flush(MediaTime until) override {
+        m_told.flushes.push_back(until);
+        m_told.numbersAtFlush.push_back(m_told.numbers.size());
+        return !m_told.flushFails;
+    }
+    std::uint64_t Size() const noexcept override { return m_told.numbers.size() * kPictureBytes; }
 
 private:
-    MemoryFile& m_target;
+    Told& m_told;
 };
 
 class FileSinkTest : public testing::Test {
 protected:
-    std::unique_ptr<FileSink> Open(OutputFile& target, std::size_t memoryLimit = kPlenty) {
-        auto file = std::make_unique<ForwardingFile>(target);
-        auto writer = MatroskaWriter::Create(*file, kFormat);
-        auto sink = std::make_unique<FileSink>(std::move(file), std::move(writer), memoryLimit);
+    std::unique_ptr<FileSink> Open(std::size_t memoryLimit = kPlenty, MediaTime start = MediaTime(0)) {
+        FileSinkOwner owner;
+        owner.settled = [this] { return MediaTime(settled.load()); };
+        owner.onProgress = [this](const FileProgress& now) { progress.push_back(now); };
+        owner.onCutShort = [this] { SetEvent(cutShort.Get()); };
+        auto sink =
+            std::make_unique<FileSink>(std::make_unique<ForwardingFile>(disk), std::make_unique<TellingWriter>(told),
+                                       start, memoryLimit, std::move(owner));
         EXPECT_TRUE(sink->Start());
         return sink;
     }
-    static void ExpectFrames(const MatroskaFile& file, std::uint64_t firstSlot, std::uint64_t count) {
-        ASSERT_EQ(file.frames.size(), count);
-        for (std::uint64_t i = 0; i < count; ++i) {
-            EXPECT_EQ(file.frames[i].milliseconds, static_cast<std::int64_t>(i * 1000 / 30));
-            EXPECT_EQ(file.frames[i].bytes, Picture(firstSlot + i)) << i;
+    void Give(FileSink& sink, std::uint32_t from, std::uint32_t to) {
+        for (std::uint32_t slot = from; slot < to; ++slot) {
+            ASSERT_TRUE(sink.Add(PictureOf(slot)));
+            settled = TimeOf(slot + 1).count();
         }
     }
+    void ExpectSlots(std::uint32_t from, std::uint32_t to) const {
+        ASSERT_EQ(told.numbers.size(), to - from);
+        for (std::uint32_t i = 0; i < told.numbers.size(); ++i) {
+            ASSERT_EQ(told.numbers[i], from + i);
+        }
+    }
+    void WaitForCutShort() const { ASSERT_EQ(WaitForSingleObject(cutShort.Get(), kLimitMs), WAIT_OBJECT_0); }
+    void Wait(DWORD milliseconds) const { WaitForSingleObject(never.Get(), milliseconds); }
 
     MemoryFile disk;
+    Told told;
+    std::atomic<std::int64_t> settled = 0;
+    std::vector<FileProgress> progress;
+    KernelHandle cutShort{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    KernelHandle never{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
-TEST_F(FileSinkTest, PicturesAndBacklog_AreWrittenInOrderFromTimeZero) {
-    PictureQueue backlog;
-    for (std::uint64_t slot = 500; slot < 560; ++slot) {
-        backlog.Add(slot, Picture(slot));
-    }
-    const auto sink = Open(disk);
+TEST_F(FileSinkTest, Packets_AreWrittenInOrderAndTheFileIsFinished) {
+    const auto sink = Open();
 
-    sink->Begin(std::move(backlog));
-    for (std::uint64_t slot = 560; slot < 600; ++slot) {
-        EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
-    }
-    sink->Finish(600);
+    Give(*sink, 0, 100);
+    sink->Finish(TimeOf(101));
 
-    const MatroskaFile file = ReadMatroska(disk.bytes);
-    ExpectFrames(file, 500, 100);
-    EXPECT_EQ(file.durationMs, 3333.0);
-    EXPECT_TRUE(file.segmentEndsWithFile);
-    EXPECT_EQ(file.cuePositions, file.clusterPositions);
-    EXPECT_EQ(sink->Statistics().written, 100u);
+    ExpectSlots(0, 100);
+    EXPECT_EQ(told.ends, std::vector<MediaTime>{TimeOf(101)});
     EXPECT_FALSE(sink->CutShort());
     EXPECT_GE(disk.flushes, 1u);
 }
 
-TEST_F(FileSinkTest, SlowDisk_DelaysNoPicture) {
-    GatedFile slow(disk);
-    const auto sink = Open(slow);
-    ResetEvent(slow.gate.Get());
+TEST_F(FileSinkTest, FirstPicture_IsFlushedAtOnce) {
+    const auto sink = Open();
 
-    for (std::uint64_t slot = 0; slot < 90; ++slot) {
-        EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
+    sink->Add(PictureOf(0));
+    sink->Finish(TimeOf(1));
+
+    ASSERT_FALSE(told.numbersAtFlush.empty());
+    EXPECT_EQ(told.numbersAtFlush.front(), 1u);
+}
+
+TEST_F(FileSinkTest, RunningRecording_IsFlushedAtLeastTwiceASecondAlsoWhenNothingComes) {
+    const auto sink = Open();
+    sink->Add(PictureOf(0));
+    settled = TimeOf(60).count();
+
+    Wait(2200);
+    sink->Finish(TimeOf(60));
+
+    EXPECT_GE(told.flushes.size(), 5u);
+    EXPECT_EQ(told.flushes.back(), TimeOf(60));
+    EXPECT_GE(disk.flushes, 2u); // after each second, and at the end
+    EXPECT_LE(disk.flushes, 4u);
+}
+
+TEST_F(FileSinkTest, Flush_ClaimsNoMomentWhosePictureStillWaits) {
+    const auto sink = Open();
+    ResetEvent(told.gate.Get());
+    Give(*sink, 0, 90);
+
+    SetEvent(told.gate.Get());
+    sink->Finish(TimeOf(90));
+
+    for (std::size_t i = 0; i < told.flushes.size(); ++i) {
+        EXPECT_LE(told.flushes[i], TimeOf(static_cast<std::uint32_t>(told.numbersAtFlush[i]))) << i;
     }
-    EXPECT_LT(ReadMatroska(disk.bytes).frames.size(), 2u);
-    SetEvent(slow.gate.Get());
-    sink->Finish(90);
+}
 
-    ExpectFrames(ReadMatroska(disk.bytes), 0, 90);
+TEST_F(FileSinkTest, SlowDisk_DelaysNobody) {
+    const auto sink = Open();
+    ResetEvent(told.gate.Get());
+
+    Give(*sink, 0, 90);
+    EXPECT_LT(told.numbers.size(), 2u);
+    SetEvent(told.gate.Get());
+    sink->Finish(TimeOf(90));
+
+    ExpectSlots(0, 90);
     EXPECT_GT(sink->Statistics().mostBytesWaiting, 80 * kPictureBytes);
 }
 
 TEST_F(FileSinkTest, FullQueue_WaitsForTheDiskAndLosesNothing) {
-    const auto sink = Open(disk, 3 * kPictureBytes);
+    const auto sink = Open(3 * kCost);
 
-    for (std::uint64_t slot = 0; slot < 300; ++slot) {
-        EXPECT_TRUE(sink->AddFrame(slot, Picture(slot)));
-    }
-    sink->Finish(300);
+    Give(*sink, 0, 300);
+    sink->Finish(TimeOf(300));
 
-    ExpectFrames(ReadMatroska(disk.bytes), 0, 300);
-    EXPECT_LT(sink->Statistics().mostBytesWaiting, 5 * (kPictureBytes + PictureQueue::kBytesPerPicture));
+    ExpectSlots(0, 300);
+    EXPECT_LE(sink->Statistics().mostBytesWaiting, 4 * kCost);
 }
 
-TEST_F(FileSinkTest, FullDisk_RefusesPicturesAndLeavesAFinishedFile) {
-    disk.capacity = 20 * kPictureBytes;
-    const auto sink = Open(disk, 3 * kPictureBytes);
+TEST_F(FileSinkTest, FullDisk_SaysSoAtOnceAndRefusesPackets) {
+    told.room = 20;
+    const auto sink = Open();
+    Give(*sink, 0, 21);
 
-    std::uint64_t slot = 0;
-    while (slot < 100 && sink->AddFrame(slot, Picture(slot))) {
-        ++slot;
-    }
-    EXPECT_LT(slot, 25u);
-    sink->Finish(slot);
+    WaitForCutShort();
+    EXPECT_FALSE(sink->Add(PictureOf(21)));
+    sink->Finish(TimeOf(22));
 
     EXPECT_TRUE(sink->CutShort());
-    const MatroskaFile file = ReadMatroska(disk.bytes);
-    ExpectFrames(file, 0, sink->Statistics().written);
-    EXPECT_GT(file.frames.size(), 15u);
-    EXPECT_TRUE(file.segmentEndsWithFile);
-    EXPECT_FALSE(file.hasTornEnd);
+    ExpectSlots(0, 20);
+    EXPECT_EQ(told.ends, std::vector<MediaTime>{TimeOf(20)});
+    EXPECT_TRUE(progress.back().isFinished);
+    EXPECT_EQ(progress.back().length, TimeOf(20));
+}
+
+TEST_F(FileSinkTest, FullDiskWhileNothingComes_IsNoticed) {
+    told.flushFails = true;
+    const auto sink = Open();
+    sink->Add(PictureOf(0));
+
+    WaitForCutShort();
+    sink->Finish(TimeOf(1));
+
+    EXPECT_TRUE(sink->CutShort());
 }
 
 TEST_F(FileSinkTest, FinishThatTakesTooLong_LeavesTheRestOut) {
-    GatedFile slow(disk);
-    const auto sink = Open(slow);
-    ResetEvent(slow.gate.Get());
-    for (std::uint64_t slot = 0; slot < 90; ++slot) {
-        sink->AddFrame(slot, Picture(slot));
-    }
+    const auto sink = Open();
+    ResetEvent(told.gate.Get());
+    Give(*sink, 0, 90);
 
     sink->LimitFinish(NowTicks());
-    SetEvent(slow.gate.Get());
-    sink->Finish(90);
+    SetEvent(told.gate.Get());
+    sink->Finish(TimeOf(90));
 
     EXPECT_TRUE(sink->CutShort());
-    const MatroskaFile file = ReadMatroska(disk.bytes);
-    EXPECT_LE(file.frames.size(), 1u);
-    EXPECT_TRUE(file.segmentEndsWithFile);
+    EXPECT_LE(told.numbers.size(), 1u);
+    EXPECT_EQ(told.ends.size(), 1u);
+    EXPECT_LE(told.ends[0], TimeOf(1));
 }
 
 TEST_F(FileSinkTest, FinishWithALimit_DoesNotWaitForTheDisk) {
-    const auto sink = Open(disk);
-    sink->AddFrame(0, Picture(0));
+    const auto sink = Open();
+    Give(*sink, 0, 1);
 
     sink->LimitFinish(NowTicks() + 3600 * TicksPerSecond());
-    sink->Finish(1);
+    sink->Finish(TimeOf(1));
 
     EXPECT_EQ(disk.flushes, 0u);
     EXPECT_FALSE(sink->CutShort());
-    ExpectFrames(ReadMatroska(disk.bytes), 0, 1);
+    ExpectSlots(0, 1);
+}
+
+TEST_F(FileSinkTest, Progress_CountsThePicturesThatAreShown) {
+    const auto sink = Open(kPlenty, TimeOf(10)); // pictures 0 to 9 are there to be decoded, 10 is the first on show
+
+    Give(*sink, 0, 30);
+    sink->Finish(TimeOf(40));
+
+    EXPECT_EQ(progress.back().pictures, 20u);
+    EXPECT_EQ(progress.back().length, TimeOf(40) - TimeOf(10));
+    EXPECT_EQ(progress.back().bytes, 30 * kPictureBytes);
+    EXPECT_TRUE(progress.back().isFinished);
+}
+
+TEST_F(FileSinkTest, StartBetweenTwoPictures_ShowsTheOneBefore) {
+    const auto sink = Open(kPlenty, TimeOf(10) - MediaTime(1));
+
+    Give(*sink, 0, 30);
+    sink->Finish(TimeOf(40));
+
+    EXPECT_EQ(progress.back().pictures, 21u);
 }
 
 TEST_F(FileSinkTest, WithoutPictures_TheFileIsFinished) {
-    const auto sink = Open(disk);
+    const auto sink = Open();
 
-    sink->Finish(0);
+    sink->Finish(MediaTime(0));
 
-    EXPECT_TRUE(ReadMatroska(disk.bytes).segmentEndsWithFile);
+    EXPECT_EQ(told.ends.size(), 1u);
     EXPECT_FALSE(sink->CutShort());
 }
 
 TEST_F(FileSinkTest, Discard_RemovesTheFile) {
-    const auto sink = Open(disk);
+    const auto sink = Open();
 
     sink->Discard();
 
     EXPECT_TRUE(disk.isDiscarded);
-}
-
-TEST_F(FileSinkTest, LongRecording_ReachesTheDiskAboutOnceASecond) {
-    const FrameTimer timer;
-    const kx::KernelHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const auto sink = Open(disk);
-    const FrameClock clock(NowTicks(), TicksPerSecond(), kFormat.framesPerSecond);
-
-    for (std::uint64_t slot = 0; slot < 75; ++slot) {
-        timer.WaitUntil(clock.DueTicks(slot), never.Get());
-        sink->AddFrame(slot, Picture(slot));
-    }
-    sink->Finish(75);
-
-    EXPECT_GE(disk.flushes, 3u); // after one and two seconds, and at the end
-    EXPECT_LE(disk.flushes, 4u);
 }
 
 } // namespace

@@ -1,110 +1,190 @@
-// The recording loop: a picture for every slot, whatever the source and the sink do.
-#include "worker/recorder.h"
+// The capture: a picture for every slot in which something changed, whatever the screen and the encoder do.
+#include "worker/capture/frameloop.h"
 
 #include "common/win/handle.h"
+#include "pipelinedoubles.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <thread>
 #include <vector>
 
 namespace {
 
 using namespace kxvcr;
+using kxtest::NumberIn;
+using kxtest::NumberSource;
 
 constexpr std::uint32_t kFramesPerSecond = 50;
 
-// Ends the recording with its last picture. One picture may take long.
-class FakePictures final : public PictureSource {
-public:
-    FakePictures(HANDLE stop, std::uint64_t count) : m_stop(stop), m_left(count) {}
-
-    std::span<const std::byte> Take(RecordStatistics& statistics) override {
-        ++statistics.captured;
-        if (statistics.captured == slowPicture) {
-            WaitForSingleObject(m_stop, slowMs);
-        }
-        if (--m_left == 0) {
-            SetEvent(m_stop);
-        }
-        m_picture.assign(1, static_cast<std::byte>(statistics.captured));
-        return m_picture;
-    }
-
-    std::uint64_t slowPicture = 0;
-    DWORD slowMs = 0;
-
-private:
-    HANDLE m_stop;
-    std::uint64_t m_left;
-    std::vector<std::byte> m_picture;
-};
-
-class FakeSink final : public FrameSink {
-public:
-    bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override {
-        if (slots.size() == room) {
-            return false;
-        }
-        slots.push_back(slot);
-        pictures.push_back(std::to_integer<int>(jpeg[0]));
-        return true;
-    }
-    void Finish(std::uint64_t endSlot) override { ends.push_back(endSlot); }
-
-    std::size_t room = SIZE_MAX;
-    std::vector<std::uint64_t> slots;
-    std::vector<int> pictures;
-    std::vector<std::uint64_t> ends;
+struct Seen {
+    std::uint32_t number;
+    MediaTime time;
+    bool isKey;
 };
 
 class FrameLoopTest : public testing::Test {
 protected:
-    void ExpectEverySlotOnce() {
-        for (std::size_t i = 0; i < sink.slots.size(); ++i) {
-            EXPECT_EQ(sink.slots[i], i);
+    FrameLoopTest() : pool(PicturePool::Create(PictureQueue::kMost + 2, kxtest::kNumberWidth, kxtest::kNumberHeight)) {}
+
+    // Runs until the look at which the source stops it, with a thread that takes what is handed on.
+    void Run(NumberSource& source) {
+        loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond);
+        std::jthread taker([this] {
+            while (const auto picture = queue.Take()) {
+                seen.push_back({NumberIn(picture->picture->buffer.Pixels()), picture->time, picture->isKey});
+            }
+        });
+        end = loop->Run(stop.Get());
+        queue.Close(false);
+    }
+    void StopAt(int look, int last) const {
+        if (look == last) {
+            SetEvent(stop.Get());
         }
     }
+    void Wait(DWORD milliseconds) const { WaitForSingleObject(never.Get(), milliseconds); }
 
     kx::KernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
-    FakeSink sink;
+    kx::KernelHandle never{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    std::unique_ptr<PicturePool> pool;
+    PictureQueue queue;
+    std::unique_ptr<FrameLoop> loop;
+    std::vector<Seen> seen;
+    MediaTime end{};
 };
 
-TEST_F(FrameLoopTest, Stop_FinishesTheSinkBehindTheLastSlot) {
-    FakePictures pictures(stop.Get(), 5);
-    FrameLoop loop(pictures, sink, kFramesPerSecond);
+TEST_F(FrameLoopTest, EachChange_IsHandedOnOnceWithTheTimeOfItsSlot) {
+    NumberSource source([this](int look) {
+        StopAt(look, 6);
+        return look;
+    });
 
-    EXPECT_TRUE(loop.Run(stop.Get()));
+    Run(source);
 
-    ExpectEverySlotOnce();
-    EXPECT_EQ(sink.ends, std::vector<std::uint64_t>{sink.slots.size()});
-    EXPECT_EQ(loop.Statistics().captured, 5u);
-    EXPECT_EQ(loop.Statistics().captured + loop.Statistics().repeated, loop.Statistics().written);
+    ASSERT_EQ(seen.size(), 6u);
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].number, i + 1);
+        EXPECT_EQ(seen[i].time.count() % SlotTime(1, kFramesPerSecond).count(), 0);
+        EXPECT_TRUE(i == 0 || seen[i].time > seen[i - 1].time);
+    }
+    EXPECT_EQ(seen.front().time, MediaTime(0));
+    EXPECT_GT(end, seen.back().time);
+    EXPECT_EQ(loop->Dropped(), 0u);
 }
 
-TEST_F(FrameLoopTest, SlowPicture_IsFollowedByRepeatsInTheMissedSlots) {
-    FakePictures pictures(stop.Get(), 4);
-    pictures.slowPicture = 2;
-    pictures.slowMs = 200; // ten slots
-    FrameLoop loop(pictures, sink, kFramesPerSecond);
+TEST_F(FrameLoopTest, NothingChanges_NothingIsHandedOnAndTimeGoesOn) {
+    NumberSource source([this](int look) {
+        StopAt(look, 10);
+        return 7;
+    });
 
-    EXPECT_TRUE(loop.Run(stop.Get()));
+    Run(source);
 
-    ExpectEverySlotOnce();
-    EXPECT_GE(loop.Statistics().repeated, 8u);
-    ASSERT_GE(sink.pictures.size(), 9u);
-    EXPECT_EQ(std::count(sink.pictures.begin() + 1, sink.pictures.begin() + 9, 2), 8);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(loop->Statistics().unchanged, 9u);
+    EXPECT_GE(end, SlotTime(10, kFramesPerSecond));
+    EXPECT_EQ(queue.Settled(), SlotTime(10, kFramesPerSecond));
 }
 
-TEST_F(FrameLoopTest, SinkThatRefuses_EndsTheLoop) {
-    FakePictures pictures(stop.Get(), 100);
-    sink.room = 3;
-    FrameLoop loop(pictures, sink, kFramesPerSecond);
+TEST_F(FrameLoopTest, KeyIsAskedForWhileNothingChanges_TheSamePictureComesAgainOnce) {
+    NumberSource source([this](int look) {
+        if (look == 4) {
+            loop->RequestKey();
+        }
+        StopAt(look, 8);
+        return 7;
+    });
 
-    EXPECT_FALSE(loop.Run(stop.Get()));
+    Run(source);
 
-    EXPECT_EQ(loop.Statistics().written, 3u);
-    EXPECT_EQ(sink.ends.size(), 1u);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_FALSE(seen[0].isKey);
+    EXPECT_TRUE(seen[1].isKey);
+    EXPECT_EQ(seen[1].number, 7u);
+    EXPECT_GT(seen[1].time, seen[0].time);
+}
+
+TEST_F(FrameLoopTest, ScreenThatCannotBeRead_KeepsThePictureBefore) {
+    NumberSource source([this](int look) {
+        StopAt(look, 6);
+        return look < 3 || look > 4 ? 1 + look / 5 : -1;
+    });
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[1].number, 2u);
+}
+
+TEST_F(FrameLoopTest, SlowLook_IsForALaterSlotThatTheClockSays) {
+    NumberSource source([this](int look) {
+        if (look == 2) {
+            Wait(200); // ten slots
+        }
+        StopAt(look, 3);
+        return look;
+    });
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_GE(seen[2].time - seen[1].time, SlotTime(9, kFramesPerSecond));
+    EXPECT_GE(loop->Statistics().missed, 8u);
+}
+
+TEST_F(FrameLoopTest, EverySecondSlot_IsLookedAtWhenAsked) {
+    NumberSource source([this](int look) {
+        if (look == 1) {
+            loop->TakeEvery(2);
+        }
+        StopAt(look, 5);
+        return look;
+    });
+
+    Run(source);
+
+    for (std::size_t i = 1; i < seen.size(); ++i) {
+        EXPECT_GE(seen[i].time - seen[i - 1].time, SlotTime(2, kFramesPerSecond));
+    }
+    EXPECT_GE(loop->Statistics().spared, 4u);
+}
+
+TEST_F(FrameLoopTest, NewestPicture_IsThereForOthers) {
+    NumberSource source([this](int look) {
+        StopAt(look, 3);
+        return look;
+    });
+
+    Run(source);
+
+    const SharedPicture newest = loop->Newest();
+    ASSERT_TRUE(newest);
+    EXPECT_EQ(NumberIn(newest->buffer.Pixels()), 3u);
+    EXPECT_EQ(newest->number, 3u);
+}
+
+// Without anybody who takes them, the queue fills up; what changes in the meantime is found when there is room again.
+TEST_F(FrameLoopTest, FullQueue_DropsSlotsWithoutALookAndFindsTheChangeLater) {
+    int looks = 0;
+    NumberSource source([&looks](int look) { return looks = look; });
+    loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond);
+    std::jthread capture([this] { end = loop->Run(stop.Get()); });
+
+    while (loop->Dropped() < 5) {
+        Wait(1);
+    }
+    const int looksWhileFull = looks;
+    const auto first = queue.Take();
+    const auto second = queue.Take();
+    const auto third = queue.Take();
+    SetEvent(stop.Get());
+    capture.join();
+
+    EXPECT_EQ(looksWhileFull, static_cast<int>(PictureQueue::kMost));
+    ASSERT_TRUE(first && second && third);
+    EXPECT_EQ(NumberIn(third->picture->buffer.Pixels()), 3u);
+    EXPECT_GE(third->time - second->time, SlotTime(5, kFramesPerSecond));
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // The frame clock's arithmetic and its wait.
 #include "worker/capture/pacing.h"
 
+#include "worker/stopwatch.h"
+
 #include "common/win/handle.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +10,6 @@
 namespace {
 
 using kxvcr::FrameClock;
-using kxvcr::SlotPlan;
 
 constexpr std::int64_t kStart = 5'000'000'123;
 constexpr std::int64_t kFrequency = 10'000'000;
@@ -33,29 +34,12 @@ TEST(FrameClock, BeforeTheStart_IsTheFirstSlot) {
     EXPECT_EQ(FrameClock(kStart, kFrequency, 30).SlotAt(kStart - 1), 0u);
 }
 
-TEST(FrameClock, Plan_CapturesOnTime) {
+TEST(FrameClock, TimeOnThePacketsClock_IsExactAfterADay) {
     const FrameClock clock(kStart, kFrequency, 30);
 
-    EXPECT_EQ(clock.Plan(10, clock.DueTicks(10)), (SlotPlan{10, 10, 10}));
-}
-
-TEST(FrameClock, Plan_LateByLessThanASlot_CapturesForTheDueSlot) {
-    const FrameClock clock(kStart, kFrequency, 30);
-
-    EXPECT_EQ(clock.Plan(10, clock.DueTicks(11) - 1), (SlotPlan{10, 10, 10}));
-}
-
-TEST(FrameClock, Plan_MissedSlots_AreRepeatedBeforeTheCapture) {
-    const FrameClock clock(kStart, kFrequency, 30);
-
-    EXPECT_EQ(clock.Plan(10, clock.DueTicks(13)), (SlotPlan{10, 13, 13}));
-}
-
-TEST(FrameClock, Plan_LongestFilledGap_IsFilledAndALongerOneIsLeftOut) {
-    const FrameClock clock(kStart, kFrequency, 30);
-
-    EXPECT_EQ(clock.Plan(10, clock.DueTicks(160)), (SlotPlan{10, 160, 160}));
-    EXPECT_EQ(clock.Plan(10, clock.DueTicks(161)), (SlotPlan{161, 161, 161}));
+    EXPECT_EQ(clock.TimeAt(kStart), kxvcr::MediaTime(0));
+    EXPECT_EQ(clock.TimeAt(kStart - kFrequency), -std::chrono::seconds(1));
+    EXPECT_EQ(clock.TimeAt(kStart + 86'400 * kFrequency + 7), std::chrono::hours(24) + kxvcr::MediaTime(7));
 }
 
 TEST(FrameTimer, DueMoment_IsNotReachedEarly) {

@@ -1,6 +1,8 @@
 // The recording's frame clock. The arithmetic is in whole numbers, so that hours of recording do not drift.
 #include "worker/capture/pacing.h"
 
+#include "worker/stopwatch.h"
+
 #include <timeapi.h>
 
 #include <algorithm>
@@ -15,18 +17,6 @@ constexpr std::int64_t kTimerUnitsPerSecond = 10'000'000; // a waitable timer co
 constexpr DWORD kHighResolutionTimer = 0x00000002;        // CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
 
 } // namespace
-
-std::int64_t NowTicks() noexcept {
-    LARGE_INTEGER now = {};
-    QueryPerformanceCounter(&now);
-    return now.QuadPart;
-}
-
-std::int64_t TicksPerSecond() noexcept {
-    LARGE_INTEGER frequency = {};
-    QueryPerformanceFrequency(&frequency);
-    return frequency.QuadPart;
-}
 
 FrameClock::FrameClock(std::int64_t startTicks, std::int64_t ticksPerSecond, std::uint32_t framesPerSecond) noexcept
     : m_startTicks(startTicks),
@@ -43,13 +33,12 @@ std::uint64_t FrameClock::SlotAt(std::int64_t ticks) const noexcept {
     return static_cast<std::uint64_t>(elapsed * m_framesPerSecond / m_ticksPerSecond);
 }
 
-SlotPlan FrameClock::Plan(std::uint64_t nextSlot, std::int64_t nowTicks) const noexcept {
-    const std::uint64_t latest = std::max(nextSlot, SlotAt(nowTicks));
-    const std::uint64_t longestGap = kLongestFilledGapSeconds * static_cast<std::uint64_t>(m_framesPerSecond);
-    if (latest - nextSlot > longestGap) {
-        return {latest, latest, latest};
-    }
-    return {nextSlot, latest, latest};
+// Whole seconds and the rest apart, so that no product overflows.
+MediaTime FrameClock::TimeAt(std::int64_t ticks) const noexcept {
+    const std::int64_t elapsed = ticks - m_startTicks;
+    const std::int64_t rest = elapsed % m_ticksPerSecond;
+    return MediaTime(elapsed / m_ticksPerSecond * MediaTime::period::den +
+                     rest * MediaTime::period::den / m_ticksPerSecond);
 }
 
 FineTimerResolution::FineTimerResolution() noexcept : m_raised(timeBeginPeriod(kFineResolutionMs) == TIMERR_NOERROR) {}

@@ -1,34 +1,47 @@
-// A recording's file as a sink for pictures. The queue between the capture and the disk is the replay buffer's, so
-// that a recording takes the buffer over as it is.
+// A recording's file as a sink for packets.
 //
 // The thread ends when the end was announced and the queue is empty, when a write fails (the writer has finished the
 // file then), or when finishing takes too long.
 #include "worker/file/filesink.h"
 
-#include "worker/capture/pacing.h"
-#include "worker/capture/stopwatch.h"
+#include "worker/stopwatch.h"
 
 #include "sdk/util/logtool.h"
 
 #include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
+#include <chrono>
 #include <system_error>
 
 namespace kxvcr {
 
-FileSink::FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MatroskaWriter> writer,
-                   std::size_t memoryLimit) noexcept
+namespace {
+
+std::int64_t TicksAfter(std::int64_t milliseconds) noexcept {
+    return NowTicks() + milliseconds * TicksPerSecond() / 1000;
+}
+
+std::size_t MemoryOf(const Packet& packet) noexcept {
+    return packet.bytes.size() + FileSink::kBytesPerPacket;
+}
+
+} // namespace
+
+FileSink::FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MediaWriter> writer, MediaTime start,
+                   std::size_t memoryLimit, FileSinkOwner owner) noexcept
     : m_file(std::move(file)),
       m_writer(std::move(writer)),
-      m_memoryLimit(memoryLimit) {}
+      m_start(start),
+      m_memoryLimit(memoryLimit),
+      m_owner(std::move(owner)) {}
 
 FileSink::~FileSink() {
     EndThread();
 }
 
 bool FileSink::Start() noexcept {
-    m_flushDue = NowTicks() + kFlushSeconds * TicksPerSecond();
+    m_diskFlushDue = TicksAfter(kDiskFlushMilliseconds);
     try {
         m_thread = std::thread(&FileSink::WriteAll, this);
     } catch (const std::system_error&) {
@@ -37,92 +50,134 @@ bool FileSink::Start() noexcept {
     return true;
 }
 
-void FileSink::Begin(PictureQueue pictures) noexcept {
-    if (pictures.Empty()) {
-        return;
-    }
-    const std::lock_guard lock(m_mutex);
-    m_firstSlot = pictures.FirstSlot();
-    m_queue = std::move(pictures);
-    m_pictureCame.notify_one();
-}
-
-bool FileSink::AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) {
+bool FileSink::Add(const SharedPacket& packet) {
     std::unique_lock lock(m_mutex);
-    m_roomCame.wait(lock, [this] { return m_cutShort || m_queue.Bytes() < m_memoryLimit; });
+    m_roomCame.wait(lock, [this] { return m_cutShort || m_bytesWaiting < m_memoryLimit; });
     if (m_cutShort) {
         return false;
     }
-    if (!m_firstSlot) {
-        m_firstSlot = slot;
-    }
-    m_queue.Add(slot, jpeg);
-    m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_queue.Bytes());
-    m_pictureCame.notify_one();
+    m_queue.push_back(packet);
+    m_bytesWaiting += MemoryOf(*packet);
+    m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_bytesWaiting);
+    m_packetCame.notify_one();
     return true;
 }
 
-bool FileSink::WaitForPicture(std::unique_lock<std::mutex>& lock) {
-    m_pictureCame.wait(lock, [this] { return m_ending || !m_queue.Empty(); });
-    return !m_queue.Empty();
+void FileSink::WriteAll() noexcept {
+    bool kept = true;
+    while (kept) {
+        const std::optional<Work> work = WaitForWork();
+        if (!work) {
+            return;
+        }
+        kept = Do(*work);
+    }
+    {
+        const std::lock_guard lock(m_mutex);
+        m_cutShort = true;
+    }
+    m_roomCame.notify_all();
+    m_owner.onCutShort();
 }
 
-bool FileSink::Write(const QueuedPicture& picture) noexcept {
+// Waits for a packet, the end, or the time of the next flush. What is settled is asked before the queue is looked at,
+// so that everything before that moment is in the queue or written.
+std::optional<FileSink::Work> FileSink::WaitForWork() {
+    std::unique_lock lock(m_mutex);
+    const std::int64_t patience = std::max<std::int64_t>(m_flushDue - NowTicks(), 0);
+    m_packetCame.wait_for(lock, std::chrono::duration_cast<std::chrono::microseconds>(TimeOf(patience)),
+                          [this] { return m_ending || !m_queue.empty(); });
+    Work work;
+    work.completeUntil = m_owner.settled();
+    if (m_queue.empty()) {
+        return m_ending ? std::nullopt : std::optional(work);
+    }
+    work.packet = std::move(m_queue.front());
+    m_queue.pop_front();
+    const auto next =
+        std::ranges::find(m_queue, Stream::Picture, [](const SharedPacket& waiting) { return waiting->stream; });
+    if (next != m_queue.end()) {
+        work.completeUntil = std::min(work.completeUntil, (*next)->time);
+    }
+    return work;
+}
+
+bool FileSink::Do(const Work& work) noexcept {
+    const bool isBefore = m_progress.pictures == 0;
+    if (work.packet != nullptr && !Write(work.packet)) {
+        return false;
+    }
+    const bool isFirstPicture = isBefore && m_progress.pictures != 0;
+    return (!isFirstPicture && NowTicks() < m_flushDue) || Flush(work.completeUntil);
+}
+
+bool FileSink::Write(const SharedPacket& packet) noexcept {
+    const bool kept = Give(packet);
+    const std::lock_guard lock(m_mutex);
+    m_bytesWaiting -= MemoryOf(*packet);
+    m_roomCame.notify_all();
+    if (!kept) {
+        m_leftOut = packet->time;
+        return false;
+    }
+    ++m_statistics.packets;
+    if (packet->stream == Stream::Picture) {
+        m_progress.pictures = packet->time <= m_start ? 1 : m_progress.pictures + 1;
+    }
+    return true;
+}
+
+bool FileSink::Give(const SharedPacket& packet) noexcept {
     if (NowTicks() > m_finishLimit) {
         LOG4CPLUS_ERROR(GetLogger(), L"The recording's last pictures are left out: writing them takes too long");
         return false;
     }
-    const std::uint64_t slot = picture.slot - m_firstSlot.value_or(picture.slot);
     try {
         const Stopwatch watch(m_statistics.writeTicks);
-        if (!m_writer->AddFrame(slot, *picture.jpeg)) {
-            const DWORD error = GetLastError(); // before the log changes it
-            LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: error "
-                                             << error << L"; the file ends here and was closed");
-            return false;
+        return m_writer->Add(packet) || GiveUp();
+    } catch (const std::bad_alloc&) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
+        return false;
+    }
+}
+
+bool FileSink::GiveUp() noexcept {
+    const DWORD error = GetLastError(); // before the log changes it
+    LOG4CPLUS_ERROR(GetLogger(),
+                    L"Cannot write the recording further: error " << error << L"; the file ends here and was closed");
+    return false;
+}
+
+bool FileSink::Flush(MediaTime until) noexcept {
+    try {
+        const Stopwatch watch(m_statistics.writeTicks);
+        if (!m_writer->Flush(until)) {
+            return GiveUp();
         }
     } catch (const std::bad_alloc&) {
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
         return false;
     }
-    ++m_statistics.written;
-    m_writtenEnd = slot + 1;
-    FlushWhenDue();
+    m_progress.length = std::max(until - m_start, m_progress.length);
+    m_progress.bytes = m_writer->Size();
+    m_owner.onProgress(m_progress);
+    if (NowTicks() >= m_diskFlushDue) {
+        FlushToDisk();
+        m_diskFlushDue = TicksAfter(kDiskFlushMilliseconds);
+    }
+    m_flushDue = TicksAfter(kFlushMilliseconds);
     return true;
 }
 
 // A flush that fails is no reason to end the recording: the data is on its way all the same. When finishing has a limit
 // there is no time to wait for the disk.
-void FileSink::Flush() {
+void FileSink::FlushToDisk() noexcept {
     if (m_finishLimit != INT64_MAX) {
         return;
     }
-    const Stopwatch watch(m_statistics.flushTicks);
+    const Stopwatch watch(m_statistics.diskFlushTicks);
     m_file->Flush();
-    ++m_statistics.flushes;
-}
-
-void FileSink::FlushWhenDue() {
-    if (NowTicks() < m_flushDue) {
-        return;
-    }
-    Flush();
-    m_flushDue = NowTicks() + kFlushSeconds * TicksPerSecond();
-}
-
-void FileSink::WriteAll() noexcept {
-    std::unique_lock lock(m_mutex);
-    while (WaitForPicture(lock)) {
-        const QueuedPicture picture = m_queue.TakeFirst();
-        lock.unlock();
-        const bool kept = Write(picture);
-        lock.lock();
-        m_cutShort = !kept;
-        m_roomCame.notify_one();
-        if (!kept) {
-            break;
-        }
-    }
+    ++m_statistics.diskFlushes;
 }
 
 void FileSink::EndThread() noexcept {
@@ -130,16 +185,23 @@ void FileSink::EndThread() noexcept {
         const std::lock_guard lock(m_mutex);
         m_ending = true;
     }
-    m_pictureCame.notify_one();
+    m_packetCame.notify_one();
     if (m_thread.joinable()) {
         m_thread.join();
     }
 }
 
-void FileSink::Finish(std::uint64_t endSlot) {
+void FileSink::Finish(MediaTime end) {
     EndThread();
-    m_writer->Finish(m_cutShort || !m_firstSlot ? m_writtenEnd : endSlot - *m_firstSlot);
-    Flush();
+    const MediaTime written = m_cutShort ? m_leftOut.value_or(m_start + m_progress.length) : end;
+    m_writer->Finish(std::max(written, m_start));
+    FlushToDisk();
+    m_progress.length = std::max(written - m_start, MediaTime(0));
+    m_progress.bytes = m_writer->Size();
+    m_progress.isFinished = true;
+    m_writer.reset();
+    m_file.reset(); // closed before anybody is told that it is finished
+    m_owner.onProgress(m_progress);
 }
 
 void FileSink::Discard() noexcept {

@@ -1,18 +1,19 @@
 /**
  * @file
- * A recording's file as a sink for pictures: a thread of its own writes them, so that a slow disk delays no capture.
+ * A recording's file as a sink for packets: a thread of its own writes them, so that a slow disk delays no capture.
  */
 #pragma once
 
-#include "worker/file/matroskawriter.h"
+#include "worker/file/mediawriter.h"
 #include "worker/file/outputfile.h"
-#include "worker/framesink.h"
-#include "worker/replay/picturequeue.h"
+#include "worker/packet.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,81 +21,113 @@
 
 namespace kxvcr {
 
-/** What became of the pictures of one file, and the time that the disk took for them together. */
+/** How far a file has come. */
+struct FileProgress {
+    std::uint64_t pictures = 0; ///< pictures that the file shows
+    MediaTime length{};         ///< of the file, in its own time
+    std::uint64_t bytes = 0;    ///< in the file
+    bool isFinished = false;
+};
+
+/** What the disk took for all packets of one file together. */
 struct FileStatistics {
-    std::uint64_t written = 0;        ///< pictures in the file
-    std::uint64_t flushes = 0;        ///< times that the file's data was brought to the disk
+    std::uint64_t packets = 0;        ///< in the file
+    std::uint64_t diskFlushes = 0;    ///< times that the file's data was brought to the disk
     std::size_t mostBytesWaiting = 0; ///< the longest that the queue was
     std::int64_t writeTicks = 0;
-    std::int64_t flushTicks = 0;
+    std::int64_t diskFlushTicks = 0;
+};
+
+/** What a file sink asks and tells. All are called from its thread, the first two until Finish() returns. */
+struct FileSinkOwner {
+    std::function<MediaTime()> settled; ///< no packet of a picture before this moment comes any more
+    std::function<void(const FileProgress&)> onProgress;
+    std::function<void()> onCutShort; ///< the file was closed early
 };
 
 /**
- * Writes pictures to a file in the background. The first picture, of whatever slot, is shown at the file's time 0.
- *
- * About once a second the file's data is brought to the disk, so that a loss of power costs no more.
+ * Writes packets to a file in the background: the first picture at once, then several times a second what has come, and
+ * about once a second everything to the disk itself, so that a killed worker loses less than half a second and a loss
+ * of power about one.
  */
-class FileSink final : public FrameSink {
+class FileSink final : public PacketSink {
 public:
-    static constexpr std::int64_t kFlushSeconds = 1;
+    static constexpr std::int64_t kFlushMilliseconds = 250;
+    static constexpr std::int64_t kDiskFlushMilliseconds = 1000;
 
-    /** @param memoryLimit bytes that may wait to be written; with more waiting, AddFrame() waits for the disk */
-    FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MatroskaWriter> writer,
-             std::size_t memoryLimit) noexcept;
+    /** What a packet takes beside its bytes while it waits. */
+    static constexpr std::size_t kBytesPerPacket = 160;
+
+    /**
+     * @param writer of @p file, which begins at @p start
+     * @param memoryLimit bytes that may wait to be written; with more waiting, Add() waits for the disk
+     */
+    FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MediaWriter> writer, MediaTime start,
+             std::size_t memoryLimit, FileSinkOwner owner) noexcept;
     ~FileSink() override;
 
     /** Starts the thread. @return false when the system refuses it */
     bool Start() noexcept;
 
-    /** Writes @p pictures, which are all older than any other, first. To be called before the first AddFrame(). */
-    void Begin(PictureQueue pictures) noexcept;
-
-    /** Copies the picture; it is written soon afterwards. @throws std::bad_alloc */
-    bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override;
+    /** Takes a packet, which is written soon afterwards. May be called from any thread. @throws std::bad_alloc */
+    bool Add(const SharedPacket& packet) override;
 
     /** Returns when everything is written, or the limit of LimitFinish() was passed, and the file is finished. */
-    void Finish(std::uint64_t endSlot) override;
+    void Finish(MediaTime end) override;
 
-    /** Leaves out the pictures that Finish() has not written at @p ticks. May be called from any thread. */
+    /** Leaves out the packets that Finish() has not written at @p ticks. May be called from any thread. */
     void LimitFinish(std::int64_t ticks) noexcept { m_finishLimit = ticks; }
 
     /** Closes and removes the file. */
     void Discard() noexcept;
 
-    /** Whether pictures are missing at the end of the file; final after Finish(). */
+    /** Whether packets are missing at the end of the file; final after Finish(). */
     bool CutShort() const noexcept { return m_cutShort; }
 
     /** Final after Finish(). */
     const FileStatistics& Statistics() const noexcept { return m_statistics; }
 
-    /** Bytes in the file; final after Finish(). */
-    std::uint64_t Size() const noexcept { return m_writer->Size(); }
+    /** Final after Finish(). */
+    const FileProgress& Progress() const noexcept { return m_progress; }
 
 private:
+    // What the thread does next.
+    struct Work {
+        SharedPacket packet;       // null when none waits
+        MediaTime completeUntil{}; // no packet of a picture before it is missing when this one is written
+    };
+
     void WriteAll() noexcept;
-    bool WaitForPicture(std::unique_lock<std::mutex>& lock);
-    bool Write(const QueuedPicture& picture) noexcept;
-    void FlushWhenDue();
-    void Flush();
+    std::optional<Work> WaitForWork();
+    bool Do(const Work& work) noexcept;
+    bool Write(const SharedPacket& packet) noexcept;
+    bool Give(const SharedPacket& packet) noexcept;
+    bool Flush(MediaTime until) noexcept;
+    bool GiveUp() noexcept;
+    void FlushToDisk() noexcept;
     void EndThread() noexcept;
 
     std::unique_ptr<OutputFile> m_file;
-    std::unique_ptr<MatroskaWriter> m_writer;
+    std::unique_ptr<MediaWriter> m_writer;
+    MediaTime m_start;
     std::size_t m_memoryLimit;
+    FileSinkOwner m_owner;
     std::atomic<std::int64_t> m_finishLimit = INT64_MAX;
     std::atomic<bool> m_cutShort = false;
 
     std::mutex m_mutex;
-    std::condition_variable m_pictureCame; // or the end
-    std::condition_variable m_roomCame;    // or a refusal
-    PictureQueue m_queue;
+    std::condition_variable m_packetCame; // or the end
+    std::condition_variable m_roomCame;   // or a refusal
+    std::deque<SharedPacket> m_queue;
+    std::size_t m_bytesWaiting = 0;
     bool m_ending = false;
-    std::optional<std::uint64_t> m_firstSlot;
 
     // The thread's own, until it has ended.
     FileStatistics m_statistics;
-    std::uint64_t m_writtenEnd = 0;
+    FileProgress m_progress;
+    std::optional<MediaTime> m_leftOut; // the time of the first packet that was not written
     std::int64_t m_flushDue = 0;
+    std::int64_t m_diskFlushDue = 0;
 
     std::thread m_thread;
 };

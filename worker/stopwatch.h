@@ -1,14 +1,30 @@
 /**
  * @file
- * Measures what a step of the recording takes.
+ * The system's performance counter, and what a step of the recording takes by it.
  */
 #pragma once
 
-#include "worker/capture/pacing.h"
+#include "worker/packet.h"
+
+#include <windows.h>
 
 #include <cstdint>
 
 namespace kxvcr {
+
+/** The present moment in ticks. */
+inline std::int64_t NowTicks() noexcept {
+    LARGE_INTEGER now = {};
+    QueryPerformanceCounter(&now);
+    return now.QuadPart;
+}
+
+/** Ticks per second. */
+inline std::int64_t TicksPerSecond() noexcept {
+    LARGE_INTEGER frequency = {};
+    QueryPerformanceFrequency(&frequency);
+    return frequency.QuadPart;
+}
 
 /** Adds the time it lives to a sum of ticks. */
 class Stopwatch {
@@ -22,6 +38,11 @@ private:
     std::int64_t& m_sum;
     std::int64_t m_start;
 };
+
+/** A number of ticks as a length of time. */
+inline MediaTime TimeOf(std::int64_t ticks) noexcept {
+    return MediaTime(ticks * MediaTime::period::den / TicksPerSecond());
+}
 
 /** A sum of ticks in milliseconds for each of @p times; 0 when there was none. */
 inline double MillisecondsEach(std::int64_t ticks, std::uint64_t times) noexcept {

@@ -1,0 +1,65 @@
+// What the live server asks of the recorder. A picture is encoded as JPEG once, however many viewers ask for it.
+#include "worker/livefeed.h"
+
+#include "sdk/util/logtool.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <exception>
+#include <memory>
+#include <span>
+
+namespace kxvcr {
+
+LiveFeed::LiveFeed(const PictureFormat& format, std::uint32_t quality)
+    : m_format{format, {}},
+      m_encoder(format.width, format.height, quality) {}
+
+MediaTime LiveFeed::Now() const noexcept {
+    const Pipeline* const pipeline = m_pipeline;
+    return pipeline == nullptr ? MediaTime(0) : pipeline->Now();
+}
+
+void LiveFeed::RequestKey() noexcept {
+    if (Pipeline* const pipeline = m_pipeline; pipeline != nullptr) {
+        pipeline->RequestKey();
+    }
+}
+
+SharedPacket LiveFeed::NewestJpeg() noexcept {
+    Pipeline* const pipeline = m_pipeline;
+    if (pipeline == nullptr) {
+        return nullptr;
+    }
+    try {
+        const std::lock_guard lock(m_mutex);
+        return EncodeNewest(*pipeline);
+    } catch (const std::exception& failure) {
+        LOG4CPLUS_ERROR(GetLogger(), L"No picture for a viewer: " << failure.what());
+        return nullptr;
+    }
+}
+
+SharedPacket LiveFeed::EncodeNewest(Pipeline& pipeline) {
+    const SharedPicture picture = pipeline.Newest();
+    if (!picture) {
+        return nullptr;
+    }
+    if (m_newest != nullptr && m_number == picture->number) {
+        return m_newest;
+    }
+    const std::span<const std::byte> jpeg = m_encoder.Encode(picture->buffer.Pixels());
+    if (jpeg.empty()) {
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder.LastError());
+        return nullptr;
+    }
+    auto packet = std::make_shared<Packet>();
+    packet->isKey = true;
+    packet->time = packet->captured = pipeline.Now();
+    packet->bytes.assign(jpeg.begin(), jpeg.end());
+    m_newest = std::move(packet);
+    m_number = picture->number;
+    return m_newest;
+}
+
+} // namespace kxvcr

@@ -1,0 +1,78 @@
+// Where the packets go. The lock is never held while a target takes a packet, except for those of the replay: the
+// target must have room for them.
+#include "worker/packethub.h"
+
+#include <utility>
+
+namespace kxvcr {
+
+void PacketHub::KeepReplay(MediaTime length, std::size_t memoryLimit) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_replay = PacketRing(length, memoryLimit);
+}
+
+MediaTime PacketHub::HoldReplay(MediaTime now) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_replay.Hold(true);
+    return m_replay.StartFor(now);
+}
+
+void PacketHub::ReleaseReplay() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_replay.Hold(false);
+}
+
+bool PacketHub::SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime start) {
+    const std::lock_guard lock(m_mutex);
+    if (m_ended) {
+        return false;
+    }
+    for (const SharedPacket& packet : m_replay.Take(start)) {
+        target->Add(packet);
+    }
+    m_target = target;
+    return true;
+}
+
+bool PacketHub::SwitchToWithoutReplay(const std::shared_ptr<PacketSink>& target) noexcept {
+    PacketRing dropped; // freed outside the lock
+    const std::lock_guard lock(m_mutex);
+    if (m_ended) {
+        return false;
+    }
+    std::swap(dropped, m_replay);
+    m_target = target;
+    return true;
+}
+
+void PacketHub::Detach() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_target.reset();
+}
+
+bool PacketHub::Add(const SharedPacket& packet) {
+    std::shared_ptr<PacketSink> target;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_target == nullptr) {
+            m_replay.Add(packet);
+            return true;
+        }
+        target = m_target;
+    }
+    return target->Add(packet);
+}
+
+void PacketHub::Finish(MediaTime end) {
+    std::shared_ptr<PacketSink> target;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ended = true;
+        target = std::exchange(m_target, nullptr);
+    }
+    if (target != nullptr) {
+        target->Finish(end);
+    }
+}
+
+} // namespace kxvcr
