@@ -22,12 +22,12 @@ SCENES = {"terminal": (1280, 720), "web": (1280, 720), "windows": (1280, 720), "
 OURS = {"H.264": "mp4", "VP9": "webm"}
 QUALITIES = (60, 80, 92)
 USUAL_QUALITY = 80
-KEY_PICTURES = ["-g", str(2 * RATE)]
+LIKE_OURS = ["-threads", "1", "-g", str(2 * RATE)]
 PEERS = {
-    "veryfast": [["-c:v", "libx264", "-preset", "veryfast", "-threads", "1", "-crf", str(crf)] for crf in (29, 23, 17)],
-    "ultrafast": [["-c:v", "libx264", "-preset", "ultrafast", "-threads", "1", "-crf", str(crf)] for crf in (29, 23, 17)],
-    "libvpx": [["-c:v", "libvpx-vp9", "-deadline", "realtime", "-cpu-used", "8", "-threads", "1", "-b:v", "0", "-crf",
-                str(crf)] for crf in (44, 34, 22)],
+    "veryfast": [["-c:v", "libx264", "-preset", "veryfast", "-crf", str(crf)] for crf in (29, 23, 17)],
+    "ultrafast": [["-c:v", "libx264", "-preset", "ultrafast", "-crf", str(crf)] for crf in (29, 23, 17)],
+    "libvpx": [["-c:v", "libvpx-vp9", "-deadline", "realtime", "-cpu-used", "8", "-b:v", "0", "-crf", str(crf)]
+               for crf in (44, 34, 22)],
 }
 LIMIT_S = 300
 
@@ -40,7 +40,8 @@ class Pictures:
         width, height = SCENES[scene]
         self._raw = folder / f"{scene}.raw"
         self.reference = folder / f"{scene}.mkv"
-        self._input = ["-f", "rawvideo", "-pix_fmt", "bgr0", "-s", f"{width}x{height}", "-r", str(RATE), "-i", self._raw]
+        self._input = ["-f", "rawvideo", "-pix_fmt", "bgr0", "-s", f"{width}x{height}", "-r", str(RATE),
+                       "-i", self._raw]
         self._play("write", self._raw)
         self._convert = ["-vf", "scale=out_color_matrix=bt709:out_range=tv,format=yuv420p"]
         self._ffmpeg(self._convert + ["-c:v", "ffv1", self.reference])
@@ -69,7 +70,7 @@ class Pictures:
 
     def by_ffmpeg(self, arguments, changed):
         path = self._folder / f"{self.scene}-peer.mkv"
-        seconds = self._ffmpeg(self._convert + arguments + KEY_PICTURES + [path])
+        seconds = self._ffmpeg(self._convert + arguments + LIKE_OURS + [path])
         return self._point(path, 1000 * (seconds - self._reading_s) / changed, changed)
 
     def _point(self, path, cpu_ms, changed):

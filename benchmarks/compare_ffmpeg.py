@@ -1,38 +1,47 @@
-"""Compares the worker's processor time for a frame with ffmpeg's, which grabs and encodes the same display in turn.
+"""Compares recordings of the worker with ffmpeg's, which records the same content on the same display in turn.
 
-Prints both and their ratio, the time that the display's server spends for each, and what the worker's own statistics
-say about its steps. Reads the processor times from /proc, so that everything a process does is counted.
+Every picture on the screen carries a number. So each recorded picture is compared with the one that was drawn, and
+pictures that were never recorded are counted. For each recorder the table says the bits a second, the processor time
+for a changed picture, the likeness of brightness to what was drawn and the pictures that were lost; for the worker also
+its bytes and processor time as multiples of what ffmpeg's recordings take for the same likeness. Processor times come
+from /proc, so that everything that a process does is counted. All recorders make a key picture every two seconds.
 """
 
 import argparse
 import os
 import pathlib
-import re
 import subprocess
 import sys
 import time
 
+from quality import RATE, at
+
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests" / "e2e"))
 
-from stage import SCREEN_HEIGHT, SCREEN_WIDTH, WORKER, Stage  # noqa: E402
+from stage import WINE_RUN, WORKER, Stage  # noqa: E402
 from stephost import StepHost  # noqa: E402
-from video import Video  # noqa: E402
 
-RATE = 30
-WARM_UP_S = 1.5
-MEASURED_S = 6
-ROUNDS = 2
+PLAYER = "sceneplayer.exe"
+DISPLAY = (1920, 1080)
+SCENES = {"terminal": (1280, 720), "web": (1280, 720), "windows": (1280, 720), "typing": (1280, 720),
+          "mix": (1920, 1080), "motion": (1280, 720)}
+STILL = "still"
+STILL_S = 10
+STILL_LIMIT_BYTES = 150_000
+RECORDED_S = 5
+SHOWN_S = 30  # longer than any recorder takes to start and stop
+STAMP_BITS, STAMP_SIDE = 12, 8
 TICK_S = 1 / os.sysconf("SC_CLK_TCK")
-REPLAY_S = 5
-
-LOG_CONFIGURATION = """log4cplus.rootLogger=INFO, FILE
-log4cplus.appender.FILE=log4cplus::FileAppender
-log4cplus.appender.FILE.File={log}
-log4cplus.appender.FILE.Append=true
-log4cplus.appender.FILE.layout=log4cplus::PatternLayout
-log4cplus.appender.FILE.layout.ConversionPattern=%m%n
-"""
+LIMIT_S = 120
+PEERS = {
+    "veryfast": [["-c:v", "libx264", "-preset", "veryfast", "-crf", crf] for crf in ("23", "17")],
+    "ultrafast": [["-c:v", "libx264", "-preset", "ultrafast", "-crf", crf] for crf in ("23", "17")],
+    "libvpx": [["-c:v", "libvpx-vp9", "-deadline", "realtime", "-cpu-used", "8", "-row-mt", "1", "-b:v", "0",
+                "-crf", crf] for crf in ("34", "22")],
+}
+KEY_PICTURES = ["-force_key_frames", "expr:gte(t,n_forced*2)"]
+TO_VIDEO = "scale=out_color_matrix=bt709:out_range=tv,format=yuv420p"
 
 
 def cpu_s(process):
@@ -41,59 +50,139 @@ def cpu_s(process):
     return (int(facts[11]) + int(facts[12])) * TICK_S
 
 
-def memory_bytes(process):
-    return int(re.search(r"VmRSS:\s*(\d+) kB", pathlib.Path(f"/proc/{process}/status").read_text())[1]) * 1024
+def stamp(row):
+    """The number in a row of brightness or of equal bytes, one for each pixel."""
+    return sum((row[bit * STAMP_SIDE + STAMP_SIDE // 2] > 127) << bit for bit in range(STAMP_BITS))
 
 
-def measure(process, display_server):
-    """Milliseconds of processor time for a slot: the process's and the display server's."""
-    time.sleep(WARM_UP_S)
-    before = cpu_s(process), cpu_s(display_server), time.monotonic()
-    time.sleep(MEASURED_S)
-    after = cpu_s(process), cpu_s(display_server), time.monotonic()
-    slots = (after[2] - before[2]) * RATE
-    return [1000 * (after[i] - before[i]) / slots for i in (0, 1)]
+class Drawn:
+    """The pictures of a scene as they are drawn."""
+
+    def __init__(self, stage, player, scene):
+        self.size = SCENES.get(scene, (1280, 720))
+        self._raw = stage.new_path(f"{scene}.raw")
+        subprocess.run([WINE_RUN, player, "write", scene, str(SHOWN_S * RATE), self._raw], check=True,
+                       timeout=LIMIT_S, env=stage.environment)
+        self._bytes = self.size[0] * self.size[1] * 4
+        self._places = {}
+        with open(self._raw, "rb") as raw:
+            for number in range(SHOWN_S * RATE):
+                raw.seek(number * self._bytes)
+                self._places.setdefault(stamp(raw.read(STAMP_BITS * STAMP_SIDE * 4)[::4]), number * self._bytes)
+
+    def remove(self):
+        self._raw.unlink()
+
+    def judge(self, path):
+        """Compares a recording with what was drawn: likeness, distinct pictures and lost ones."""
+        rows = subprocess.run(
+            ["ffmpeg", "-v", "error", "-i", path, "-vf",
+             f"crop={STAMP_BITS * STAMP_SIDE}:1:0:{STAMP_SIDE // 2 - 1}:exact=1,format=gray",
+             "-fps_mode", "passthrough", "-f", "rawvideo", "-"],
+            check=True, capture_output=True, timeout=LIMIT_S).stdout
+        width = STAMP_BITS * STAMP_SIDE
+        stamps = [stamp(rows[at:at + width]) for at in range(0, len(rows), width)]
+        seen = {number for number in stamps if number in self._places}
+        lost = max(seen) - min(seen) + 1 - len(seen)
+        return self._likeness(path, stamps), len(seen), lost
+
+    def _likeness(self, path, stamps):
+        graph = (f"[0:v]settb=1/{RATE},setpts=N,format=yuv420p[a];[1:v]{TO_VIDEO},settb=1/{RATE},setpts=N[b];"
+                 "[a][b]ssim=eof_action=endall")
+        process = subprocess.Popen(
+            ["ffmpeg", "-hide_banner", "-i", path, "-f", "rawvideo", "-pix_fmt", "bgr0", "-s",
+             f"{self.size[0]}x{self.size[1]}", "-i", "-", "-lavfi", graph, "-fps_mode", "passthrough", "-f", "null",
+             "-"], stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        place = 0
+        with open(self._raw, "rb") as raw:
+            for number in stamps:
+                place = self._places.get(number, place)
+                raw.seek(place)
+                process.stdin.write(raw.read(self._bytes))
+        _, report = process.communicate(timeout=LIMIT_S)
+        return float(report.decode().rpartition("SSIM Y:")[2].split()[0])
 
 
-def of_worker(stage, settings, display_server):
-    path = stage.new_path("worker.mkv")
-    with StepHost(stage, settings.bin) as host:
-        host.prepare(0, RATE)
-        host.start(path)
-        worker, = stage.processes(WORKER)
-        figures = measure(worker, display_server)
-        host.stop()
-    return figures, Video(path)
+class Recording:
+    """What one recorder made of the scene."""
+
+    def __init__(self, path, drawn, seconds, cpu):
+        self.path = path
+        self.ssim, pictures, self.lost = drawn.judge(path)
+        self.point = {"bytes": path.stat().st_size / seconds, "cpu": max(1000 * cpu / pictures, 0.01),
+                      "ssim": self.ssim}
+        path.unlink()
+
+    def line(self):
+        return (f"{self.point['bytes'] * 8 / 1000:8.0f} kbit/s {self.point['cpu']:6.2f} ms  SSIM {self.ssim:.4f} "
+                f"{self.lost:3} lost")
 
 
-def of_ffmpeg(stage, _, display_server):
-    path = stage.new_path("ffmpeg.mkv")
-    process = subprocess.Popen(
-        ["ffmpeg", "-v", "error", "-nostdin", "-f", "x11grab", "-draw_mouse", "0", "-framerate", str(RATE),
-         "-video_size", f"{SCREEN_WIDTH}x{SCREEN_HEIGHT}", "-i", stage.environment["DISPLAY"],
-         "-c:v", "mjpeg", "-q:v", "4", "-pix_fmt", "yuvj420p", str(path)])
-    figures = measure(process.pid, display_server)
-    process.terminate()
-    process.wait(timeout=20)
-    return figures, Video(path)
+class Judge:
+    def __init__(self, stage, programs):
+        self._stage = stage
+        self._programs = programs
+        self._player = programs / PLAYER
 
+    def _show(self, scene):
+        shown = subprocess.Popen([WINE_RUN, self._player, "show", scene, str(SHOWN_S)], env=self._stage.environment,
+                                 text=True, stdout=subprocess.PIPE)
+        if shown.stdout.readline().strip() != "ready":
+            raise AssertionError(f"the scene {scene} did not appear")
+        return shown
 
-def report_replay(stage, settings):
-    """Memory that a second of replay takes while the pattern moves."""
-    with StepHost(stage, settings.bin) as host:
-        host.prepare(60, RATE)
-        worker, = stage.processes(WORKER)
-        time.sleep(1)
-        before = memory_bytes(worker)
-        time.sleep(REPLAY_S)
-        grown = memory_bytes(worker) - before
-        host.stop()
-    print(f"replay: {grown / REPLAY_S / 2**20:.2f} MiB of memory a second")
+    def by_worker(self, scene, drawn, ending, seconds=RECORDED_S):
+        path = self._stage.new_path(f"worker.{ending}")
+        shown = self._show(scene)
+        with StepHost(self._stage, self._programs) as host:
+            host.prepare(0, RATE, region=(0, 0, *drawn.size))
+            worker, = self._stage.processes(WORKER)
+            before = cpu_s(worker)
+            host.start(path)
+            time.sleep(seconds)
+            used = cpu_s(worker) - before
+            host.stop()
+        shown.kill()
+        self._stage.expect_ended(PLAYER)
+        return Recording(path, drawn, seconds, used)
 
+    def by_ffmpeg(self, scene, drawn, arguments):
+        path = self._stage.new_path("ffmpeg.mkv")
+        shown = self._show(scene)
+        process = subprocess.Popen(
+            ["ffmpeg", "-v", "error", "-f", "x11grab", "-draw_mouse", "0", "-framerate", str(RATE), "-video_size",
+             f"{drawn.size[0]}x{drawn.size[1]}", "-i", self._stage.environment["DISPLAY"], "-vf", TO_VIDEO,
+             *arguments, *KEY_PICTURES, str(path)], stdin=subprocess.PIPE)
+        time.sleep(RECORDED_S)
+        used = cpu_s(process.pid)
+        process.communicate(b"q", timeout=LIMIT_S)
+        shown.kill()
+        self._stage.expect_ended(PLAYER)
+        return Recording(path, drawn, RECORDED_S, used)
 
-def report_round(name, figures, video):
-    print(f"{name}: {figures[0]:.2f} ms CPU a frame, display server {figures[1]:.2f} ms, "
-          f"{video.path.stat().st_size / video.frames / 1000:.1f} kB a frame, {video.frames} frames")
+    def compare(self, scene):
+        drawn = Drawn(self._stage, self._player, scene)
+        peers = {}
+        for name, settings in PEERS.items():
+            recordings = [self.by_ffmpeg(scene, drawn, arguments) for arguments in settings]
+            peers[name] = [recording.point for recording in recordings]
+            for recording in recordings:
+                print(f"{scene:9} {name:10} {recording.line()}", flush=True)
+        for ending in ("mp4", "webm"):
+            recording = self.by_worker(scene, drawn, ending)
+            line = f"{scene:9} worker {ending:4}{recording.line()}"
+            for name, points in peers.items():
+                line += (f" | {name} x{recording.point['bytes'] / at(points, recording.ssim, 'bytes'):.2f} bytes "
+                         f"x{recording.point['cpu'] / at(points, recording.ssim, 'cpu'):.2f} CPU")
+            print(line, flush=True)
+        drawn.remove()
+
+    def still(self):
+        drawn = Drawn(self._stage, self._player, STILL)
+        recording = self.by_worker(STILL, drawn, "mp4", STILL_S)
+        size = recording.point["bytes"] * STILL_S
+        drawn.remove()
+        print(f"{STILL:9} worker mp4 {size:.0f} bytes in {STILL_S} s, at most {STILL_LIMIT_BYTES} wanted", flush=True)
 
 
 def main():
@@ -101,27 +190,17 @@ def main():
     parser.add_argument("--bin", type=pathlib.Path, default=ROOT / "build/mingw-release/bin",
                         help="folder with the built programs and DLLs")
     parser.add_argument("--work", type=pathlib.Path, default=ROOT / "build/benchmarks", help="folder for the files")
+    parser.add_argument("scenes", nargs="*", metavar="SCENE", default=[*SCENES, STILL],
+                        help=", ".join([*SCENES, STILL]))
     settings = parser.parse_args()
-    stage = Stage(settings.bin, settings.work)
+    stage = Stage(settings.bin, settings.work, DISPLAY)
     try:
-        log = stage.folder / "worker.log"
-        windows_log = "Z:" + str(log)
-        (stage.folder / "config" / "log4cplus.properties").write_text(LOG_CONFIGURATION.format(log=windows_log))
-        sums = {of_worker: [0.0, 0.0], of_ffmpeg: [0.0, 0.0]}
-        for _ in range(ROUNDS):
-            for recorder, total in sums.items():
-                figures, video = recorder(stage, settings, stage.display_server)
-                report_round(recorder.__name__[3:], figures, video)
-                total[0] += figures[0] / ROUNDS
-                total[1] += figures[1] / ROUNDS
-        worker, ffmpeg = sums[of_worker], sums[of_ffmpeg]
-        print(f"CPU a frame: worker {worker[0]:.2f} ms, ffmpeg {ffmpeg[0]:.2f} ms, ratio {worker[0] / ffmpeg[0]:.2f}")
-        print(f"with the display server: worker {sum(worker):.2f} ms, ffmpeg {sum(ffmpeg):.2f} ms, "
-              f"ratio {sum(worker) / sum(ffmpeg):.2f}")
-        report_replay(stage, settings)
-        for line in log.read_text().splitlines():
-            if "finished" in line:
-                print("worker:", line)
+        judge = Judge(stage, settings.bin.resolve())
+        for scene in settings.scenes:
+            if scene == STILL:
+                judge.still()
+            else:
+                judge.compare(scene)
     finally:
         stage.close()
 

@@ -36,10 +36,10 @@ public:
         void* pixels = nullptr;
         m_bitmap = CreateDIBSection(m_dc, &info, DIB_RGB_COLORS, &pixels, nullptr, 0);
         m_pixels = static_cast<std::uint32_t*>(pixels);
-        m_before = SelectObject(m_dc, m_bitmap);
+        m_selectedBefore = SelectObject(m_dc, m_bitmap);
     }
     ~Canvas() {
-        SelectObject(m_dc, m_before);
+        SelectObject(m_dc, m_selectedBefore);
         DeleteObject(m_bitmap);
         DeleteDC(m_dc);
     }
@@ -48,19 +48,56 @@ public:
 
     HDC Dc() const noexcept { return m_dc; }
     void Draw(Scene& scene, std::uint32_t number) {
+        const auto before = Pixels();
+        m_before.assign(before.begin(), before.end());
         scene.Draw(number, m_dc, m_pixels);
         GdiFlush();
+        if (number > 0 && HasChanged()) {
+            ++m_changes;
+        }
+        Stamp();
     }
     std::span<const std::byte> Pixels() const {
         return std::as_bytes(std::span(m_pixels, static_cast<std::size_t>(m_size.cx * m_size.cy)));
     }
 
 private:
+    static constexpr LONG kStampBits = 12;
+    static constexpr LONG kStampSide = 8;
+
+    bool HasChanged() const {
+        const auto now = Pixels();
+        const std::size_t stride = static_cast<std::size_t>(m_size.cx) * kBytesPerPixel;
+        for (LONG y = 0; y < m_size.cy; ++y) {
+            const std::size_t from =
+                static_cast<std::size_t>(y) * stride + (y < kStampSide ? kStampBits * kStampSide * kBytesPerPixel : 0);
+            const std::size_t to = static_cast<std::size_t>(y + 1) * stride;
+            if (!std::equal(now.begin() + static_cast<std::ptrdiff_t>(from),
+                            now.begin() + static_cast<std::ptrdiff_t>(to),
+                            m_before.begin() + static_cast<std::ptrdiff_t>(from))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // The number of changes so far in black and white squares, lowest bit first, by which a recorded picture is known.
+    void Stamp() {
+        for (LONG y = 0; y < kStampSide; ++y) {
+            for (LONG x = 0; x < kStampBits * kStampSide; ++x) {
+                const bool isSet = (m_changes >> (x / kStampSide) & 1) != 0;
+                m_pixels[y * m_size.cx + x] = isSet ? 0xFFFFFF : 0;
+            }
+        }
+    }
+
     SIZE m_size;
     HDC m_dc;
     HBITMAP m_bitmap = nullptr;
-    HGDIOBJ m_before = nullptr;
+    HGDIOBJ m_selectedBefore = nullptr;
     std::uint32_t* m_pixels = nullptr;
+    std::vector<std::byte> m_before;
+    std::uint32_t m_changes = 0;
 };
 
 int Show(Scene& scene, std::uint32_t seconds) {

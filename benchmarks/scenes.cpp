@@ -12,6 +12,7 @@ namespace {
 
 constexpr SIZE k720 = {1280, 720};
 constexpr SIZE k1080 = {1920, 1080};
+constexpr SIZE k4k = {3840, 2160};
 
 class Font {
 public:
@@ -292,7 +293,9 @@ private:
 
 class TypingScene final : public Scene {
 public:
-    SIZE Size() const noexcept override { return k720; }
+    explicit TypingScene(SIZE size) : m_size(size), m_document({0, 0, size.cx, size.cy}) {}
+
+    SIZE Size() const noexcept override { return m_size; }
     void Draw(std::uint32_t number, HDC dc, std::uint32_t*) override {
         if (number == 0) {
             m_document.Start(dc);
@@ -302,7 +305,8 @@ public:
     }
 
 private:
-    Document m_document{{0, 0, 1280, 720}};
+    SIZE m_size;
+    Document m_document;
 };
 
 // A film in a corner, a terminal and a document that is written.
@@ -352,7 +356,10 @@ std::unique_ptr<Scene> MakeScene(std::string_view name) {
         return std::make_unique<WindowsScene>();
     }
     if (name == "typing") {
-        return std::make_unique<TypingScene>();
+        return std::make_unique<TypingScene>(k720);
+    }
+    if (name == "typing4k") {
+        return std::make_unique<TypingScene>(k4k);
     }
     if (name == "mix") {
         return std::make_unique<MixScene>();

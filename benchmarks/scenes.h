@@ -27,7 +27,7 @@ public:
     virtual void Draw(std::uint32_t number, HDC dc, std::uint32_t* pixels) = 0;
 };
 
-/** @param name terminal, web, windows, typing, mix, motion or still; null for another */
+/** @param name terminal, web, windows, typing, typing4k, mix, motion or still; null for another */
 std::unique_ptr<Scene> MakeScene(std::string_view name);
 
 } // namespace kxvcr::bench

@@ -78,13 +78,14 @@ class Run:
 
 
 class Stage:
-    def __init__(self, programs_from, work):
+    def __init__(self, programs_from, work, size=(SCREEN_WIDTH, SCREEN_HEIGHT)):
         work = work.resolve()
         shutil.rmtree(work, ignore_errors=True)
         self.folder = work / "bin"
         self.files = work / "files"
         self._prefix = work / "prefix"
         self.drive = self._prefix / "drive_c"
+        self._size = size
         self._count = 0
         self.folder.mkdir(parents=True)
         self.files.mkdir()
@@ -102,7 +103,7 @@ class Stage:
             raise
 
     def _start(self):
-        display, self._xvfb = self._start_display()
+        display, self._xvfb = self._start_display(*self._size)
         self.environment["DISPLAY"] = f":{display}"
         self._pattern = subprocess.Popen([WINE_RUN, self.folder / "pattern.exe"], env=self.environment, text=True,
                                          stdin=subprocess.PIPE, stdout=subprocess.PIPE)
@@ -111,10 +112,10 @@ class Stage:
         self.trust(WORKER)
 
     @staticmethod
-    def _start_display():
+    def _start_display(width, height):
         reader, writer = os.pipe()
         xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0",
-                                 f"{SCREEN_WIDTH}x{SCREEN_HEIGHT}x24", "-terminate", "-nolisten", "tcp"],
+                                 f"{width}x{height}x24", "-terminate", "-nolisten", "tcp"],
                                 pass_fds=[writer], stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as answer:
