@@ -113,7 +113,8 @@ class Commands(RecordCase):
     def test_HelpAndVersion_GoToStandardOutput(self):
         version = self.stage.run("--version")
         self.expect_code(version, 0)
-        self.assertRegex(version.output, r"^kxrecord \d+\.\d+\.\d+\nScreenRecordProxy\.dll \d+\.\d+\.\d+\nKXVCR\.exe .*\n$")
+        self.assertRegex(version.output, r"^kxrecord \d+\.\d+\.\d+\n"
+                                         r"ScreenRecordProxy\.dll \d+\.\d+\.\d+\nKXVCR\.exe .*\n$")
         for arguments, words in ((("--help",), ("record", "manifest", "124")),
                                  (("record", "--help"), ("--seconds", "--region", "Ctrl-C")),
                                  (("manifest", "--help"), ("CheckFileIntergrity.xml",))):

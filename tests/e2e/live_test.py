@@ -244,8 +244,8 @@ class Live(RecordCase):
                                 (b"GET / HTTP/1.1\r\nHost: example.org\r\n\r\n", b"403"),
                                 (b"\x00\xff" * 5000 + b"\r\n\r\n", b"4"),
                                 (b"GET / HTTP/1.1\r\nX: " + b"a" * 1000000, b"4"),
-                                (b"GET / HTTP/1.1\r\nHost: localhost\r\nRange: bytes=0-0" + b",1-1" * 1900 + b"\r\n\r\n",
-                                 b"200")):
+                                (b"GET / HTTP/1.1\r\nHost: localhost\r\n"
+                                 b"Range: bytes=0-0" + b",1-1" * 1900 + b"\r\n\r\n", b"200")):
             with self.subTest(request=request[:40]):
                 connection = host.connect()
                 try:

@@ -39,8 +39,8 @@ class LiveView(RecordCase):
     def test_Address_AnswersUntilTheTimeIsOver(self):
         run, started = self.start("--seconds", 4)
         port = started["port"]
-        self.assertEqual(started, {"schema": 2, "event": "started", "url": f"http://127.0.0.1:{port}/", "networkUrl": None,
-                                   "port": port})
+        self.assertEqual(started, {"schema": 2, "event": "started", "url": f"http://127.0.0.1:{port}/",
+                                   "networkUrl": None, "port": port})
         self.assertEqual(ask(started["url"])[0], 200)
         status = json.loads(ask(started["url"] + "status")[1])
         self.assertEqual((status["width"], status["height"]), (SCREEN_WIDTH, SCREEN_HEIGHT))

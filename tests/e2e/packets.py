@@ -30,7 +30,8 @@ def _pictures(count):
 
 def numbers_in(path, *options):
     """The number in every picture that ffmpeg shows, in order."""
-    command = ["ffmpeg", "-v", "error", *options, "-i", str(path), "-map", "0:v", "-vf", f"crop={WIDTH}:2:0:{HEIGHT // 2}",
+    command = ["ffmpeg", "-v", "error", *options, "-i", str(path), "-map", "0:v",
+               "-vf", f"crop={WIDTH}:2:0:{HEIGHT // 2}",
                "-pix_fmt", "gray", "-fps_mode", "passthrough", "-f", "rawvideo", "-"]
     answer = subprocess.run(command, capture_output=True, timeout=LIMIT_S, check=True)
     if answer.stderr:

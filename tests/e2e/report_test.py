@@ -105,8 +105,8 @@ class Reports(RecordCase):
 
     def test_ReplayWithALine_BeginsAtOnce(self):
         run = self.stage.start("record", self.path, "--replay", 300, "--seconds", 1, stdin=subprocess.PIPE)
-        self.assertEqual(run.first_line(), "Keeping the last 300 s of the screen (Enter begins the recording with them, "
-                                           "Ctrl-C ends)\n")
+        self.assertEqual(run.first_line(), "Keeping the last 300 s of the screen (Enter begins the recording with "
+                                           "them, Ctrl-C ends)\n")
         self.assertFalse(self.path.exists())
         run.type("\n")
         result = run.finish()
@@ -134,7 +134,8 @@ class Reports(RecordCase):
     def test_RefusedReplay_IsSaidInOneSentence(self):
         result = self.stage.run("record", self.path, "--replay", 5, "--region", "5000,5000,10,10")
         self.expect_code(result, REPLAY_REFUSED)
-        self.assertRegex(result.complaint, r"^kxrecord: the region 5000,5000,10,10 is not wholly on the screen, which is 1280x720 .*\n$")
+        self.assertRegex(result.complaint, r"^kxrecord: the region 5000,5000,10,10 is not wholly on the screen, "
+                                           r"which is 1280x720 .*\n$")
         self.assertEqual(result.output, "")
 
     def test_BadReplay_EndsWithTwo(self):
