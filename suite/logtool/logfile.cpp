@@ -31,12 +31,27 @@ void LogFile::append(const log4cplus::spi::InternalLoggingEvent& event) {
     }
 }
 
+// A folder that only administrators may write is where programs lie.
 bool LogFile::Open() noexcept {
-    if (!m_file) {
-        m_file.Reset(CreateFileW(m_path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (m_file || OpenPath()) {
+        return true;
     }
+    if (m_otherPath.empty()) {
+        return false;
+    }
+    m_path.swap(m_otherPath);
+    m_otherPath.clear();
+    const std::size_t folderEnd = m_path.find_last_of(L'\\');
+    m_path[folderEnd] = L'\0';
+    CreateDirectoryW(m_path.c_str(), nullptr);
+    m_path[folderEnd] = L'\\';
+    return OpenPath();
+}
+
+bool LogFile::OpenPath() noexcept {
+    m_file.Reset(CreateFileW(m_path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL, nullptr));
     return static_cast<bool>(m_file);
 }
 

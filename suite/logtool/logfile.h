@@ -18,9 +18,14 @@ namespace logtool {
 /** Appends to a file; one that has grown past the limit becomes "<path>.1" and pushes the older ones on. */
 class LogFile : public log4cplus::Appender {
 public:
-    /** Opens nothing yet. @param oldFiles how many old files are kept */
-    LogFile(std::wstring path, std::uint64_t maxBytes, int oldFiles)
+    /**
+     * Opens nothing yet.
+     * @param otherPath is written when @p path cannot be: its folder is made. Empty: none
+     * @param oldFiles how many old files are kept
+     */
+    LogFile(std::wstring path, std::wstring otherPath, std::uint64_t maxBytes, int oldFiles)
         : m_path(std::move(path)),
+          m_otherPath(std::move(otherPath)),
           m_maxBytes(maxBytes),
           m_oldFiles(oldFiles) {}
     ~LogFile() override { destructorImpl(); }
@@ -33,10 +38,12 @@ protected:
 
 private:
     bool Open() noexcept;
+    bool OpenPath() noexcept;
     bool HasGrownPast() const noexcept;
     void RollOver();
 
-    const std::wstring m_path;
+    std::wstring m_path;
+    std::wstring m_otherPath; ///< empty once it is the path
     const std::uint64_t m_maxBytes;
     const int m_oldFiles;
     kx::FileHandle m_file;

@@ -12,6 +12,8 @@
 
 #include <windows.h>
 
+#include <shlobj.h>
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -32,7 +34,9 @@ namespace {
 
 constexpr wchar_t kLoggerName[] = L"KxSuite";
 constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
-constexpr wchar_t kLinePattern[] = L"%D{%Y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]\r%n";
+// The century by itself: the first line of a thread is formatted into as much as its pattern is long, and some systems
+// cut there what does not fit.
+constexpr wchar_t kLinePattern[] = L"%D{20%y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]\r%n";
 constexpr std::uint64_t kMaxFileBytes = 1024 * 1024;
 constexpr int kOldFilesKept = 3;
 
@@ -52,12 +56,29 @@ void StayLoaded() {
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, kLoggerName, &self);
 }
 
+struct TaskMemoryFree {
+    void operator()(void* block) const noexcept { CoTaskMemFree(block); }
+};
+
+// The same file in the user's own folder; empty when the system does not tell. @throws std::bad_alloc
+std::wstring LocalLog(const std::filesystem::path& file) {
+    PWSTR text = nullptr;
+    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &text);
+    const std::unique_ptr<wchar_t, TaskMemoryFree> owner(text);
+    if (found == E_OUTOFMEMORY) {
+        throw std::bad_alloc();
+    }
+    return SUCCEEDED(found) ? (std::filesystem::path(text) / kLocalLogFolderName / file.filename()).wstring()
+                            : std::wstring();
+}
+
 // An appender must not be given up half way (see logfile.h): what is made is kept, and a call that ran out of memory
 // later goes on with it.
 void AddLogFile(log4cplus::Logger& logger, std::filesystem::path file) {
     using SharedLogFile = log4cplus::helpers::SharedObjectPtr<logtool::LogFile>;
-    static const auto* const s_logFile = new SharedLogFile(
-        new logtool::LogFile(file.replace_extension(L".log").wstring(), kMaxFileBytes, kOldFilesKept));
+    file.replace_extension(L".log");
+    static const auto* const s_logFile =
+        new SharedLogFile(new logtool::LogFile(file.wstring(), LocalLog(file), kMaxFileBytes, kOldFilesKept));
     (*s_logFile)->setLayout(std::make_unique<log4cplus::PatternLayout>(kLinePattern));
     logger.addAppender(log4cplus::SharedAppenderPtr(s_logFile->get()));
     logger.setLogLevel(log4cplus::WARN_LOG_LEVEL);

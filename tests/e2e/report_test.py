@@ -55,6 +55,10 @@ class Reports(RecordCase):
                                           "fileSeconds", "liveStartSeconds", "bytes", "exitCode"])
         self.assertEqual((finished["event"], finished["file"], finished["bytes"], finished["exitCode"]),
                          ("finished", self.windows_path, self.path.stat().st_size, 0))
+        self.assertGreater(finished["pictures"], 10)
+        self.assertAlmostEqual(finished["pictures"] + finished["repeats"], 35, delta=4)
+        self.assertAlmostEqual(finished["fileSeconds"], 3.5, delta=DURATION_TOLERANCE_S)
+        self.assertEqual(finished["liveStartSeconds"], 0)
 
     def test_JsonWithAUnicodeName_IsValid(self):
         self.path = self.stage.new_path("Bild ä 屏幕.mkv")
@@ -95,6 +99,8 @@ class Reports(RecordCase):
         self.expect_code(result, 0)
         self.assertEqual(keeping, {"schema": 2, "event": "keeping", "seconds": 2})
         self.assertEqual(started["event"], "started")
+        self.assertAlmostEqual(started["replaySeconds"], 2, delta=DURATION_TOLERANCE_S)
+        self.assertAlmostEqual(finished["liveStartSeconds"], started["replaySeconds"], delta=0.001)
         self.assertAlmostEqual(finished["seconds"], 1, delta=DURATION_TOLERANCE_S)
         video = Video(self.path)
         self.assertEqual(video.complaints, "")

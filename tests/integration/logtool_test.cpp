@@ -209,10 +209,25 @@ TEST(LogTool, ConfigurationThatIsNonsense_LeavesTheHostAlive) {
     }
 }
 
-TEST(LogTool, LogFileThatCannotBeOpened_LeavesTheHostAlive) {
+TEST(LogTool, LogFileThatCannotBeOpened_GoesToTheUsersOwnFolder) {
     const TempFolder folder;
     std::filesystem::create_directory(folder.Path() / "child.log");
+    const std::filesystem::path local =
+        std::filesystem::path(_wgetenv(L"LOCALAPPDATA")) / kLocalLogFolderName / "child.log";
+    std::filesystem::remove(local);
     EXPECT_EQ(RunChildIn(folder.Path(), "defaults").exitCode, 0u);
+    EXPECT_NE(ReadFileBytes(local).find("second 2(LogErrorFun)"), std::string::npos);
+    std::filesystem::remove(local);
+}
+
+TEST(LogTool, LogFileThatCannotBeOpenedAnywhere_LeavesTheHostAlive) {
+    const TempFolder folder;
+    std::filesystem::create_directory(folder.Path() / "child.log");
+    const std::filesystem::path local =
+        std::filesystem::path(_wgetenv(L"LOCALAPPDATA")) / kLocalLogFolderName / "child.log";
+    std::filesystem::create_directories(local);
+    EXPECT_EQ(RunChildIn(folder.Path(), "defaults").exitCode, 0u);
+    std::filesystem::remove(local);
 }
 
 const ChildScenario kManyThreads("threads", [] {

@@ -4,8 +4,9 @@
  *
  * The logger is named KxSuite. It is configured once, on first use: from "config\log4cplus.properties" in the folder
  * of the host executable when that file exists; otherwise WARN and above go to a rolling file in UTF-8 beside the
- * host executable, with its name and the ending .log, which keeps three old files of a mebibyte each. The library stays
- * loaded from then on.
+ * host executable, with its name and the ending .log, which keeps three old files of a mebibyte each; where that file
+ * cannot be written it lies in the folder KxSuite of the user's local application data. The library stays loaded from
+ * then on.
  */
 #pragma once
 
