@@ -49,7 +49,7 @@ class Capture(RecordCase):
         return StepHost(self.stage, self.settings.bin)
 
     def record_pointer(self, cursor):
-        path = self.stage.new_path(f"pointer{cursor}.mkv")
+        path = self.stage.new_path(f"pointer{cursor}.mp4")
         with self.host() as host:
             host.pointer(*POINTER)
             host.prepare(0, RATE, cursor)
@@ -76,24 +76,25 @@ class Capture(RecordCase):
         self.assertEqual(self.pixels_that_differ(without, *around), 0)
 
     def record_while_the_screen_changes(self, region=(0, 0, 0, 0), replay_s=0):
-        """A recording with the large, the small and again the large screen; returns the video and a frame of each."""
-        path = self.stage.new_path("display.mkv")
+        """A recording with the large, the small and again the large screen; returns the video and a picture of each."""
+        path = self.stage.new_path("display.mp4")
         with self.host() as host:
             host.prepare(replay_s, RATE, 0, region)
             host.start(path)
             began = time.monotonic()
-            frames = []
+            moments = []
             for size in (None, SMALL_SCREEN, (SCREEN_WIDTH, SCREEN_HEIGHT)):
                 if size:
                     host.display(*size)
                 time.sleep(SETTLE_S)
-                frames.append(int((time.monotonic() - began) * RATE) - 3)
+                moments.append(time.monotonic() - began - 0.1)
                 time.sleep(0.3)
+            lasted = time.monotonic() - began
             self.assertEqual(host.stop(), 0)
         video = Video(path)
         self.assertEqual(video.complaints, "")
-        self.assertAlmostEqual(video.duration_s, time.monotonic() - began, delta=1.5)
-        return video, [video.picture(frame) for frame in frames]
+        self.assertAlmostEqual(video.duration_s, lasted, delta=1.5)
+        return video, [video.picture_at(moment) for moment in moments]
 
     def test_ScreenThatShrinks_IsScaledBetweenBlackBordersUntilItGrowsBack(self):
         video, (large, small, again) = self.record_while_the_screen_changes()

@@ -19,7 +19,7 @@ WORKER_NO_CHANNEL = 0x20000003
 PATH_NOT_FOUND = 3  # the system's code
 LAUNCH_USAGE = 64  # what launch.exe ends with when it is run with a worker's arguments
 
-RECORDED_BYTES = 300000  # enough for several frames to be in the file
+RECORDED_BYTES = 4000  # enough for several frames to be in the file
 WRITE_LIMIT_S = 20
 WORKER_END_LIMIT_S = 10
 
@@ -27,7 +27,7 @@ WORKER_END_LIMIT_S = 10
 class Failure(RecordCase):
     def setUp(self):
         super().setUp()
-        self.path = self.stage.new_path("screen.mkv")
+        self.path = self.stage.new_path("screen.mp4")
         self.worker = self.stage.folder / WORKER
 
     def pose_as_worker(self, program):
@@ -47,7 +47,7 @@ class Failure(RecordCase):
         self.assertEqual(result.complaint.count("\n"), 1, result.complaint)
 
     def expect_recording_works(self):
-        path = self.stage.new_path("afterwards.mkv")
+        path = self.stage.new_path("afterwards.mp4")
         self.expect_code(self.stage.run("record", path, "--seconds", 1), 0)
         expect_pattern(self, Video(path))
 
@@ -109,7 +109,7 @@ class Failure(RecordCase):
         self.assertIn(f"Cannot connect to the host's channel: error {SYSTEM_TIMED_OUT} ", self.stage.worker_log())
 
     def test_FolderThatDoesNotExist_IsRefused(self):
-        result = self.stage.run("record", self.path / "screen.mkv", "--seconds", 1)
+        result = self.stage.run("record", self.path / "screen.mp4", "--seconds", 1)
         self.expect_failure(result, START_REFUSED, "see that its folder exists")
         self.assertRegex(self.stage.worker_log(), f"Cannot create the file .*: error {PATH_NOT_FOUND} ")
         self.expect_recording_works()

@@ -6,6 +6,7 @@ import subprocess
 from stage import END_LIMIT_S, WINE_RUN
 
 PROGRAM = "stephost.exe"
+KEEP_AS_VP9 = 0x100  # kStreamVp9
 
 
 class StepFailed(Exception):
@@ -42,13 +43,19 @@ class StepHost:
             raise StepFailed(f"{line}: {answer}")
         return [int(number) for number in answer[1:]]
 
-    def prepare(self, replay_s=0, rate=30, cursor=0, region=(0, 0, 0, 0)):
+    def prepare(self, replay_s=0, rate=30, cursor=0, region=(0, 0, 0, 0), vp9=False):
         """Runs the worker and prepares; returns the milliseconds that it took."""
-        return self._step(f"prepare {replay_s} {rate} {cursor} {' '.join(map(str, region))}")[0]
+        streams = KEEP_AS_VP9 if vp9 else 0
+        return self._step(f"prepare {replay_s} {rate} {cursor} {streams} {' '.join(map(str, region))}")[0]
 
     def start(self, path):
         """Starts a recording; returns the milliseconds that it took and the counter on the screen at that time."""
         return self._step(f"start {windows_path(path)}")
+
+    def status(self):
+        """What the worker tells of its file, also when it has ended; moments in 100 ns."""
+        names = ("pictures", "repeats", "dropped", "liveStart", "length", "bytes", "finished")
+        return dict(zip(names, self._step("status")))
 
     def live(self):
         """Starts the live server; returns its port."""

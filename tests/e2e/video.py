@@ -18,7 +18,7 @@ COUNTER_TOP, COUNTER_HEIGHT = 600, 120
 COUNTER_BITS = 16
 BLOCK_WIDTH = SCREEN_WIDTH // COUNTER_BITS
 
-JPEG_TOLERANCE = 12  # of 255, in the middle of a block of one colour
+COLOUR_TOLERANCE = 12  # of 255, in the middle of a block of one colour
 
 
 class Video:
@@ -37,8 +37,6 @@ class Video:
         self.codec = stream["codec_name"]
         self.size = (stream["width"], stream["height"])
         self.frames = int(stream["nb_read_frames"])
-        numerator, denominator = stream["avg_frame_rate"].split("/")
-        self.rate = int(numerator) / int(denominator)
         self.duration_s = float(facts["format"]["duration"])
 
     def _raw(self, *options):
@@ -52,6 +50,14 @@ class Video:
     def picture(self, frame):
         """The same for any frame."""
         pixels = self._raw("-vf", f"select=eq(n\\,{frame})", "-frames:v", "1", "-pix_fmt", "rgb24")
+        return self._colours(pixels)
+
+    def picture_at(self, seconds):
+        """The same for the frame on show at a moment."""
+        before = [time for time in self.frame_times_ms() if time <= seconds * 1000]
+        return self.picture(len(before) - 1)
+
+    def _colours(self, pixels):
         width, height = self.size
         assert len(pixels) == width * height * 3
         return lambda x, y: tuple(pixels[(y * width + x) * 3:(y * width + x) * 3 + 3])
@@ -59,9 +65,17 @@ class Video:
     def frame_times_ms(self):
         """When each frame is shown, in milliseconds since the beginning."""
         lines = subprocess.run(
-            ["ffprobe", "-v", "error", "-show_entries", "packet=pts_time", "-of", "csv=p=0", str(self.path)],
+            ["ffprobe", "-v", "error", "-show_entries", "frame=pts_time", "-of", "csv=p=0", str(self.path)],
             capture_output=True, text=True, timeout=READ_LIMIT_S, check=True).stdout.split()
         return [round(float(line.strip(",")) * 1000) for line in lines]
+
+    def counters_of_slots(self, rate):
+        """The step number on show in each slot of the frame clock, from the file's beginning to its end."""
+        shown = dict(zip(((time * rate + 500) // 1000 for time in self.frame_times_ms()), self.counters()))
+        slots = []
+        for slot in range(round(self.duration_s * rate)):
+            slots.append(shown.get(slot, slots[-1] if slots else None))
+        return slots
 
     def counters(self):
         """The pattern's step number in every frame of a recording of the whole screen."""
@@ -81,7 +95,7 @@ def _from_gray_code(row):
 
 def expect_colour(case, seen, wanted, where):
     distance = max(abs(a - b) for a, b in zip(seen, wanted))
-    case.assertLessEqual(distance, JPEG_TOLERANCE, f"colour {seen} instead of {wanted} at {where}")
+    case.assertLessEqual(distance, COLOUR_TOLERANCE, f"colour {seen} instead of {wanted} at {where}")
 
 
 def expect_pattern(case, video, left=0, top=0):
