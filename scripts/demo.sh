@@ -9,7 +9,7 @@ usage: scripts/demo.sh [--help]
 
 Prepares the machine and builds host and worker (mingw-release), starts a virtual display with a moving colour pattern,
 records 5 s of it with kxrecord.exe (through ScreenRecordProxy.dll, which starts the worker KXVCR.exe) and takes
-one picture out of the recording. The last line names both files, build/demo/screen.mkv and build/demo/frame.png.
+one picture out of the recording. The last line names both files, build/demo/screen.mp4 and build/demo/frame.png.
 
 Needs no network once the dependencies are built; can be run again.
 HELP
@@ -70,9 +70,9 @@ say "entering the worker into the integrity manifest"
 scripts/wine-run.sh "$BIN/kxrecord.exe" manifest KXVCR.exe
 
 say "recording $SECONDS_TO_RECORD s"
-scripts/wine-run.sh "$BIN/kxrecord.exe" record "$DEMO/screen.mkv" --seconds "$SECONDS_TO_RECORD"
-ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,avg_frame_rate,nb_read_frames \
-    -of default=noprint_wrappers=1 "$DEMO/screen.mkv"
-ffmpeg -v error -y -ss 2 -i "$DEMO/screen.mkv" -frames:v 1 "$DEMO/frame.png"
+scripts/wine-run.sh "$BIN/kxrecord.exe" record "$DEMO/screen.mp4" --seconds "$SECONDS_TO_RECORD"
+ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,nb_read_frames:format=duration,size \
+    -of default=noprint_wrappers=1 "$DEMO/screen.mp4"
+ffmpeg -v error -y -ss 2 -i "$DEMO/screen.mp4" -frames:v 1 "$DEMO/frame.png"
 
-echo "The recording is $DEMO/screen.mkv, a picture out of it is $DEMO/frame.png."
+echo "The recording is $DEMO/screen.mp4, which any browser opens; a picture out of it is $DEMO/frame.png."
