@@ -75,7 +75,15 @@ enum class RunStatus : std::int32_t {
 /**
  * The process-wide, reference-counted proxy of the screen-record worker.
  *
- * Every member may be called from any thread. Codes returned by the process-control members are Windows error
+ * Every member may be called from any thread. A thread that may be inside a member while another releases the
+ * instance needs a reference of its own.
+ *
+ * The end of a worker wins: once it is seen, the record mode is 0 until the next RunProcess, whatever a command that
+ * was under way does afterwards, and RunProcess can be called again. A Stop, a KillProcess or an error that comes
+ * during a command is not overwritten by that command's success; the command still returns what the worker answered. A
+ * call that comes back when a later run has begun changes nothing of that run.
+ *
+ * Codes returned by the process-control members are Windows error
  * codes: 0 success, 170 (ERROR_BUSY), 191 (ERROR_INVALID_EXE_SIGNATURE: the worker failed verification),
  * 258 (WAIT_TIMEOUT), or a code of the system or the worker's exit code. Time-outs are in milliseconds;
  * INFINITE (0xFFFFFFFF) waits without limit.
@@ -84,7 +92,7 @@ class KXSCREENRECORD_API ScreenRecordProxy {
 public:
     /**
      * Takes a reference to the one instance, constructing it first when none exists.
-     * @return the instance, or null (after an ERROR in the log) when it could not be allocated. Give it back
+     * @return the instance, or null (after an ERROR in the log) when there is no memory for it. Give it back
      *         with ReleaseProxy. The host process ends with exit code 8 when the instance cannot allocate its
      *         message client.
      */
@@ -106,12 +114,17 @@ public:
     int GetCurRecordMode();
 
     /**
-     * Verifies and starts the worker beside the host executable and waits for its ready notice.
+     * Verifies and starts the worker beside the host executable and waits for its ready notice. From before the
+     * worker's file is verified until it is started nobody can write, rename or delete it. A file that somebody has
+     * open for writing fails the verification, and so does a host folder whose path the ANSI code page cannot name
+     * exactly or that is longer than 259 characters.
      * @param timeoutMs how long to wait for the notice, in milliseconds
      * @return 0; 170 when a worker is known already; 191 when the worker fails verification; 258 when it did not
      *         get ready in time (it is then ended with exit code 21); the worker's exit code when it ended first;
-     *         or the system's error code. After a failure RunProcess may be called again. Nothing runs then, but for
-     *         one case: when the system refuses the monitor thread the worker runs on, until KillProcess.
+     *         or the system's error code. A worker that ends with exit code 0 before it is ready gives 0 too, although
+     *         there is no worker then: the record mode, 0 instead of 1, tells the difference. After a failure
+     * RunProcess may be called again. Nothing runs then, but for one case: when the system refuses the monitor thread
+     * the worker runs on, until KillProcess.
      */
     unsigned long RunProcess(unsigned long timeoutMs);
 
