@@ -1,6 +1,6 @@
 // The end of the instance: the steps of the destructor in their order, and what it leaves behind.
 #include "support/handlecount.h"
-#include "unit/proxyfixture.h"
+#include "unit/proxyeventworkers.h"
 
 #include <array>
 #include <mutex>
@@ -200,6 +200,39 @@ TEST_F(Destructor, WorkerThatIgnoresStop_CostsFiveSeconds) {
     EXPECT_EQ(WaitForSingleObject(worker.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
     m_plan.EndWorkers();
     EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
+}
+
+/** Lets the wait for a monitor that does not end be over at once. */
+class ImpatientRelease {
+    hooks::WaitHook m_wait{[](HANDLE handle, DWORD timeoutMs) {
+        return hooks::WaitHook::Original(handle, timeoutMs == kMonitorLimitMs ? 0 : timeoutMs);
+    }};
+};
+
+TEST(MonitorThatWaitsTooLong, LeavesNeitherHandleNorThread) {
+    constexpr std::size_t kRuns = 20;
+    fakeipc::Reset();
+    fakeutil::Reset();
+    const kxtest::LogCapture log;
+    EventWorkers workers;
+    const ImpatientRelease impatience;
+    const auto live = [] {
+        ScreenRecordProxy* const proxy = ScreenRecordProxy::CreateProxy();
+        EXPECT_EQ(proxy->RunProcess(kLimitMs), 0u);
+        const OwnedHandle monitor = Duplicate(proxyprivate::MonitorThread(*proxy));
+        ScreenRecordProxy::ReleaseProxy(proxy);
+        DWORD exitCode = 0;
+        EXPECT_NE(GetExitCodeThread(monitor.get(), &exitCode), FALSE);
+        EXPECT_EQ(exitCode, kTerminatedThread);
+    };
+    live();
+    workers.EndAll();
+    const std::size_t before = kxtest::OpenHandleCount();
+    for (std::size_t run = 0; run < kRuns; ++run) {
+        live();
+        workers.EndAll();
+    }
+    EXPECT_FALSE(kxtest::HandlesLeakedSince(before, kRuns));
 }
 
 } // namespace

@@ -244,9 +244,22 @@ TEST_F(ProxySupervision, WorkerThatIsKilledBeforeTheMonitorBegins_LeavesModeAndS
     };
     const OwnedHandle worker = RunWorker();
     killer.join();
+    AwaitMonitor();
     ExpectState(RunStatus::Idle, RecordMode::NoWorker);
     EXPECT_EQ(ExitCodeOf(worker.get()), kKilledExitCode);
     ExpectMessages({Warn("ScrRecProcessMonitorThreadProc", L"processHandle is null.")});
+}
+
+TEST_F(ProxySupervision, WorkerThatIsKilledLongBeforeTheMonitorBegins_LeavesModeAndStatusZero) {
+    {
+        SuspendedMonitor monitor;
+        const OwnedHandle worker = RunWorker(); // goes on without the monitor after a second
+        Proxy().KillProcess();
+        EXPECT_EQ(WaitForSingleObject(monitor.Resume(), kLimitMs), WAIT_OBJECT_0);
+    }
+    ExpectState(RunStatus::Idle, RecordMode::NoWorker);
+    ExpectMessages({Warn("ScrRecProcessMonitorThreadProc", L"processHandle is null.")});
+    ExpectRunWorks();
 }
 
 TEST_F(ProxySupervision, WaitWithoutWorker_IsLoggedAndGivesZero) {
