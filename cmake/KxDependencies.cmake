@@ -5,7 +5,7 @@ find_package(Log4cplusStatic REQUIRED)
 find_package(tinyxml2 CONFIG REQUIRED)
 find_package(CLI11 CONFIG REQUIRED)
 find_package(nlohmann_json CONFIG REQUIRED)
-find_package(httplib CONFIG REQUIRED)
+find_package(Boost 1.81 REQUIRED) # headers alone: Asio and Beast
 find_package(libjpeg-turbo CONFIG REQUIRED)
 find_package(LibWebM REQUIRED)
 find_package(LibVpx REQUIRED)

@@ -43,7 +43,8 @@ struct LiveServerParam {
     std::uint32_t port = 0;       ///< TCP port to listen on, up to 65535; 0 lets the system choose
     std::uint32_t maxClients = 0; ///< viewers served at the same time, up to 64; 0 is the worker's default, 8
     std::uint32_t listenOnAllInterfaces = 0; ///< 0 binds to loopback only, 1 to every interface
-    std::uint32_t reserved[7] = {};          ///< 0
+    std::uint8_t key[16] = {};               ///< the server's address has it as 32 hexadecimal digits; all 0: no key
+    std::uint32_t reserved[3] = {};          ///< 0
 };
 static_assert(sizeof(LiveServerParam) == 40);
 

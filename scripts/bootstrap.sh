@@ -160,6 +160,28 @@ build_libvpx() {
         make -C "$tree" -j "$(nproc)" && make -C "$tree" install
 }
 
+# Boost's headers come from the distribution's package for programs of its own: of what is called here, nothing is
+# compiled, so they serve every target. They lie in a
+# folder of the target's, because the cross compiler must not see the machine's own.
+install_boost_headers() {
+    local version=1.81
+    local stamp="$DEPS/stamps/boost-headers-$version" work="$DEPS/obj/boost" package="libboost$version-dev"
+    [ -f "$stamp" ] && return
+    say "fetching the headers of Boost $version"
+    rm -rf "$work" "$PREFIX/include/boost"
+    mkdir -p "$work" "$PREFIX/include" "$DEPS/stamps"
+    (
+        cd "$work"
+        options=(-qq -o APT::Sandbox::User=root)
+        apt-get "${options[@]}" download "$package" 2>/dev/null ||
+            { as_root apt-get update -qq && apt-get "${options[@]}" download "$package"; }
+        dpkg-deb -x "$package"_*.deb .
+    )
+    mv "$work/usr/include/boost" "$PREFIX/include/boost"
+    rm -rf "$work"
+    touch "$stamp"
+}
+
 make_template_prefix() {
     local template="$DEPS/wineprefix"
     [ -f "$template/.ready" ] && return
@@ -192,7 +214,6 @@ build libvpx 1.12.0 --disable-vp8 --disable-examples --disable-tools --disable-d
 build libyuv 0.0~git20230123.b2528b0 -DCMAKE_DISABLE_FIND_PACKAGE_JPEG=ON
 build cli11 2.1.2+ds -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF
 build nlohmann-json3 3.11.2 -DJSON_BuildTests=OFF
-build cpp-httplib 0.11.4+ds -DHTTPLIB_COMPILE=OFF -DHTTPLIB_REQUIRE_OPENSSL=OFF -DHTTPLIB_USE_OPENSSL_IF_AVAILABLE=OFF \
-    -DHTTPLIB_USE_ZLIB_IF_AVAILABLE=OFF -DHTTPLIB_USE_BROTLI_IF_AVAILABLE=OFF
+install_boost_headers
 make_template_prefix
 say "the machine is ready"

@@ -5,7 +5,9 @@
 #include "screenrecordproxy.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <optional>
 
 namespace kxvcr {
 
@@ -16,6 +18,11 @@ using KxScreenRecord::ScreenRecordParam;
 
 bool AllZero(std::span<const std::uint32_t> fields) {
     return std::all_of(fields.begin(), fields.end(), [](std::uint32_t field) { return field == 0; });
+}
+
+std::optional<LiveKey> KeyOf(const LiveServerParam& param) {
+    const LiveKey key = std::to_array(param.key);
+    return key == LiveKey{} ? std::nullopt : std::optional(key);
 }
 
 Result CheckFields(const ScreenRecordParam& param) {
@@ -136,6 +143,7 @@ Result ReadLiveServer(std::span<const std::byte> payload, LiveSettings& settings
     settings.port = static_cast<std::uint16_t>(param.port);
     settings.maxClients = param.maxClients == 0 ? kDefaultLiveClients : param.maxClients;
     settings.allInterfaces = param.listenOnAllInterfaces != 0;
+    settings.key = KeyOf(param);
     return Result::Accepted;
 }
 

@@ -59,23 +59,6 @@ MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const 
     return made;
 }
 
-// Shows the server every new picture.
-class JpegFeed final : public PacketSink {
-public:
-    JpegFeed(LiveServer& server, LiveSource& source) noexcept : m_server(server), m_source(source) {}
-
-    bool Add(const SharedPacket&) override {
-        const SharedPacket jpeg = m_source.NewestJpeg();
-        return jpeg == nullptr || m_server.AddFrame(m_slot++, jpeg->bytes);
-    }
-    void Finish(MediaTime) override { m_server.Finish(m_slot); }
-
-private:
-    LiveServer& m_server;
-    LiveSource& m_source;
-    std::uint64_t m_slot = 0;
-};
-
 } // namespace
 
 ScreenRecorder::~ScreenRecorder() {
@@ -277,12 +260,12 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
         return {result};
     }
     auto feed = std::make_unique<LiveFeed>(m_parts.encoder->Format(), m_settings.quality);
-    auto live = std::make_unique<LiveServer>(m_settings.area.rect.width, m_settings.area.rect.height);
-    const std::int32_t port = live->Start(settings);
-    if (port < 0) {
-        return {static_cast<Result>(port)};
+    auto live = std::make_shared<LiveServer>(*feed);
+    const LiveStart start = live->Start(settings);
+    if (start.result != Result::Accepted) {
+        return start;
     }
-    if (!m_hub.SwitchToWithoutReplay(std::make_shared<JpegFeed>(*live, *feed))) {
+    if (!m_hub.SwitchToWithoutReplay(live)) {
         return {Result::OutOfResources};
     }
     if (const Result result = StartCapturing(); result != Result::Accepted) {
@@ -293,7 +276,7 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
     m_liveFeed = std::move(feed);
     m_live = std::move(live);
     m_started = true;
-    return {Result::Accepted, static_cast<std::uint16_t>(port)};
+    return start;
 }
 
 void ScreenRecorder::LimitFinish(std::uint32_t milliseconds) noexcept {

@@ -79,7 +79,7 @@ private:
     PipelineParts m_parts;
     PacketHub m_hub;
     std::unique_ptr<LiveFeed> m_liveFeed;
-    std::unique_ptr<LiveServer> m_live;
+    std::shared_ptr<LiveServer> m_live;
     StatusBoard m_board;
     MediaTime m_liveStart{};           // the length of the replay in the file
     std::uint64_t m_droppedBefore = 0; // pictures dropped before the file was started

@@ -7,7 +7,9 @@
 #include "sdk/vcr/workerprotocol.h"
 #include "worker/capture/capturearea.h"
 
+#include <array>
 #include <cstdint>
+#include <optional>
 
 namespace kxvcr {
 
@@ -22,11 +24,15 @@ struct RecordSettings {
     std::uint32_t replaySeconds = 0; ///< of the screen, kept from prepare on until a recording begins with them
 };
 
+/** The first part of every path of a live server that is not open to everybody who reaches it. */
+using LiveKey = std::array<std::uint8_t, 16>;
+
 /** What a start-live-server command asks for. */
 struct LiveSettings {
     std::uint16_t port = 0; ///< 0 lets the system choose
     std::uint32_t maxClients = kDefaultLiveClients;
     bool allInterfaces = false; ///< else loopback only
+    std::optional<LiveKey> key; ///< none: everybody who reaches the server is answered
 };
 
 /** What starting the live server came to. */

@@ -196,6 +196,7 @@ TEST(ReadLiveServer, Zeros_AreTheDefaults) {
     EXPECT_EQ(settings.port, 0u);
     EXPECT_EQ(settings.maxClients, 8u);
     EXPECT_FALSE(settings.allInterfaces);
+    EXPECT_EQ(settings.key, std::nullopt);
 }
 
 TEST(ReadLiveServer, GivenValues_AreTaken) {
@@ -203,6 +204,7 @@ TEST(ReadLiveServer, GivenValues_AreTaken) {
     param.port = 65535;
     param.maxClients = 64;
     param.listenOnAllInterfaces = 1;
+    param.key[15] = 7;
     LiveSettings settings;
 
     EXPECT_EQ(ReadLiveServer(BytesOf(param), settings), Result::Accepted);
@@ -210,6 +212,7 @@ TEST(ReadLiveServer, GivenValues_AreTaken) {
     EXPECT_EQ(settings.port, 65535u);
     EXPECT_EQ(settings.maxClients, 64u);
     EXPECT_TRUE(settings.allInterfaces);
+    EXPECT_EQ(settings.key, (LiveKey{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}));
 }
 
 TEST(ReadLiveServer, FieldOutOfRange_IsRefusedWithItsResult) {

@@ -1,52 +1,42 @@
 /**
  * @file
- * The live server: shows the recorder's pictures to viewers over HTTP. docs/worker-protocol.md is its manual.
+ * The live server: shows what is recorded to viewers over HTTP. docs/worker-protocol.md is its manual.
  */
 #pragma once
 
-#include "worker/framesink.h"
-#include "worker/parameters.h"
+#include "worker/live/httpserver.h"
+#include "worker/live/livesource.h"
+#include "worker/packet.h"
+#include "worker/settings.h"
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 
 namespace kxvcr {
 
 /** How long the server waits for a client. */
-struct LivePatience {
-    std::chrono::milliseconds request{2000}; ///< for the whole head of a request
-    std::chrono::milliseconds picture{5000}; ///< for a viewer to take one picture, or a client one answer
-};
+using LivePatience = HttpPatience;
 
 /**
- * Serves motion JPEG over HTTP. A viewer is given the newest picture whenever it has taken the one before: a slow one
- * loses pictures and delays nobody. All members may be called from any thread.
+ * Serves the recording's packets as they come, and JPEG pictures made on demand. A viewer that is slow loses pictures
+ * and delays nobody. All members may be called from any thread.
  */
-class LiveServer final : public FrameSink {
+class LiveServer final : public PacketSink {
 public:
-    /**
-     * @param width, height of the pictures, in pixels; only told to viewers
-     * @throws std::bad_alloc
-     */
-    LiveServer(std::uint32_t width, std::uint32_t height, const LivePatience& patience = {});
+    /** @param source borrowed; asked from threads of the server until Stop() has returned. @throws std::bad_alloc */
+    explicit LiveServer(LiveSource& source, const LivePatience& patience = {});
 
     /** Stops. */
     ~LiveServer() override;
 
-    /**
-     * Begins to listen; to be called once.
-     * @return the port, or a negative Result when the port cannot be had or a resource was refused
-     */
-    std::int32_t Start(const LiveSettings& settings) noexcept;
+    /** Begins to listen; to be called once. */
+    LiveStart Start(const LiveSettings& settings) noexcept;
 
-    /** Shows the picture to every viewer, unless it is the same as the one before. Never waits for a viewer. */
-    bool AddFrame(std::uint64_t slot, std::span<const std::byte> jpeg) override;
+    /** Gives the packet to every viewer. Never waits. @return true */
+    bool Add(const SharedPacket& packet) override;
 
     /** Stops. */
-    void Finish(std::uint64_t endSlot) override;
+    void Finish(MediaTime end) override;
 
     /** Disconnects every client and closes the port; returns when all of the server's threads have ended. */
     void Stop() noexcept;

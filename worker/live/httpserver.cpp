@@ -1,0 +1,416 @@
+// The HTTP server on Boost.Asio and Boost.Beast, which no other file knows. Beast reads and checks requests and counts
+// the time; this file bounds what a connection may cost.
+//
+// One request a connection: a viewer's answer ends with the connection anyway. Ways a connection ends: the answer was
+// sent and the client has taken it (Farewell); the time is over or the client is gone (Beast closes the socket); it is
+// the oldest of too many (DropOldest); the server stops (Close).
+#include "worker/live/httpserver.h"
+
+#include "sdk/util/logtool.h"
+
+// Sockets that do not block, instead of operations that the system carries out by itself: those end with their socket
+// only when the system says so, and the server must be able to end at once, whatever a client leaves unread.
+#define BOOST_ASIO_DISABLE_IOCP
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http.hpp>
+#include <log4cplus/loggingmacros.h>
+
+#include <algorithm>
+#include <array>
+#include <list>
+#include <mutex>
+#include <span>
+#include <thread>
+#include <utility>
+
+namespace kxvcr {
+
+namespace {
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using Tcp = asio::ip::tcp;
+using boost::system::error_code;
+using std::chrono::milliseconds;
+
+constexpr std::uint32_t kMostHeadBytes = 16 * 1024;
+constexpr std::size_t kMostUnreadBytes = std::size_t{256} * 1024; // of a request's body, dropped after the answer
+constexpr std::size_t kMostConnections = 256;                     // besides the streams
+constexpr int kSendBuffer = 64 * 1024; // small, so that a slow viewer is not shown old pictures
+constexpr milliseconds kFarewell(500);
+constexpr milliseconds kAcceptAgain(10);
+
+// A socket option that Asio does not name: without it, another program could take the port over on Windows.
+struct ExclusiveAddress {
+    template <class Protocol>
+    int level(const Protocol&) const noexcept {
+        return SOL_SOCKET;
+    }
+    template <class Protocol>
+    int name(const Protocol&) const noexcept {
+        return SO_EXCLUSIVEADDRUSE;
+    }
+    template <class Protocol>
+    const void* data(const Protocol&) const noexcept {
+        return &value;
+    }
+    template <class Protocol>
+    std::size_t size(const Protocol&) const noexcept {
+        return sizeof(value);
+    }
+    int value = 1;
+};
+
+HttpRequest RequestOf(const http::request<http::empty_body>& parsed) {
+    HttpRequest request;
+    request.method = parsed.method_string();
+    request.target = parsed.target();
+    request.hostIsRequired = parsed.version() >= 11;
+    const auto [first, last] = parsed.equal_range(http::field::host);
+    std::transform(first, last, std::back_inserter(request.hosts),
+                   [](const auto& field) { return std::string(field.value()); });
+    return request;
+}
+
+HttpAnswer Refusal(error_code why) {
+    if (why == http::error::header_limit || why == http::error::buffer_overflow) {
+        return {431, "text/plain", BytesOf("The head of the request is too long.\n"), {}};
+    }
+    return {400, "text/plain", BytesOf("This is no HTTP request.\n"), {}};
+}
+
+bool IsMistakeOfTheClient(error_code error) {
+    return error.category() == make_error_code(http::error::bad_value).category() &&
+           error != http::error::end_of_stream;
+}
+
+} // namespace
+
+SharedBytes BytesOf(std::string_view text) {
+    const auto bytes = std::as_bytes(std::span(text));
+    return std::make_shared<const std::vector<std::byte>>(bytes.begin(), bytes.end());
+}
+
+class HttpServer::Impl {
+public:
+    Impl(const HttpPatience& patience, std::vector<HttpField> fields, Handler handler)
+        : m_patience(patience),
+          m_fields(std::move(fields)),
+          m_handler(std::move(handler)),
+          m_acceptor(m_io) {}
+
+    Listening Start(bool allInterfaces, std::uint16_t port) {
+        error_code error;
+        const Tcp::endpoint wanted(
+            allInterfaces ? asio::ip::address(asio::ip::address_v4::any()) : asio::ip::address_v4::loopback(), port);
+        if (m_acceptor.open(wanted.protocol(), error) || m_acceptor.set_option(ExclusiveAddress(), error) ||
+            m_acceptor.bind(wanted, error) || m_acceptor.listen(asio::socket_base::max_listen_connections, error)) {
+            return {0, error.value()};
+        }
+        const std::uint16_t bound = m_acceptor.local_endpoint().port();
+        Accept();
+        m_thread = std::thread(&Impl::Run, this);
+        return {bound, 0};
+    }
+
+    void Stop() noexcept {
+        const std::lock_guard lock(m_stopping);
+        if (!m_thread.joinable()) {
+            return;
+        }
+        asio::post(m_io, [this] { CloseEverything(); });
+        m_thread.join();
+    }
+
+    void Post(std::function<void()> task) { asio::post(m_io, std::move(task)); }
+
+    void After(milliseconds delay, std::function<void()> task) {
+        if (m_isClosed) {
+            return;
+        }
+        const auto timer = m_timers.emplace(m_timers.end(), m_io, delay);
+        timer->async_wait([this, timer, task = std::move(task)](error_code error) {
+            m_timers.erase(timer);
+            if (!error && !m_isClosed) {
+                task();
+            }
+        });
+    }
+
+    void WakeBodies();
+
+private:
+    class Connection;
+
+    void Run() noexcept {
+        for (;;) {
+            try {
+                m_io.run();
+                return;
+            } catch (const std::exception& failure) {
+                LOG4CPLUS_ERROR(GetLogger(), L"The live server dropped a request: " << failure.what());
+            }
+        }
+    }
+
+    void Accept() {
+        m_acceptor.async_accept([this](error_code error, Tcp::socket socket) {
+            if (m_isClosed) {
+                return;
+            }
+            if (error) { // the client is gone again, or there is no memory for it
+                return After(kAcceptAgain, [this] { Accept(); });
+            }
+            Accept();
+            Serve(std::move(socket));
+        });
+    }
+
+    void Serve(Tcp::socket socket);
+    void DropOldest();
+    void CloseEverything() noexcept;
+
+    HttpPatience m_patience;
+    std::vector<HttpField> m_fields;
+    Handler m_handler;
+    std::list<Connection*> m_connections; // without streams, the oldest first; they take themselves out
+    std::list<Connection*> m_streams;
+    asio::io_context m_io{1}; // destroys tasks that were not run, before the lists that they know
+    asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
+    Tcp::acceptor m_acceptor;
+    std::list<asio::steady_timer> m_timers;
+    bool m_isClosed = false;
+    std::mutex m_stopping;
+    std::thread m_thread;
+};
+
+// One client, from its request's head to the end of its answer.
+class HttpServer::Impl::Connection final : public HttpExchange, public std::enable_shared_from_this<Connection> {
+public:
+    Connection(Impl& server, Tcp::socket socket) : m_server(server), m_stream(std::move(socket)) {
+        error_code ignored; // both options are a matter of speed
+        m_stream.socket().set_option(Tcp::no_delay(true), ignored);
+        m_stream.socket().set_option(asio::socket_base::send_buffer_size(kSendBuffer), ignored);
+        m_parser.header_limit(kMostHeadBytes);
+        m_parser.body_limit(boost::none);
+        m_place = server.m_connections.insert(server.m_connections.end(), this);
+    }
+    ~Connection() override { (m_body == nullptr ? m_server.m_connections : m_server.m_streams).erase(m_place); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void ReadHead() {
+        m_stream.expires_after(m_server.m_patience.request);
+        http::async_read_header(m_stream, m_buffer, m_parser,
+                                [self = shared_from_this()](error_code error, std::size_t) { self->OnHead(error); });
+    }
+
+    void Answer(const HttpAnswer& answer) override {
+        m_answerBody = m_isHead ? nullptr : answer.body;
+        FillHead(answer);
+        m_head.content_length(answer.body == nullptr ? 0 : answer.body->size());
+        SendHead([this] { SendAnswerBody(); });
+    }
+
+    void Stream(const HttpAnswer& answer, std::unique_ptr<HttpBody> body) override {
+        FillHead(answer);
+        if (body == nullptr || m_isHead) {
+            return SendHead([this] { Farewell(); });
+        }
+        m_server.m_streams.splice(m_server.m_streams.end(), m_server.m_connections, m_place);
+        m_body = std::move(body);
+        SendHead([this] {
+            WatchReader();
+            SendPiece();
+        });
+    }
+
+    void Wake() {
+        if (!m_isSending) {
+            SendPiece();
+        }
+    }
+
+    void Close() noexcept { m_stream.close(); }
+
+private:
+    void OnHead(error_code error) {
+        if (IsMistakeOfTheClient(error)) {
+            return Answer(Refusal(error));
+        }
+        if (error) {
+            return;
+        }
+        const HttpRequest request = RequestOf(m_parser.get());
+        m_isHead = request.IsHead();
+        m_server.m_handler(request, shared_from_this());
+    }
+
+    void FillHead(const HttpAnswer& answer) {
+        m_head.result(answer.status);
+        AddFields(m_server.m_fields);
+        AddFields(answer.fields);
+        if (!answer.type.empty()) {
+            m_head.set(http::field::content_type, answer.type);
+        }
+        m_head.set(http::field::connection, "close");
+    }
+
+    void AddFields(const std::vector<HttpField>& fields) {
+        for (const HttpField& field : fields) {
+            m_head.set(field.name, field.value);
+        }
+    }
+
+    template <class Then>
+    void SendHead(Then then) {
+        m_isSending = true;
+        m_stream.expires_after(m_server.m_patience.answer);
+        http::async_write_header(m_stream, m_serializer,
+                                 [self = shared_from_this(), then](error_code error, std::size_t) {
+                                     self->m_isSending = false;
+                                     if (!error) {
+                                         then();
+                                     }
+                                 });
+    }
+
+    void SendAnswerBody() {
+        if (m_answerBody == nullptr) {
+            return Farewell();
+        }
+        Send(m_answerBody, [this] { Farewell(); });
+    }
+
+    void SendPiece() {
+        if (SharedBytes piece = m_body->Next()) {
+            Send(std::move(piece), [this] { SendPiece(); });
+        }
+    }
+
+    template <class Then>
+    void Send(SharedBytes bytes, Then then) {
+        m_isSending = true;
+        m_stream.expires_after(m_server.m_patience.answer);
+        const asio::const_buffer buffer(bytes->data(), bytes->size());
+        asio::async_write(m_stream, buffer,
+                          [self = shared_from_this(), bytes = std::move(bytes), then](error_code error, std::size_t) {
+                              self->m_isSending = false;
+                              if (!error) {
+                                  then();
+                              }
+                          });
+    }
+
+    // Only a read tells that the reader of a stream is gone while there is nothing to send.
+    void WatchReader() {
+        m_stream.expires_never();
+        DropInput([this] { Close(); });
+    }
+
+    // Says that nothing more is sent and lets the client take the rest: closing at once would throw away what is under
+    // way when the client sent more than was read.
+    void Farewell() {
+        error_code ignored;
+        m_stream.socket().shutdown(Tcp::socket::shutdown_send, ignored);
+        m_stream.expires_after(kFarewell);
+        DropInput([] {});
+    }
+
+    // Reads until the client has nothing more to say, or says too much.
+    template <class Then>
+    void DropInput(Then then) {
+        m_stream.async_read_some(asio::buffer(m_dropped),
+                                 [self = shared_from_this(), then](error_code error, std::size_t size) {
+                                     self->m_droppedBytes += size;
+                                     if (error || self->m_droppedBytes > kMostUnreadBytes) {
+                                         return then();
+                                     }
+                                     self->DropInput(then);
+                                 });
+    }
+
+    Impl& m_server;
+    std::list<Connection*>::iterator m_place;
+    boost::beast::tcp_stream m_stream;
+    boost::beast::flat_buffer m_buffer{kMostHeadBytes};
+    http::request_parser<http::empty_body> m_parser;
+    http::response<http::empty_body> m_head;
+    http::response_serializer<http::empty_body> m_serializer{m_head};
+    SharedBytes m_answerBody;
+    std::unique_ptr<HttpBody> m_body; // of a stream
+    std::array<char, 4096> m_dropped;
+    std::size_t m_droppedBytes = 0;
+    bool m_isHead = false;
+    bool m_isSending = false;
+};
+
+void HttpServer::Impl::Serve(Tcp::socket socket) {
+    DropOldest();
+    std::make_shared<Connection>(*this, std::move(socket))->ReadHead();
+}
+
+void HttpServer::Impl::DropOldest() {
+    if (m_connections.size() >= kMostConnections) {
+        m_connections.front()->Close();
+    }
+}
+
+void HttpServer::Impl::WakeBodies() {
+    for (Connection* stream : m_streams) {
+        stream->Wake();
+    }
+}
+
+// Everything that waits ends now, with an error, and the thread with the last of it.
+void HttpServer::Impl::CloseEverything() noexcept {
+    m_isClosed = true;
+    error_code ignored;
+    m_acceptor.close(ignored);
+    for (const std::list<Connection*>* connections : {&m_connections, &m_streams}) {
+        for (Connection* connection : *connections) {
+            connection->Close();
+        }
+    }
+    for (asio::steady_timer& timer : m_timers) {
+        timer.cancel();
+    }
+    m_work.reset();
+}
+
+HttpServer::HttpServer(const HttpPatience& patience, std::vector<HttpField> fields, Handler handler)
+    : m_impl(std::make_unique<Impl>(patience, std::move(fields), std::move(handler))) {}
+
+HttpServer::~HttpServer() {
+    Stop();
+}
+
+HttpServer::Listening HttpServer::Start(bool allInterfaces, std::uint16_t port) {
+    return m_impl->Start(allInterfaces, port);
+}
+
+void HttpServer::Stop() noexcept {
+    m_impl->Stop();
+}
+
+void HttpServer::Post(std::function<void()> task) {
+    m_impl->Post(std::move(task));
+}
+
+void HttpServer::After(milliseconds delay, std::function<void()> task) {
+    m_impl->After(delay, std::move(task));
+}
+
+void HttpServer::WakeBodies() {
+    m_impl->WakeBodies();
+}
+
+} // namespace kxvcr
