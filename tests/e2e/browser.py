@@ -1,4 +1,4 @@
-"""A headless Chromium, driven over its debugging pipe: one page to look at and to ask."""
+"""A Chromium, driven over its debugging pipe: one page to look at and to ask."""
 
 import base64
 import fcntl
@@ -16,9 +16,9 @@ FIRST_FREE_DESCRIPTOR = 10  # above the two that the browser expects its pipe at
 WIDTH = 1280
 HEIGHT = 800
 
-FLAGS = ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+FLAGS = ("--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
          "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-dev-shm-usage",
-         f"--window-size={WIDTH},{HEIGHT}", "--remote-debugging-pipe")
+         "--window-position=0,0", "--remote-debugging-pipe")
 
 
 def _away_from_the_pipe(descriptor):
@@ -28,23 +28,27 @@ def _away_from_the_pipe(descriptor):
 
 
 class Browser:
-    """One browser with one page; its profile is empty and is removed when the browser is closed."""
+    """One browser with one page; its profile is empty and is removed when the browser is closed. Headless, or with a
+    window of a size on a display."""
 
-    def __init__(self, profile):
+    def __init__(self, profile, display=None, size=(WIDTH, HEIGHT)):
         self._profile = profile
         self._held = b""
         self._last_id = 0
         self.complaints = []
         theirs_in, self._to_browser = map(_away_from_the_pipe, os.pipe())
         self._from_browser, theirs_out = map(_away_from_the_pipe, os.pipe())
+        flags = [f"--window-size={size[0]},{size[1]}", "--headless" if display is None else "--kiosk"]
+        environment = os.environ if display is None else {**os.environ, "DISPLAY": display}
         command = ["bash", "-c", f'exec "$@" 3<&{theirs_in} 4>&{theirs_out}', "bash",
-                   "chromium", *FLAGS, f"--user-data-dir={profile}", "about:blank"]
-        self._process = subprocess.Popen(command, pass_fds=[theirs_in, theirs_out], stdin=subprocess.DEVNULL,
+                   "chromium", *FLAGS, *flags, f"--user-data-dir={profile}", "about:blank"]
+        self._process = subprocess.Popen(command, pass_fds=[theirs_in, theirs_out], env=environment, stdin=subprocess.DEVNULL,
                                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
         os.close(theirs_in)
         os.close(theirs_out)
         try:
-            target = self._call("Target.createTarget", url="about:blank")["targetId"]
+            pages = [target for target in self._call("Target.getTargets")["targetInfos"] if target["type"] == "page"]
+            target = (pages[0] if pages else self._call("Target.createTarget", url="about:blank"))["targetId"]
             self._session = self._call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
             for domain in ("Page", "Runtime", "Log"):
                 self._call(f"{domain}.enable", session=self._session)
@@ -64,6 +68,10 @@ class Browser:
         os.close(self._to_browser)
         os.close(self._from_browser)
         shutil.rmtree(self._profile, ignore_errors=True)
+
+    def before_every_page(self, script):
+        """Has a script run in each new page before its own."""
+        self._call("Page.addScriptToEvaluateOnNewDocument", session=self._session, source=script)
 
     def open(self, url):
         answer = self._call("Page.navigate", session=self._session, url=url)

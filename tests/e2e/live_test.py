@@ -2,10 +2,13 @@
 
 import http.client
 import json
+import os
+import pathlib
 import re
 import shutil
 import socket
 import subprocess
+import threading
 import time
 
 from browser import Browser
@@ -21,14 +24,16 @@ LOWEST_RATE = 15  # of 30, on a machine that is busy with other builds
 WORKER_STOP_LIMIT_S = 1
 LOST_HOST_LIMIT_S = 1
 REPLAY_S = 3
+CPU_SPAN_S = 4
 
 # The number that the pattern shows, read from the page's own picture.
 READ_COUNTER = f"""(() => {{
-  const row = document.getElementById("picture").getContext("2d")
-    .getImageData(0, {COUNTER_TOP + COUNTER_HEIGHT // 2}, {SCREEN_WIDTH}, 1).data;
+  const row = new OffscreenCanvas({SCREEN_WIDTH}, 1).getContext("2d");
+  row.drawImage(document.getElementById("picture"), 0, {-COUNTER_TOP - COUNTER_HEIGHT // 2});
+  const pixels = row.getImageData(0, 0, {SCREEN_WIDTH}, 1).data;
   let number = 0;
   for (let block = 0; block < {COUNTER_BITS}; ++block) {{
-    const bit = row[(block * {BLOCK_WIDTH} + {BLOCK_WIDTH // 2}) * 4] >= 128 ? 1 : 0;
+    const bit = pixels[(block * {BLOCK_WIDTH} + {BLOCK_WIDTH // 2}) * 4] >= 128 ? 1 : 0;
     number = number * 2 + (bit ^ (number & 1));
   }}
   return number;
@@ -107,6 +112,48 @@ class LiveHost(LiveServer):
         self._process.communicate(timeout=RUN_LIMIT_S)
 
 
+class VideoReader:
+    """A viewer of the video stream that counts its fragments."""
+
+    def __init__(self, server):
+        self._connection = server.connect(b"GET /stream.mp4 HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        self._fragments = 0
+        self._changed = threading.Condition()
+        self._thread = threading.Thread(target=self._read)
+        self._thread.start()
+
+    def _read(self):
+        try:
+            while chunk := self._connection.recv(65536):
+                with self._changed:
+                    self._fragments += chunk.count(b"moof")
+                    self._changed.notify_all()
+        except OSError:
+            pass
+
+    def wait_for(self, fragments):
+        with self._changed:
+            return self._changed.wait_for(lambda: self._fragments >= fragments, SHOWN_LIMIT_S)
+
+    def close(self):
+        try:
+            self._connection.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        self._thread.join()
+        self._connection.close()
+
+
+def cpu_share(process):
+    """What a process of the build machine takes of a core, in percent, over some seconds."""
+    def ticks():
+        fields = pathlib.Path(f"/proc/{process}/stat").read_text(encoding="ascii").rsplit(")", 1)[1].split()
+        return int(fields[11]) + int(fields[12])
+    before = ticks()
+    time.sleep(CPU_SPAN_S)
+    return (ticks() - before) / os.sysconf("SC_CLK_TCK") / CPU_SPAN_S * 100
+
+
 def read_everything(connection):
     received = b""
     try:
@@ -161,7 +208,7 @@ class Live(RecordCase):
         return browser
 
     def rate_shown(self, browser):
-        return float(browser.ask("document.getElementById('rate').textContent"))
+        return browser.ask("parseFloat(document.getElementById('rate').textContent) || 0")
 
     def expect_moving(self, browser):
         numbers = []
@@ -217,6 +264,77 @@ class Live(RecordCase):
         browser.ask("document.body.replaceChildren(Object.assign(new Image(), {src: '/stream', id: 'plain'}))")
         wait_until(lambda: browser.ask("document.getElementById('plain').naturalWidth") == SCREEN_WIDTH,
                    SHOWN_LIMIT_S, "the stream in a picture element")
+
+    def test_PageWhoseServerHasNoVideo_ShowsPictures(self):
+        host = self.start()
+        browser = Browser(self.stage.new_path("profile"))
+        self.addCleanup(browser.close)
+        browser.before_every_page("delete window.MediaSource; delete window.ManagedMediaSource;")
+        browser.open(host.url)
+        wait_until(lambda: browser.ask("document.body?.dataset.state") == "live", SHOWN_LIMIT_S, "a live picture")
+        self.assertEqual(browser.ask("document.getElementById('still').naturalWidth"), SCREEN_WIDTH)
+        self.assertTrue(browser.ask("document.getElementById('picture').hidden"))
+
+    def test_Keyboard_SavesThePictureAndFillsTheScreen(self):
+        host = self.start()
+        browser = self.open_browser(host.url)
+        browser.ask("document.getElementById('snapshot').addEventListener('click', (event) => {"
+                    " event.preventDefault(); window.saved = event.currentTarget.download; })")
+        browser.ask("document.dispatchEvent(new KeyboardEvent('keydown', {key: 's'}))")
+        self.assertRegex(browser.ask("window.saved"), r"\Ascreen \d{4}-\d\d-\d\dT\d\d\.\d\d\.\d\d\.jpg\Z")
+        browser.ask("document.dispatchEvent(new KeyboardEvent('keydown', {key: 'f'}))")
+        wait_until(lambda: browser.ask("document.fullscreenElement?.id") == "stage", SHOWN_LIMIT_S, "the full screen")
+
+    def test_KilledWorkerUnderAnOpenPage_IsReplacedByTheNext(self):
+        host = self.start()
+        browser = self.open_browser(host.url)
+        self.stage.kill(WORKER)
+        wait_until(lambda: browser.ask("document.body.dataset.state") == "lost", SHOWN_LIMIT_S, "the lost connection")
+        self.assertRegex(browser.ask("document.getElementById('state').textContent"), r"\ATrying again: ")
+        host.end()
+        again = self.start(port=host.port)
+        wait_until(lambda: browser.ask("document.body.dataset.state") == "live", SHOWN_LIMIT_S, "the next worker")
+        self.expect_moving(browser)
+        self.expect_stop(again)
+
+    def test_ViewerThatComesAndGoesAHundredTimes_LeavesNothing(self):
+        host = self.start(clients=2)
+        for path in (b"/stream.mp4", b"/stream") * 50:
+            viewer = host.connect(b"GET " + path + b" HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            while not (received := viewer.recv(4096)).startswith(b"HTTP/1.1 200"):
+                self.assertTrue(received.startswith(b"HTTP/1.1 503"), received[:100])
+                viewer.close()
+                viewer = host.connect(b"GET " + path + b" HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            viewer.close()
+        wait_until(lambda: host.status()["clients"] == 0, SHOWN_LIMIT_S, "the viewers' places")
+        self.expect_moving(self.open_browser(host.url))
+        self.expect_stop(host)
+
+    def test_HalfOpenRequests_HoldUpNoGoodOne(self):
+        host = self.start()
+        for _ in range(300):
+            self.addCleanup(host.connect(b"GET / HTTP/1.1\r\nHo").close)
+        began = time.monotonic()
+        self.assertEqual(host.get("/status")[0], 200)
+        print(f"a request beside 300 half-open ones: {(time.monotonic() - began) * 1000:.0f} ms")
+        self.expect_stop(host)
+
+    def test_SixtyFourViewers_AreServedAlthoughHalfOfThemDoNotRead(self):
+        host = self.start(clients=64)
+        worker, = self.stage.processes(WORKER)
+        readers = [VideoReader(host)]
+        self.addCleanup(lambda: [reader.close() for reader in readers])
+        self.assertTrue(readers[0].wait_for(1))
+        alone = cpu_share(worker)
+        stuck = [host.connect(b"GET /stream.mp4 HTTP/1.1\r\nHost: localhost\r\n\r\n") for _ in range(32)]
+        self.addCleanup(lambda: [viewer.close() for viewer in stuck])
+        readers += [VideoReader(host) for _ in range(31)]
+        for reader in readers:
+            self.assertTrue(reader.wait_for(10))
+        self.assertEqual(host.status()["clients"], 64)
+        together = cpu_share(worker)
+        print(f"processor time of the worker: {alone:.1f} % of a core with one viewer, {together:.1f} % with 64")
+        self.expect_stop(host)
 
     def test_PageOutlivingItsServer_SaysSoAndFindsTheNextOne(self):
         host = self.start()

@@ -83,12 +83,14 @@ class Stage:
         shutil.rmtree(work, ignore_errors=True)
         self.folder = work / "bin"
         self.files = work / "files"
+        self.display_memory = work / "display"  # a folder with the file that the display's pixels are in
         self._prefix = work / "prefix"
         self.drive = self._prefix / "drive_c"
         self._size = size
         self._count = 0
         self.folder.mkdir(parents=True)
         self.files.mkdir()
+        self.display_memory.mkdir()
         for library in programs_from.glob("*.dll"):
             os.link(library, self.folder / library.name)
         for program in PROGRAMS:
@@ -111,10 +113,9 @@ class Stage:
             raise AssertionError("the pattern did not appear")
         self.trust(WORKER)
 
-    @staticmethod
-    def _start_display(width, height):
+    def _start_display(self, width, height):
         reader, writer = os.pipe()
-        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0",
+        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-fbdir", str(self.display_memory), "-screen", "0",
                                  f"{width}x{height}x24", "-terminate", "-nolisten", "tcp"],
                                 pass_fds=[writer], stderr=subprocess.DEVNULL)
         os.close(writer)
