@@ -53,6 +53,7 @@ struct Arguments {
     KxScreenRecord::LiveServerParam server;
     bool allInterfaces = false;
     bool openPage = false;
+    bool noKey = false;
     bool manifestJson = false;
     std::vector<std::string> manifestFiles;
     std::string shell;
@@ -205,7 +206,9 @@ CLI::App* AddLive(CLI::App& app, Arguments& arguments) {
         ->type_name("N")
         ->check(Between(1u, kxvcr::kMaxLiveClients));
     live->add_flag("--all-interfaces", arguments.allInterfaces,
-                   "Serve other machines as well; everybody who reaches this one sees its screen");
+                   "Serve other machines as well; whoever knows the address sees the screen");
+    live->add_flag("--no-key", arguments.noKey,
+                   "An address without a random key: everybody who reaches the server sees the screen");
     live->add_flag("--open", arguments.openPage, "Open the page in the browser");
     AddSession(*live, arguments);
     return live;
@@ -326,7 +329,7 @@ RecordOptions RecordOptionsOf(const Arguments& arguments) {
 }
 
 LiveOptions LiveOptionsOf(const Arguments& arguments) {
-    LiveOptions options{SessionOptionsOf(arguments), arguments.server, arguments.openPage};
+    LiveOptions options{SessionOptionsOf(arguments), arguments.server, arguments.openPage, !arguments.noKey};
     options.server.listenOnAllInterfaces = arguments.allInterfaces ? 1 : 0;
     return options;
 }

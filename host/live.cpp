@@ -3,7 +3,14 @@
 
 #include "host/stopsignal.h"
 
+#include <windows.h>
+
+#include <bcrypt.h>
 #include <shellapi.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <stdexcept>
 
 namespace kxrecord {
 
@@ -13,8 +20,36 @@ namespace {
 
 constexpr INT_PTR kFirstSuccess = 33; ///< smaller answers of ShellExecuteW are errors
 
-std::wstring Url(const std::wstring& host, int port) {
-    return L"http://" + host + L":" + std::to_wstring(port) + L"/";
+using KxScreenRecord::LiveServerParam;
+
+// The system's generator does not fail; if it did, no key would be worth having.
+void MakeKey(LiveServerParam& server) {
+    const NTSTATUS status = BCryptGenRandom(nullptr, server.key, sizeof(server.key), BCRYPT_USE_SYSTEM_PREFERRED_RNG);
+    if (!BCRYPT_SUCCESS(status)) {
+        throw std::runtime_error("the system makes no random numbers");
+    }
+}
+
+std::wstring Url(const std::wstring& host, int port, const LiveServerParam& server) {
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
+    std::wstring url = L"http://" + host + L":" + std::to_wstring(port) + L"/";
+    if (std::ranges::all_of(server.key, [](std::uint8_t byte) { return byte == 0; })) {
+        return url;
+    }
+    for (const std::uint8_t byte : server.key) {
+        url += kDigits[byte >> 4];
+        url += kDigits[byte & 15];
+    }
+    return url + L"/";
+}
+
+// Who can look on besides those who are told the address.
+const wchar_t* WarningOf(const LiveOptions& options) noexcept {
+    if (options.server.listenOnAllInterfaces == 0) {
+        return options.withKey ? nullptr : L"every account of this machine can see the screen: there is no key";
+    }
+    return options.withKey ? L"the screen travels unencrypted: whoever can listen to the network can see it"
+                           : L"everybody who reaches this machine can see its screen: there is no key";
 }
 
 // The name that other machines know this one by; empty when the system does not tell.
@@ -29,10 +64,10 @@ std::wstring MachineName() {
     return name;
 }
 
-LiveStart StartOf(const LiveOptions& options, int port) {
-    LiveStart start{port, Url(L"127.0.0.1", port), {}};
-    if (options.server.listenOnAllInterfaces != 0) {
-        start.networkUrl = Url(MachineName(), port);
+LiveStart StartOf(const LiveServerParam& server, int port) {
+    LiveStart start{port, Url(L"127.0.0.1", port, server), {}};
+    if (server.listenOnAllInterfaces != 0) {
+        start.networkUrl = Url(MachineName(), port, server);
     }
     return start;
 }
@@ -64,15 +99,19 @@ Exit Live(const LiveOptions& options) {
     if (const Exit exit = session.Begin(std::chrono::seconds{0}); exit != Exit::Success) {
         return exit;
     }
+    LiveServerParam server = options.server;
+    if (options.withKey) {
+        MakeKey(server);
+    }
     int port = 0;
-    if (!session.Proxy().StartLiveServer(options.server, options.session.timeoutMs, port)) {
+    if (!session.Proxy().StartLiveServer(server, options.session.timeoutMs, port)) {
         return session.Refused(Command::StartLive, {}, options.server.port);
     }
 
-    const LiveStart start = StartOf(options, port);
+    const LiveStart start = StartOf(server, port);
     report->Serving(start);
-    if (options.server.listenOnAllInterfaces != 0) {
-        report->Warning(L"everybody who reaches this machine can see its screen: there is no password");
+    if (const wchar_t* warning = WarningOf(options); warning != nullptr) {
+        report->Warning(warning);
     }
     if (options.open) {
         OpenPage(start.url, *report);

@@ -11,7 +11,8 @@ namespace kxrecord {
 struct LiveOptions {
     SessionOptions session;
     KxScreenRecord::LiveServerParam server;
-    bool open = false; ///< show the page in the user's browser
+    bool open = false;   ///< show the page in the user's browser
+    bool withKey = true; ///< make a key for this run, without which nobody sees anything
 };
 
 /**

@@ -39,8 +39,12 @@ class LiveView(RecordCase):
     def test_Address_AnswersUntilTheTimeIsOver(self):
         run, started = self.start("--seconds", 4)
         port = started["port"]
-        self.assertEqual(started, {"schema": 2, "event": "started", "url": f"http://127.0.0.1:{port}/",
-                                   "networkUrl": None, "port": port})
+        url = started["url"]
+        self.assertEqual(started, {"schema": 2, "event": "started", "url": url, "networkUrl": None, "port": port})
+        self.assertRegex(url, rf"\Ahttp://127\.0\.0\.1:{port}/[0-9a-f]{{32}}/\Z")
+        with self.assertRaises(urllib.error.HTTPError) as refused:
+            ask(f"http://127.0.0.1:{port}/")
+        self.assertEqual(refused.exception.code, 404)
         self.assertEqual(ask(started["url"])[0], 200)
         status = json.loads(ask(started["url"] + "status")[1])
         self.assertEqual((status["width"], status["height"]), (SCREEN_WIDTH, SCREEN_HEIGHT))
@@ -66,15 +70,27 @@ class LiveView(RecordCase):
         result = self.stage.run("live", "--seconds", 1)
         self.expect_code(result, 0)
         self.assertEqual(result.complaint, "")
-        self.assertRegex(result.output, r"\AServing the screen at http://127\.0\.0\.1:\d+/ \(Ctrl-C stops\)\n"
-                                        r"Served for 00:00:01\.\d\n\Z")
+        self.assertRegex(result.output, r"\AServing the screen at http://127\.0\.0\.1:\d+/[0-9a-f]{32}/ "
+                                        r"\(Ctrl-C stops\)\nServed for 00:00:01\.\d\n\Z")
 
     def test_AllInterfaces_NamesTheMachineAndWarns(self):
-        result = self.stage.run("live", "--seconds", 1, "--all-interfaces")
-        self.expect_code(result, 0)
-        self.assertRegex(result.output, r"\nFor other machines: http://[^/:]+:\d+/\n")
-        self.assertEqual(result.complaint, "kxrecord: everybody who reaches this machine can see its screen: there is "
-                                           "no password\n")
+        for options, key, warning in (
+                ((), "[0-9a-f]{32}/", "the screen travels unencrypted: whoever can listen to the network can see it"),
+                (("--no-key",), "", "everybody who reaches this machine can see its screen: there is no key")):
+            with self.subTest(options=options):
+                result = self.stage.run("live", "--seconds", 1, "--all-interfaces", *options)
+                self.expect_code(result, 0)
+                self.assertRegex(result.output, rf"\nFor other machines: http://[^/:]+:\d+/{key}\n")
+                self.assertEqual(result.complaint, f"kxrecord: {warning}\n")
+
+    def test_NoKey_IsAnOpenAddressAndWarns(self):
+        run, started = self.start("--seconds", 2, "--no-key")
+        self.assertEqual(started["url"], f"http://127.0.0.1:{started['port']}/")
+        self.assertEqual(ask(started["url"])[0], 200)
+        self.expect_code(run.finish(), 0)
+        plain = self.stage.run("live", "--seconds", 1, "--no-key")
+        self.assertEqual(plain.complaint, "kxrecord: every account of this machine can see the screen: there is no "
+                                          "key\n")
 
     def test_PortInUse_IsRefusedInOneSentence(self):
         with socket.socket() as taken:

@@ -1,6 +1,5 @@
 // The proxy with the real suite libraries and a worker process that does what a test's script says.
 #include "screenrecordproxy.h"
-#include "sdk/vcr/workerprotocol.h"
 #include "support/hostfolder.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +8,6 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -46,12 +44,6 @@ protected:
     }
 
     static std::filesystem::path Log() { return kxtest::OwnFolder() / "scriptedworker.log"; }
-    /** An order about one command, as the worker's script has it. */
-    static std::string Order(const char* verb, std::uint32_t messageId, long long value) {
-        std::ostringstream order;
-        order << verb << ' ' << std::hex << messageId << ' ' << std::dec << value;
-        return order.str();
-    }
     static void WriteScript(const std::string& orders) {
         kxtest::WriteFileBytes(kxtest::OwnFolder() / "scriptedworker.txt", orders);
     }
@@ -101,7 +93,7 @@ TEST_F(ProxyIntegration, LiveServer_GivesTheWorkersResult) {
     LiveServerParam param;
     param.port = 8080;
     int result = 0;
-    ASSERT_NO_FATAL_FAILURE(Run(Order("result", kxvcr::kMessageStartLiveServer, 8081)));
+    ASSERT_NO_FATAL_FAILURE(Run("result 4E0004 8081\n"));
     EXPECT_TRUE(m_proxy->Prepare(ScreenRecordParam(), kLimitMs));
     EXPECT_TRUE(m_proxy->StartLiveServer(param, kLimitMs, result));
     EXPECT_EQ(result, 8081);
@@ -110,9 +102,7 @@ TEST_F(ProxyIntegration, LiveServer_GivesTheWorkersResult) {
 }
 
 TEST_F(ProxyIntegration, BadAnswers_FailTheCommand) {
-    constexpr std::uint32_t kPrepare = kxvcr::kMessagePrepare;
-    for (const std::string& order : {Order("result", kPrepare, -3), Order("size", kPrepare, 5),
-                                     Order("size", kPrepare, 0), Order("die", kPrepare, 9)}) {
+    for (const char* order : {"result 4E0003 -3", "size 4E0003 5", "size 4E0003 0", "die 4E0003 9"}) {
         ASSERT_NO_FATAL_FAILURE(Run(order));
         EXPECT_FALSE(m_proxy->Prepare(ScreenRecordParam(), kLimitMs)) << order;
         EXPECT_FALSE(m_proxy->Prepare(ScreenRecordParam(), kLimitMs)) << order;
@@ -125,7 +115,7 @@ TEST_F(ProxyIntegration, BadAnswers_FailTheCommand) {
 }
 
 TEST_F(ProxyIntegration, SilentWorker_CostsTheTimeOutOnly) {
-    ASSERT_NO_FATAL_FAILURE(Run(Order("silent", kxvcr::kMessagePrepare, 0)));
+    ASSERT_NO_FATAL_FAILURE(Run("silent 4E0003"));
     const ULONGLONG before = GetTickCount64();
     EXPECT_FALSE(m_proxy->Prepare(ScreenRecordParam(), kTooShortMs));
     const ULONGLONG passed = GetTickCount64() - before;
@@ -134,28 +124,10 @@ TEST_F(ProxyIntegration, SilentWorker_CostsTheTimeOutOnly) {
 }
 
 TEST_F(ProxyIntegration, WorkerThatDiesInACommand_GivesItsExitCode) {
-    ASSERT_NO_FATAL_FAILURE(Run(Order("die", kxvcr::kMessageStartLocalRecord, 77)));
+    ASSERT_NO_FATAL_FAILURE(Run("die 4E0005 77"));
     EXPECT_TRUE(m_proxy->Prepare(ScreenRecordParam(), kLimitMs));
     EXPECT_FALSE(m_proxy->StartLocalRecord(L"a", 0, kLimitMs));
     EXPECT_EQ(m_proxy->WaitLiveProcessEnd(kLimitMs), 77u);
-}
-
-TEST_F(ProxyIntegration, WorkersThatAreKilledAtEveryMoment_NeverKeepTheNextOneFromRunning) {
-    constexpr int kWorkers = 12;
-    for (int i = 0; i < kWorkers; ++i) {
-        ASSERT_NO_FATAL_FAILURE(Run());
-        std::thread killer([this, i] {
-            Sleep(static_cast<DWORD>(i)); // a moment of the commands below, a later one each time
-            m_proxy->KillProcess();
-        });
-        m_proxy->Prepare(ScreenRecordParam(), kLimitMs);
-        m_proxy->StartLocalRecord(L"a", 0, kLimitMs);
-        killer.join();
-        while (m_proxy->GetCurRecordMode() != 0) {
-            std::this_thread::yield(); // until the monitor has seen it; the watchdog ends a proxy that is wedged
-        }
-    }
-    ASSERT_NO_FATAL_FAILURE(Run());
 }
 
 TEST_F(ProxyIntegration, WorkerThatEndsAtOnce_GivesItsExitCodeAndTheNextOneRuns) {
