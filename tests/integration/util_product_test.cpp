@@ -5,8 +5,11 @@
 #include "sdk/util/softshelf.h"
 #include "support/childprocess.h"
 #include "support/hostfolder.h"
+#include "support/importpatch.h"
 
 #include <gtest/gtest.h>
+
+#include <windows.h>
 
 #include <cstdio>
 
@@ -54,6 +57,17 @@ void PrintAnswers() {
 }
 const kxtest::ChildScenario kPrintAnswers("product", PrintAnswers);
 
+const kxtest::ChildScenario kWithoutModule("productnomodule", [] {
+    const kxtest::ImportHook<"KERNEL32.dll", "GetModuleHandleExW", decltype(GetModuleHandleExW)> hook(
+        [](auto&&...) { return FALSE; }, GetModuleHandleW(L"Util.dll"));
+    PrintAnswers();
+});
+const kxtest::ChildScenario kWithoutPath("productnopath", [] {
+    const kxtest::ImportHook<"KERNEL32.dll", "GetModuleFileNameW", decltype(GetModuleFileNameW)> hook(
+        [](auto&&...) { return DWORD{0}; }, GetModuleHandleW(L"Util.dll"));
+    PrintAnswers();
+});
+
 constexpr char kUnknownProfile[] = "name 1 ?, index -1, features 1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?, "
                                    "promote 1 7 ? ? 7, plug-in 0, agreement 0";
 constexpr char kNothingListed[] = "name 2 ?, index -1, features 2?2?2?2?2?2?2?2?2?2?2?2?2?2?2?, "
@@ -69,7 +83,9 @@ protected:
 
     void SaveProfile(std::string_view text) { kxtest::WriteFileBytes(Profile(), text); }
     std::filesystem::path Profile() const { return m_folder.Path() / "config" / "ProductProfile.xml"; }
-    std::string Answers() const { return kxtest::RunChildIn(m_folder.Path(), "product").output; }
+    std::string Answers(const char* scenario = "product") const {
+        return kxtest::RunChildIn(m_folder.Path(), scenario).output;
+    }
 
     kxtest::TempFolder m_folder;
 };
@@ -82,6 +98,12 @@ TEST_F(UtilProduct, SampleProfile_AnswersEveryQuery) {
 
 TEST_F(UtilProduct, MissingProfile_IsUnknown) {
     EXPECT_EQ(Answers(), kUnknownProfile);
+}
+
+TEST_F(UtilProduct, LibraryThatDoesNotKnowWhereItLies_IsUnknown) {
+    std::filesystem::copy_file(kxtest::OwnFolder() / "ProductProfile.sample.xml", Profile());
+    EXPECT_EQ(Answers("productnomodule"), kUnknownProfile);
+    EXPECT_EQ(Answers("productnopath"), kUnknownProfile);
 }
 
 TEST_F(UtilProduct, DamagedProfile_IsUnknown) {
