@@ -87,7 +87,7 @@ public:
      */
     void CommandSucceeded(RunNumber run, RunStatus inProgress, RunStatus done, RecordMode mode) noexcept {
         MoveStatus(run, inProgress, done);
-        if (run == s_newest && !(s_workerHasEnded && m_mode == RecordMode::NoWorker)) {
+        if (run == s_newest && (!s_workerHasEnded || m_mode != RecordMode::NoWorker)) {
             m_mode = mode;
         }
     }

@@ -663,7 +663,7 @@ bool ScreenRecordProxy::PrepareTimemachine(const ScreenRecordParam& param, unsig
         }
         payloadSize += sizeof(timeMachine);
     }
-    TagIPCMessageItem request = MakeRequest(kxvcr::kMessagePrepare, payload.data(), payloadSize);
+    const TagIPCMessageItem request = MakeRequest(kxvcr::kMessagePrepare, payload.data(), payloadSize);
     if (!command.Exchange(m_ipcClient, timeoutMs, request)) {
         LogError(kHere, "Send IPC Message failed");
         return false;
@@ -693,7 +693,7 @@ bool ScreenRecordProxy::StartLocalRecord(const wchar_t* path, unsigned int pathL
     // The caller's length may run past the end of its string: the rest of the payload is then zeros.
     std::array<wchar_t, kxvcr::kMaxPathCharacters + 1> payload = {};
     std::copy_n(path, wcsnlen(path, length), payload.data());
-    TagIPCMessageItem request =
+    const TagIPCMessageItem request =
         MakeRequest(kxvcr::kMessageStartLocalRecord, payload.data(), (length + 1) * sizeof(wchar_t));
     if (!command.Exchange(m_ipcClient, timeoutMs, request)) {
         LogError(kHere, "Send Ipc Message failed");
