@@ -32,7 +32,9 @@ ARROWS = {
     "worker/replay": WORKER_CONTRACTS,
     "worker/live": WORKER_CONTRACTS + ["worker/file/mp4fragment.h"],
     "host": EXPORTED,
+    # Programs of somebody else, who has the installed headers and includes them with angle brackets.
     "examples": ["include"],
+    "tests/package": ["include"],
     "tests/support": EXPORTED,
     "tests/fakes": EXPORTED + ["tests/support", "suite/util"],
     "tests/common": TEST_TOOLS,
@@ -44,6 +46,8 @@ ARROWS = {
     "benchmarks": EXPORTED + ["worker", "suite"],
     "fuzz": EXPORTED + ["suite", "worker"],
 }
+
+OUTSIDERS = ["examples", "tests/package"]
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')
 # A key word defined away, or an explicit instantiation that names a member, other than that of tests/support.
@@ -92,7 +96,7 @@ def check_file(path, arrows):
             if bracket == '"' and not name.endswith(".inc"):
                 findings.append(f'{path}:{number}: "{name}" is no file of the repository')
             continue
-        if bracket == "<":
+        if bracket == "<" and room not in OUTSIDERS:
             findings.append(f"{path}:{number}: <{name}> is a file of the repository: include it with quotes")
         if room_of(target) != room:
             arrows[room, room_of(target)] += 1

@@ -98,7 +98,8 @@ class Recording(RecordCase):
         for quality in (95, 20):
             path = self.stage.new_path(f"quality{quality}.mp4")
             region = "0,0,1280,350"  # the part that does not move: one picture
-            self.expect_code(self.stage.run("record", path, "--seconds", 1, "--quality", quality, "--region", region), 0)
+            result = self.stage.run("record", path, "--seconds", 1, "--quality", quality, "--region", region)
+            self.expect_code(result, 0)
             self.assertEqual(Video(path).frames, 1)
             sizes.append(path.stat().st_size)
         self.assertGreater(sizes[0], sizes[1])

@@ -13,11 +13,11 @@ namespace kxvcr {
 /** The section's name, with the process id of the host in decimal. */
 inline constexpr wchar_t kRecordingStatusNameFormat[] = L"Local\\KXVCR.RecordingStatus.%lu";
 
-inline constexpr std::uint32_t kRecordingStatusVersion = 1;
+inline constexpr std::uint32_t kRecordingStatusVersion = 1; ///< of the layout below
 
 /** The section's content. All moments and lengths are in 100 ns of the file's own time. */
 struct RecordingStatus {
-    std::uint32_t version = kRecordingStatusVersion;
+    std::uint32_t version = kRecordingStatusVersion; ///< a reader that knows another one reads nothing
     std::uint32_t sequence = 0;   ///< odd while the worker writes: read again until it is even and the same
     std::uint64_t pictures = 0;   ///< different pictures in the file
     std::uint64_t repeats = 0;    ///< slots of the frame clock that show the picture before them
@@ -26,7 +26,7 @@ struct RecordingStatus {
     std::int64_t length = 0;      ///< of the file
     std::uint64_t bytes = 0;      ///< in the file
     std::uint32_t isFinished = 0; ///< 1 when the file is complete and closed
-    std::uint32_t reserved = 0;
+    std::uint32_t reserved = 0;   ///< 0
 };
 static_assert(sizeof(RecordingStatus) == 64);
 

@@ -9,34 +9,35 @@
 
 namespace kxvcr {
 
-inline constexpr char kWorkerFileName[] = "KXVCR.exe";
-inline constexpr wchar_t kWorkerFileNameWide[] = L"KXVCR.exe";
-inline constexpr char kProxyArgument[] = "-IPCProxy"; ///< the worker's one argument
+inline constexpr char kWorkerFileName[] = "KXVCR.exe";         ///< the worker's file, beside the host executable
+inline constexpr wchar_t kWorkerFileNameWide[] = L"KXVCR.exe"; ///< the same for wide functions
+inline constexpr char kProxyArgument[] = "-IPCProxy";          ///< the worker's one argument
 
-inline constexpr std::uint32_t kHostModuleId = 0x4E0000;
-inline constexpr std::uint32_t kWorkerModuleId = 0x650000;
+inline constexpr std::uint32_t kHostModuleId = 0x4E0000;   ///< module id of the host on the channel
+inline constexpr std::uint32_t kWorkerModuleId = 0x650000; ///< module id of the worker; it names the channel
 
-inline constexpr std::uint32_t kMessageReady = 0x4E0002;
-inline constexpr std::uint32_t kMessagePrepare = 0x4E0003;
-inline constexpr std::uint32_t kMessageStartLiveServer = 0x4E0004;
-inline constexpr std::uint32_t kMessageStartLocalRecord = 0x4E0005;
-inline constexpr std::uint32_t kMessageStop = 0x4E0006;
+inline constexpr std::uint32_t kMessageReady = 0x4E0002; ///< notice of the worker: commands are taken
+inline constexpr std::uint32_t kMessagePrepare =
+    0x4E0003; ///< request: ScreenRecordParam, or with the seconds of a replay
+inline constexpr std::uint32_t kMessageStartLiveServer = 0x4E0004;  ///< request: LiveServerParam
+inline constexpr std::uint32_t kMessageStartLocalRecord = 0x4E0005; ///< request: the path of the file
+inline constexpr std::uint32_t kMessageStop = 0x4E0006;             ///< notice of the host: finish and end
 
 // What the fields of ScreenRecordParam and LiveServerParam may hold; 0 stands for the default.
-inline constexpr std::uint32_t kDefaultFramesPerSecond = 30;
-inline constexpr std::uint32_t kMaxFramesPerSecond = 60;
-inline constexpr std::uint32_t kDefaultQuality = 80;
-inline constexpr std::uint32_t kMaxQuality = 100;
-inline constexpr std::uint32_t kMaxReplaySeconds = 1800;
-inline constexpr std::uint32_t kMaxBitRate = 1'000'000; ///< in kilobits a second
-inline constexpr std::uint32_t kMaxPort = 65535;
-inline constexpr std::uint32_t kDefaultLiveClients = 8;
-inline constexpr std::uint32_t kMaxLiveClients = 64;
+inline constexpr std::uint32_t kDefaultFramesPerSecond = 30; ///< pictures a second when none are asked for
+inline constexpr std::uint32_t kMaxFramesPerSecond = 60;     ///< most pictures a second
+inline constexpr std::uint32_t kDefaultQuality = 80;         ///< quality when none is asked for
+inline constexpr std::uint32_t kMaxQuality = 100;            ///< best quality; 1 is the worst
+inline constexpr std::uint32_t kMaxReplaySeconds = 1800;     ///< longest time kept for a replay
+inline constexpr std::uint32_t kMaxBitRate = 1'000'000;      ///< in kilobits a second
+inline constexpr std::uint32_t kMaxPort = 65535;             ///< highest port of the live server
+inline constexpr std::uint32_t kDefaultLiveClients = 8;      ///< viewers at the same time when no number is asked for
+inline constexpr std::uint32_t kMaxLiveClients = 64;         ///< most viewers at the same time
 inline constexpr unsigned int kMaxPathCharacters = 260; ///< of the path of a recording, without its terminating zero
 
 // Flags of ScreenRecordParam::streams.
 inline constexpr std::uint32_t kStreamVp9 = 0x100; ///< a replay is kept as VP9, so that it can become a .webm file
-inline constexpr std::uint32_t kStreamFlags = kStreamVp9;
+inline constexpr std::uint32_t kStreamFlags = kStreamVp9; ///< all flags that have a meaning
 
 /** Answer to a command: 0 accepted, negative refused. */
 enum class Result : std::int32_t {
@@ -68,11 +69,12 @@ enum class Result : std::int32_t {
 
 /** One row of the table of results. */
 struct ResultMeaning {
-    Result result;
+    Result result;       ///< the number on the channel
     const char* name;    ///< as in Result
     const char* meaning; ///< a part of a sentence: what was wrong
 };
 
+/** Every result once, in the order of the numbers downwards. */
 inline constexpr ResultMeaning kResults[] = {
     {Result::Accepted, "Accepted", "accepted"},
     {Result::UnknownCommand, "UnknownCommand", "unknown command"},
@@ -121,11 +123,12 @@ enum class ExitCode : std::uint32_t {
 
 /** One row of the table of exit codes. */
 struct ExitCodeMeaning {
-    ExitCode code;
-    const char* name; ///< as in ExitCode
-    const char* meaning;
+    ExitCode code;       ///< the number that the process ends with
+    const char* name;    ///< as in ExitCode
+    const char* meaning; ///< a part of a sentence: why the worker ended
 };
 
+/** Every exit code once, in the order of the numbers. */
 inline constexpr ExitCodeMeaning kExitCodes[] = {
     {ExitCode::Finished, "Finished", "stopped, or the host or the session ended; a recording is finished on disk"},
     {ExitCode::FileCutShort, "FileCutShort",
