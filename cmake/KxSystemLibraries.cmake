@@ -16,9 +16,11 @@ function(kx_load_from_system_folder target)
         set(definitions "${PROJECT_SOURCE_DIR}/cmake/delayload/${library}.def")
         set(archive "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/lib${library}_delayed.a")
         if(NOT TARGET kx_delayed_${library})
+            file(MAKE_DIRECTORY "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}")
             add_custom_command(OUTPUT "${archive}"
                 COMMAND "${CMAKE_DLLTOOL}" --deterministic-libraries --temp-prefix "${library}_delayed"
-                    --input-def "${definitions}" --output-delaylib "${archive}"
+                    --input-def "${definitions}" --output-delaylib "lib${library}_delayed.a"
+                WORKING_DIRECTORY "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}" # the tool makes symbols of the name it is given
                 DEPENDS "${definitions}"
                 VERBATIM)
             add_custom_target(kx_delayed_${library}_archive DEPENDS "${archive}")

@@ -1,14 +1,26 @@
-# kx_version(TARGET DESCRIPTION): gives a program or DLL the version record that Windows shows in its properties.
+# kx_version(TARGET DESCRIPTION): gives a program or DLL the version record that Windows shows in its properties, and a
+# program its manifest: rights, system versions, scaling, long paths and UTF-8.
 function(kx_version target description)
+    set(KX_TARGET ${target})
     set(KX_FILE_DESCRIPTION "${description}")
     get_target_property(type ${target} TYPE)
     if(type STREQUAL "EXECUTABLE")
         set(KX_FILE_TYPE VFT_APP)
         set(KX_FILE_NAME "${target}.exe")
+        set(manifest "${CMAKE_CURRENT_BINARY_DIR}/${target}.manifest")
+        configure_file("${PROJECT_SOURCE_DIR}/cmake/program.manifest.in" "${manifest}" @ONLY)
+        set(KX_MANIFEST "1 24 \"${target}.manifest\"") # id and type by number: a program's own manifest
+        set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" PROPERTIES OBJECT_DEPENDS "${manifest}")
+        if(MSVC)
+            target_link_options(${target} PRIVATE /MANIFEST:NO)
+        endif()
     else()
         set(KX_FILE_TYPE VFT_DLL)
         set(KX_FILE_NAME "${target}.dll")
+        set(KX_MANIFEST "")
     endif()
     configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" @ONLY)
     target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+    set_property(SOURCE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" APPEND PROPERTY
+        INCLUDE_DIRECTORIES "${CMAKE_CURRENT_BINARY_DIR}")
 endfunction()

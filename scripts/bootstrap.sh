@@ -26,6 +26,8 @@ readonly DEPS="$PWD/build/deps"
 readonly TARGET=x86_64-w64-mingw32
 readonly PREFIX="$DEPS/$TARGET"
 readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
+# What the libraries say of themselves names no folder of this machine.
+readonly NO_OWN_PATHS="-ffile-prefix-map=$DEPS/src/= -ffile-prefix-map=$DEPS/obj/="
 readonly HOST_PACKAGES=(
     ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix make nasm ninja-build
     procps python3 util-linux wine64 x11-utils xauth xvfb
@@ -119,7 +121,7 @@ configure_with_cmake() {
     shift 2
     cmake -S "$source" -B "$tree" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
         -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$PREFIX" \
-        -DCMAKE_POLICY_DEFAULT_CMP0077=NEW "$@"
+        -DCMAKE_POLICY_DEFAULT_CMP0077=NEW -DCMAKE_C_FLAGS="$NO_OWN_PATHS" -DCMAKE_CXX_FLAGS="$NO_OWN_PATHS" "$@"
 }
 
 build_with_cmake() {
@@ -177,6 +179,7 @@ install_boost_headers() {
             { as_root apt-get update -qq && apt-get "${options[@]}" download "$package"; }
         dpkg-deb -x "$package"_*.deb .
     )
+    cp "$work/usr/share/doc/$package/copyright" "$work/usr/include/boost/"
     mv "$work/usr/include/boost" "$PREFIX/include/boost"
     rm -rf "$work"
     touch "$stamp"

@@ -99,8 +99,6 @@ ExitCode Run() {
         PrintUsage();
         return ExitCode::Usage;
     }
-    // Rectangles are physical pixels, whatever the display scaling.
-    SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
     const kx::KernelHandle end(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!end) {
         throw std::bad_alloc();

@@ -1,0 +1,83 @@
+"""The two zips that cpack makes: what is in them, stripped and accounted for."""
+
+import argparse
+import hashlib
+import json
+import pathlib
+import shutil
+import subprocess
+import sys
+import unittest
+import zipfile
+
+LIMIT_S = 120
+OWN = ("IPCMessage.dll", "KXVCR.exe", "LogTool.dll", "ScreenRecordProxy.dll", "Util.dll", "kxrecord.exe")
+DOCUMENTS = ("LICENSE", "README.md", "docs/hosts-guide.md", "include/screenrecordproxy/screenrecordproxy.h",
+             "share/screenrecordproxy/DeviceFuncSwitchConf.sample.xml", "share/screenrecordproxy/LogType.sample.xml",
+             "share/screenrecordproxy/ProductProfile.sample.xml", "share/screenrecordproxy/log4cplus.sample.properties")
+
+
+def sections(image):
+    """The names in the section table of a program or DLL; a number after a slash stands for a long name."""
+    start = int.from_bytes(image[0x3C:0x40], "little")
+    count = int.from_bytes(image[start + 6:start + 8], "little")
+    table = start + 24 + int.from_bytes(image[start + 20:start + 22], "little")
+    return [image[table + 40 * i:table + 40 * i + 8].rstrip(b"\0").decode() for i in range(count)]
+
+
+class Zips(unittest.TestCase):
+    settings: argparse.Namespace
+
+    @classmethod
+    def setUpClass(cls):
+        work = cls.settings.work.resolve()
+        shutil.rmtree(work, ignore_errors=True)
+        subprocess.run(["cpack", "--config", cls.settings.build / "CPackConfig.cmake", "-B", work], check=True,
+                       stdout=subprocess.DEVNULL, timeout=LIMIT_S)
+        by_kind = {path.stem.endswith("-symbols"): path for path in work.glob("*.zip")}
+        cls.package, cls.symbols = (cls.content(by_kind[kind]) for kind in (False, True))
+
+    @staticmethod
+    def content(path):
+        """File name below the zip's own folder -> bytes."""
+        with zipfile.ZipFile(path) as archive:
+            return {name.partition("/")[2]: archive.read(name) for name in archive.namelist() if name[-1] != "/"}
+
+    def test_Package_HasProgramsAndDocuments(self):
+        wanted = {f"bin/{name}" for name in OWN} | {"bin/config/CheckFileIntergrity.xml"} | set(DOCUMENTS)
+        self.assertEqual(wanted - self.package.keys(), set())
+
+    def test_Package_IsStripped(self):
+        images = {name: content for name, content in self.package.items() if name.endswith((".exe", ".dll"))}
+        self.assertGreaterEqual(len(images), len(OWN))
+        long_names = {name: [section for section in sections(content) if section.startswith("/")]
+                      for name, content in images.items()}
+        self.assertEqual({name: found for name, found in long_names.items() if found}, {})
+
+    def test_BillOfMaterials_NamesEveryFileOfBinWithItsDigest(self):
+        bill = json.loads(self.package["sbom.spdx.json"])
+        told = {file["fileName"]: file["checksums"][1]["checksumValue"] for file in bill["files"]}
+        shipped = {f"./{name}": hashlib.sha256(content).hexdigest() for name, content in self.package.items()
+                   if name.startswith("bin/") and name.count("/") == 1}
+        self.assertEqual(told, shipped)
+
+    def test_Licences_AreThereForEveryPart(self):
+        bill = json.loads(self.package["sbom.spdx.json"])
+        parts = {f"licences/{part['name']}.txt" for part in bill["packages"] if part["name"] != "ScreenRecordProxy"}
+        self.assertGreater(len(parts), 1)
+        self.assertEqual({name for name in self.package if name.startswith("licences/")}, parts)
+
+    def test_Symbols_AreThoseOfTheOwnFiles(self):
+        self.assertEqual(self.symbols.keys(), {f"symbols/{name}.debug" for name in OWN})
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="the build's folder")
+    parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for the zips")
+    Zips.settings, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0], "--verbose", *rest])
+
+
+if __name__ == "__main__":
+    main()
