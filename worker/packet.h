@@ -63,6 +63,19 @@ enum class ColorMatrix : std::uint8_t {
     Bt709, ///< BT.709
 };
 
+/** How a stream or file says its colours: the code points of ISO/IEC 23091-2, which all formats share. */
+struct ColorCodes {
+    std::uint8_t primaries;
+    std::uint8_t transfer;
+    std::uint8_t matrix;
+};
+
+constexpr ColorCodes CodesOf(ColorMatrix matrix) noexcept {
+    constexpr std::uint8_t kBt709 = 1;
+    constexpr std::uint8_t kSmpte170 = 6;
+    return matrix == ColorMatrix::Bt601 ? ColorCodes{kSmpte170, kBt709, kSmpte170} : ColorCodes{kBt709, kBt709, kBt709};
+}
+
 /** Everything that a container or a viewer must know before the first picture. */
 struct PictureFormat {
     Codec codec = Codec::Jpeg;

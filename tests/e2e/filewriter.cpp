@@ -7,6 +7,7 @@
 //   packet STREAM KEY TIME SIZE    the next SIZE bytes of PACKETS
 //   flush UNTIL
 //   finish END            without it, the file is left as it is
+// FILE.log has every write: offset and size in eight little-endian bytes each, then the bytes.
 #include "worker/file/fileformat.h"
 
 #include <cstdio>
@@ -37,9 +38,31 @@ Codec CodecNamed(const std::string& name) {
     return name == "aac" ? Codec::AacLc : Codec::Opus;
 }
 
+// A file on disk that keeps a log of its writes, so that a test can stop the writing at any byte.
+class LoggedFile final : public OutputFile {
+public:
+    LoggedFile(std::unique_ptr<DiskFile> file, const std::string& log)
+        : m_file(std::move(file)),
+          m_log(log, std::ios::binary) {}
+
+    bool WriteAt(std::uint64_t offset, std::span<const std::byte> bytes) override {
+        const std::uint64_t head[] = {offset, bytes.size()};
+        m_log.write(reinterpret_cast<const char*>(head), sizeof(head));
+        m_log.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return m_file->WriteAt(offset, bytes);
+    }
+    bool Truncate(std::uint64_t size) override { return m_file->Truncate(size); }
+    bool Flush() override { return m_file->Flush(); }
+    void Discard() noexcept override { m_file->Discard(); }
+
+private:
+    std::unique_ptr<DiskFile> m_file;
+    std::ofstream m_log;
+};
+
 class Script {
 public:
-    Script(const std::string& packets, std::wstring file)
+    Script(const std::string& packets, std::string file)
         : m_packets(packets, std::ios::binary),
           m_path(std::move(file)) {}
 
@@ -112,9 +135,14 @@ private:
     }
 
     bool Open(MediaTime start) {
-        const auto format = FormatOfPath(m_path);
-        m_file = DiskFile::Create(m_path);
-        m_writer = format && m_file ? CreateWriter(*format, *m_file, m_format, start) : nullptr;
+        const std::wstring path(m_path.begin(), m_path.end());
+        const auto format = FormatOfPath(path);
+        auto file = DiskFile::Create(path);
+        if (!format || !file) {
+            return false;
+        }
+        m_file = std::make_unique<LoggedFile>(std::move(file), m_path + ".log");
+        m_writer = CreateWriter(*format, *m_file, m_format, start);
         return m_writer != nullptr;
     }
 
@@ -132,9 +160,9 @@ private:
     }
 
     std::ifstream m_packets;
-    std::wstring m_path;
+    std::string m_path;
     StreamFormat m_format;
-    std::unique_ptr<DiskFile> m_file;
+    std::unique_ptr<LoggedFile> m_file;
     std::unique_ptr<MediaWriter> m_writer;
 };
 
@@ -145,7 +173,6 @@ int main(int argc, char** argv) {
         std::fputs("usage: filewriter SCRIPT PACKETS FILE\n", stderr);
         return 2;
     }
-    const std::string file = argv[3];
     std::ifstream lines(argv[1]);
-    return Script(argv[2], std::wstring(file.begin(), file.end())).Run(lines) ? 0 : 1;
+    return Script(argv[2], argv[3]).Run(lines) ? 0 : 1;
 }

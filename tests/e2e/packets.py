@@ -3,6 +3,7 @@
 import json
 import pathlib
 import re
+import struct
 import subprocess
 
 from stage import WINE_RUN
@@ -28,21 +29,58 @@ def _pictures(count):
         yield row * HEIGHT
 
 
-def numbers_in(path, *options):
-    """The number in every picture that ffmpeg shows, in order."""
-    command = ["ffmpeg", "-v", "error", *options, "-i", str(path), "-map", "0:v",
-               "-vf", f"crop={WIDTH}:2:0:{HEIGHT // 2}",
+def numbers_in(path, may_complain=False):
+    """The number in every picture that ffmpeg shows, in order; a warning is an error unless the file is a torn one."""
+    command = ["ffmpeg", "-v", "warning", "-i", str(path), "-map", "0:v", "-vf", f"crop={WIDTH}:2:0:{HEIGHT // 2}",
                "-pix_fmt", "gray", "-fps_mode", "passthrough", "-f", "rawvideo", "-"]
     answer = subprocess.run(command, capture_output=True, timeout=LIMIT_S, check=True)
-    if answer.stderr:
+    if answer.stderr and not may_complain:
         raise AssertionError(f"{path}: {answer.stderr.decode()}")
     rows = answer.stdout
     return [_number(rows[start:start + WIDTH]) for start in range(0, len(rows), 2 * WIDTH)]
 
 
+class Probe:
+    """What ffprobe says of a file."""
+
+    def __init__(self, path):
+        answer = subprocess.run(["ffprobe", "-v", "warning", "-show_streams", "-show_format", "-show_packets",
+                                 "-of", "json", str(path)], capture_output=True, text=True, timeout=LIMIT_S, check=True)
+        facts = json.loads(answer.stdout)
+        picture = facts["streams"][0]
+        self.complaints = answer.stderr
+        self.codecs = [stream["codec_name"] for stream in facts["streams"]]
+        self.size = (picture["width"], picture["height"])
+        self.duration_s = float(facts["format"]["duration"])
+        self.times_s = [float(packet["pts_time"]) for packet in facts["packets"] if packet["stream_index"] == 0]
+
+
 def _number(row):
     step = WIDTH // BITS
     return sum((row[bit * step + step // 2] >= 128) << (BITS - 1 - bit) for bit in range(BITS))
+
+
+class Writes:
+    """Every write of a file, from the log that filewriter.exe keeps."""
+
+    def __init__(self, path):
+        log = path.with_name(path.name + ".log").read_bytes()
+        self._writes = []
+        at = 0
+        while at < len(log):
+            offset, size = struct.unpack_from("<QQ", log, at)
+            self._writes.append((offset, log[at + 16:at + 16 + size]))
+            at += 16 + size
+        self.total = sum(len(data) for _, data in self._writes)
+
+    def file(self, count):
+        """The file as it was when so many bytes had been written."""
+        content = bytearray()
+        for offset, data in self._writes:
+            data = data[:count]
+            content[offset:offset + len(data)] = data
+            count -= len(data)
+        return bytes(content)
 
 
 class Packets:

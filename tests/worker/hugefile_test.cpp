@@ -1,6 +1,9 @@
 // A recording of several gigabytes: positions, sizes and the index past two and four gigabytes. The file is kept
 // without its pictures' bytes, so that the test needs no disk.
-#include "worker/file/matroskawriter.h"
+#include "mp4reader.h"
+#include "testpackets.h"
+#include "worker/file/mp4writer.h"
+#include "worker/file/webmwriter.h"
 
 #include <gtest/gtest.h>
 
@@ -10,9 +13,9 @@
 
 namespace {
 
-using kxvcr::MatroskaWriter;
-
-constexpr kxvcr::VideoFormat kFormat{640, 360, 4};
+constexpr std::uint32_t kPicturesPerSecond = 4;
+constexpr std::uint64_t kPictures = 100;
+constexpr std::size_t kPictureBytes = 48'000'000;
 constexpr std::uint64_t kTwoGigabytes = std::uint64_t{1} << 31;
 constexpr std::uint64_t kFourGigabytes = std::uint64_t{1} << 32;
 
@@ -39,11 +42,15 @@ public:
         return value;
     }
 
+    kxtest::Mp4Source Source() const {
+        return {size, [this](std::uint64_t offset) { return m_bytes.at(offset); }};
+    }
+
     std::uint64_t size = 0;
 
 private:
     static constexpr std::size_t kLongWrite = 100'000;
-    static constexpr std::size_t kKeptOfLongWrite = 100;
+    static constexpr std::size_t kKeptOfLongWrite = 200;
 
     std::map<std::uint64_t, std::byte> m_bytes;
 };
@@ -94,17 +101,24 @@ constexpr std::uint64_t kSeekHead = 0x114D9B74;
 constexpr std::uint64_t kSeek = 0x4DBB;
 constexpr std::uint64_t kSeekPosition = 0x53AC;
 
-TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
-    constexpr std::size_t kPictureBytes = 48'000'000;
-    constexpr std::uint64_t kFrames = 100;
-    const std::vector<std::byte> picture(kPictureBytes);
-    HugeFile disk;
-    const auto writer = MatroskaWriter::Create(disk, kFormat);
-
-    for (std::uint64_t slot = 0; slot < kFrames; ++slot) {
-        ASSERT_TRUE(writer->AddFrame(slot, picture));
+// Writes pictures, of which one in each second is a key picture. The writer has done with a picture after each flush.
+void WritePictures(kxvcr::MediaWriter& writer) {
+    const auto picture = std::make_shared<kxvcr::Packet>();
+    picture->bytes.resize(kPictureBytes);
+    for (std::uint64_t number = 0; number < kPictures; ++number) {
+        picture->isKey = number % kPicturesPerSecond == 0;
+        picture->time = kxvcr::SlotTime(number, kPicturesPerSecond);
+        ASSERT_TRUE(writer.Add(picture));
+        ASSERT_TRUE(writer.Flush(kxvcr::SlotTime(number + 1, kPicturesPerSecond)));
     }
-    writer->Finish(kFrames);
+}
+
+TEST(HugeFile, WebmsPositionsSizesAndIndex_AreRightPastFourGigabytes) {
+    HugeFile disk;
+    const auto writer = kxvcr::CreateWebmWriter(disk, kxvcr::DocType::WebM, kxtest::Vp9(), {});
+
+    WritePictures(*writer);
+    writer->Finish(kxvcr::SlotTime(kPictures, kPicturesPerSecond));
 
     ASSERT_GT(disk.size, kFourGigabytes);
     EXPECT_EQ(writer->Size(), disk.size);
@@ -113,7 +127,7 @@ TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
     EXPECT_EQ(segment.end, disk.size);
 
     const std::vector<Element> clusters = Find(disk, segment, kCluster);
-    ASSERT_EQ(clusters.size(), kFrames / kFormat.framesPerSecond);
+    ASSERT_EQ(clusters.size(), kPictures / kPicturesPerSecond);
     EXPECT_TRUE(std::ranges::any_of(clusters, [](const Element& cluster) {
         return cluster.start > kTwoGigabytes && cluster.start < kFourGigabytes;
     }));
@@ -127,7 +141,7 @@ TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
             ++frames;
         }
     }
-    EXPECT_EQ(frames, kFrames);
+    EXPECT_EQ(frames, kPictures);
 
     const Element cues = Find(disk, segment, kCues).at(0);
     const std::vector<Element> points = Find(disk, cues, kCuePoint);
@@ -142,6 +156,30 @@ TEST(HugeFile, PositionsSizesAndIndex_AreRightPastFourGigabytes) {
     const Element cuesPosition = Find(disk, lastSeek, kSeekPosition).at(0);
     EXPECT_EQ(disk.Unsigned(cuesPosition.content, cuesPosition.end - cuesPosition.content),
               cues.start - segment.content);
+}
+
+TEST(HugeFile, Mp4sTables_AreRightPastFourGigabytes) {
+    HugeFile disk;
+    const auto writer = kxvcr::Mp4Writer::Create(disk, kxtest::H264(), {});
+
+    WritePictures(*writer);
+    const kxtest::Mp4File growing = ReadMp4(disk.Source());
+    writer->Finish(kxvcr::SlotTime(kPictures, kPicturesPerSecond));
+    const kxtest::Mp4File finished = ReadMp4(disk.Source());
+
+    ASSERT_GT(disk.size, kFourGigabytes);
+    EXPECT_TRUE(growing.isFragmented);
+    EXPECT_EQ(finished.topLevel, "ftyp mdat moov");
+    const auto& before = growing.tracks.at(0).samples;
+    const auto& after = finished.tracks.at(0).samples;
+    ASSERT_EQ(before.size(), kPictures);
+    ASSERT_EQ(after.size(), kPictures);
+    for (std::size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(after[i].offset, before[i].offset) << i;
+        EXPECT_EQ(after[i].size, kPictureBytes) << i;
+        EXPECT_EQ(after[i].time, static_cast<std::int64_t>(i) * 22'500) << i;
+    }
+    EXPECT_GT(after.back().offset, kFourGigabytes);
 }
 
 } // namespace

@@ -21,6 +21,14 @@ enum Id : std::uint64_t {
     kTrackEntry = 0xAE,
     kDefaultDuration = 0x23E383,
     kCodec = 0x86,
+    kCodecPrivate = 0x63A2,
+    kCodecDelay = 0x56AA,
+    kSeekPreRoll = 0x56BB,
+    kAudio = 0xE1,
+    kChannels = 0x9F,
+    kColour = 0x55B0,
+    kMatrixCoefficients = 0x55B1,
+    kRange = 0x55B9,
     kVideo = 0xE0,
     kWidth = 0xB0,
     kHeight = 0xBA,
@@ -30,10 +38,12 @@ enum Id : std::uint64_t {
     kCues = 0x1C53BB6B,
     kCuePoint = 0xBB,
     kCueTrackPositions = 0xB7,
+    kCueTime = 0xB3,
     kCueClusterPosition = 0xF1,
 };
-constexpr std::array<std::uint64_t, 10> kContainers = {kEbml,  kSegment, kInfo, kTracks,   kTrackEntry,
-                                                       kVideo, kCluster, kCues, kCuePoint, kCueTrackPositions};
+constexpr std::array<std::uint64_t, 12> kContainers = {kEbml,       kSegment, kInfo,     kTracks,
+                                                       kTrackEntry, kVideo,   kAudio,    kColour,
+                                                       kCluster,    kCues,    kCuePoint, kCueTrackPositions};
 constexpr std::uint64_t kUnknownSize = (std::uint64_t{1} << 56) - 1;
 constexpr std::size_t kBlockHead = 4; // track number, two bytes of time, flags
 
@@ -123,7 +133,30 @@ private:
             m_file.docType = Text(size);
             break;
         case kCodec:
-            m_file.codec = Text(size);
+            (m_file.codec.empty() ? m_file.codec : m_file.soundCodec) = Text(size);
+            break;
+        case kCodecPrivate: {
+            const auto* first = m_bytes.data() + m_position;
+            m_file.codecPrivates.emplace_back(first, first + size);
+            break;
+        }
+        case kCodecDelay:
+            m_file.codecDelayNs = Unsigned(m_position, size);
+            break;
+        case kSeekPreRoll:
+            m_file.seekPreRollNs = Unsigned(m_position, size);
+            break;
+        case kChannels:
+            m_file.channels = Unsigned(m_position, size);
+            break;
+        case kMatrixCoefficients:
+            m_file.matrixCoefficients = Unsigned(m_position, size);
+            break;
+        case kRange:
+            m_file.range = Unsigned(m_position, size);
+            break;
+        case kCueTime:
+            m_file.cueTimes.push_back(Unsigned(m_position, size));
             break;
         case kWidth:
             m_file.width = Unsigned(m_position, size);
@@ -140,14 +173,16 @@ private:
         case kCueClusterPosition:
             m_file.cuePositions.push_back(Unsigned(m_position, size));
             break;
-        case kDuration: {
-            const auto bits = static_cast<std::uint32_t>(Unsigned(m_position, 4));
-            m_file.durationMs = static_cast<double>(std::bit_cast<float>(bits));
+        case kDuration:
+            m_file.durationMs = size == 4 ? std::bit_cast<float>(static_cast<std::uint32_t>(Unsigned(m_position, 4)))
+                                          : std::bit_cast<double>(Unsigned(m_position, 8));
             break;
-        }
         case kSimpleBlock: {
             const auto* first = m_bytes.data() + m_position;
-            m_file.frames.push_back({m_clusterMilliseconds + static_cast<std::int64_t>(Unsigned(m_position + 1, 2)),
+            const auto relative = static_cast<std::int16_t>(static_cast<std::uint16_t>(Unsigned(m_position + 1, 2)));
+            m_file.frames.push_back({Unsigned(m_position, 1) & 0x7F,
+                                     m_clusterMilliseconds + relative,
+                                     (Unsigned(m_position + 3, 1) & 0x80) != 0,
                                      {first + kBlockHead, first + size}});
             break;
         }

@@ -87,14 +87,12 @@ Bytes WideMediaDataHead(std::uint64_t size) {
 }
 
 void ColourInformation::Write(BoxWriter& out) const {
-    constexpr std::uint16_t kBt709 = 1;
-    constexpr std::uint16_t kSmpte170 = 6;
-    const std::uint16_t code = matrix == ColorMatrix::Bt601 ? kSmpte170 : kBt709;
+    const ColorCodes codes = CodesOf(matrix);
     out.Text("nclx");
-    out.U16(code); // primaries
-    out.U16(code); // transfer
-    out.U16(code); // matrix
-    out.U8(0);     // limited range
+    out.U16(codes.primaries);
+    out.U16(codes.transfer);
+    out.U16(codes.matrix);
+    out.U8(0); // limited range
 }
 
 void AvcSampleEntry::Write(BoxWriter& out) const {

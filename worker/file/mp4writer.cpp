@@ -1,5 +1,5 @@
-// Writes a recording as MP4. Each fragment is one write; what is in the file is remembered for the tables only after
-// its write, so that the tables of a file that was cut short are right.
+// Writes a recording as MP4. What is in the file is remembered for the tables only after its write, so that the tables
+// of a file that was cut short are right.
 #include "worker/file/mp4writer.h"
 
 #include <algorithm>
@@ -200,8 +200,8 @@ bool Mp4Writer::WriteFragment(std::int64_t untilTick) {
     if (parts.empty()) {
         return true;
     }
-    const mp4::Fragment fragment = mp4::MakeFragment(++m_sequenceNumber, parts);
-    if (!m_file.WriteAt(m_end, fragment.bytes)) {
+    mp4::Fragment fragment = mp4::MakeFragment(++m_sequenceNumber, parts);
+    if (!WriteThenReveal(fragment.bytes)) {
         return false;
     }
     const std::uint64_t offset = m_end;
@@ -220,6 +220,16 @@ bool Mp4Writer::WriteFragment(std::int64_t untilTick) {
     m_sound.clear();
     m_waitingBytes = 0;
     return true;
+}
+
+// Some players refuse a whole file because of one torn moof box at its end. So it is free space to them until it is
+// there, and its type is written last.
+bool Mp4Writer::WriteThenReveal(mp4::Bytes& fragment) {
+    constexpr std::size_t kTypeOffset = 4;
+    const auto type = std::span(fragment).subspan(kTypeOffset, mp4::MovieFragment::kType.size());
+    std::ranges::copy(std::as_bytes(std::span(mp4::FreeSpace::kType)), type.begin());
+    return m_file.WriteAt(m_end, fragment) &&
+           m_file.WriteAt(m_end + kTypeOffset, std::as_bytes(std::span(mp4::MovieFragment::kType)));
 }
 
 bool Mp4Writer::ExtendNewest(std::int64_t end) {

@@ -3,9 +3,10 @@
  * Writes a recording as MP4: H.264 with AAC.
  *
  * While it grows, the file is a fragmented MP4, whose fragments stand by themselves: ftyp, free, moov, then moof and
- * mdat for each flush. Finish() appends a moov with tables of all samples, inside of a free box, so that no reader
- * takes notice of it. One write of 8 bytes then turns the free box at the file's head into the head of an mdat that
- * ends where the new moov begins: the fragments are mere data from then on, and the file is an ordinary MP4.
+ * mdat for each flush; the writing may stop at any byte. Finish() appends a moov with tables of all samples, inside of
+ * a free box, so that no reader takes notice of it. One write of 8 bytes then turns the free box at the file's head
+ * into the head of an mdat that ends where the new moov begins: the fragments are mere data from then on, and the file
+ * is an ordinary MP4.
  */
 #pragma once
 
@@ -72,6 +73,7 @@ private:
     bool FlushUntil(MediaTime until);
     bool BeginWith(std::size_t firstShown);
     bool WriteFragment(std::int64_t untilTick);
+    bool WriteThenReveal(mp4::Bytes& fragment);
     bool ExtendNewest(std::int64_t end);
     mp4::FragmentPart PicturePart(std::int64_t untilTick) const;
     mp4::FragmentPart SoundPart() const;

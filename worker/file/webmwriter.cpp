@@ -86,10 +86,11 @@ constexpr std::uint64_t SamplesToNanoseconds(const SoundFormat& format, std::uin
     return samples * 1'000'000'000 / std::max(format.samplesPerSecond, std::uint32_t{1});
 }
 
+// Null, which the library refuses, when there is none.
 const char* CodecId(Codec codec) noexcept {
     switch (codec) {
-    case Codec::Jpeg:
-        return "V_MJPEG";
+    case Codec::Jpeg: // no file has it
+        break;
     case Codec::H264:
         return "V_MPEG4/ISO/AVC";
     case Codec::Vp9:
@@ -99,7 +100,7 @@ const char* CodecId(Codec codec) noexcept {
     case Codec::Opus:
         return "A_OPUS";
     }
-    return "";
+    return nullptr;
 }
 
 // WebM keeps a VP9 stream's properties as numbered bytes: profile, level, bit depth, chroma subsampling.
@@ -120,10 +121,10 @@ bool SetPrivate(mkvmuxer::Track& track, std::span<const std::byte> bytes) {
 
 bool SetColour(mkvmuxer::VideoTrack& track, ColorMatrix matrix) {
     mkvmuxer::Colour colour;
-    const bool isBt601 = matrix == ColorMatrix::Bt601;
-    colour.set_matrix_coefficients(isBt601 ? mkvmuxer::Colour::kSmpte170MMc : mkvmuxer::Colour::kBt709);
-    colour.set_transfer_characteristics(isBt601 ? mkvmuxer::Colour::kSmpte170MTc : mkvmuxer::Colour::kIturBt709Tc);
-    colour.set_primaries(isBt601 ? mkvmuxer::Colour::kSmpte170MP : mkvmuxer::Colour::kIturBt709P);
+    const ColorCodes codes = CodesOf(matrix);
+    colour.set_matrix_coefficients(codes.matrix);
+    colour.set_transfer_characteristics(codes.transfer);
+    colour.set_primaries(codes.primaries);
     colour.set_range(mkvmuxer::Colour::kBroadcastRange);
     return track.SetColour(colour);
 }
@@ -151,7 +152,8 @@ private:
     bool WriteInfo();
     bool Take(const Packet& packet);
     std::int64_t TimecodeOf(const Packet& packet) const noexcept;
-    bool BeginCluster(std::int64_t timecode, bool withKey);
+    bool BeginCluster(std::int64_t timecode);
+    void AddCue();
     bool WriteBlock(const Packet& packet, std::int64_t timecode);
     bool PatchNumber(std::uint64_t offset, std::uint64_t value, bool isSize);
     bool PatchDuration(std::int64_t milliseconds);
@@ -167,10 +169,11 @@ private:
     mkvmuxer::SeekHead m_seekHead;
     mkvmuxer::Tracks m_tracks;
     mkvmuxer::Cues m_cues;
-    std::uint64_t m_segmentStart = 0;   // offset of the segment's first element
-    std::uint64_t m_durationOffset = 0; // of the number of milliseconds
-    std::int64_t m_duration = 0;        // as the file says
-    std::uint64_t m_clusterStart = 0;   // offset of the cluster's first element; 0: none is open
+    std::uint64_t m_segmentStart = 0;    // offset of the segment's first element
+    std::uint64_t m_durationOffset = 0;  // of the number of milliseconds
+    std::int64_t m_duration = 0;         // as the file says
+    std::uint64_t m_clusterStart = 0;    // offset of the cluster's first element; 0: none is open
+    std::uint64_t m_clusterPosition = 0; // of the cluster itself, from the segment's first element on
     std::int64_t m_clusterTimecode = 0;
     std::int64_t m_newestTimecode = 0;
     std::uint64_t m_end = 0; // bytes up to the last whole packet
@@ -287,7 +290,7 @@ bool WebmWriter::Take(const Packet& packet) {
     }
     const bool isKeyPicture = isPicture && packet.isKey;
     const bool beginsCluster = m_clusterStart == 0 || isKeyPicture || timecode - m_clusterTimecode >= kLongestCluster;
-    if (beginsCluster && !(EndCluster() && BeginCluster(timecode, isKeyPicture))) {
+    if (beginsCluster && !(EndCluster() && BeginCluster(timecode))) {
         return false;
     }
     if (!WriteBlock(packet, timecode) || !m_out.Flush()) {
@@ -296,29 +299,33 @@ bool WebmWriter::Take(const Packet& packet) {
     m_end = Offset();
     m_hasPicture = m_hasPicture || isPicture;
     m_newestTimecode = std::max(m_newestTimecode, timecode);
+    if (isKeyPicture) {
+        AddCue();
+    }
     return true;
 }
 
-bool WebmWriter::BeginCluster(std::int64_t timecode, bool withKey) {
-    const std::uint64_t position = Offset() - m_segmentStart;
-    const auto time = static_cast<std::uint64_t>(timecode);
+bool WebmWriter::BeginCluster(std::int64_t timecode) {
+    m_clusterPosition = Offset() - m_segmentStart;
     if (mkvmuxer::WriteID(&m_out, libwebm::kMkvCluster) != 0 ||
         mkvmuxer::SerializeInt(&m_out, mkvmuxer::kEbmlUnknownValue, kSizeBytes) != 0) {
         return false;
     }
     m_clusterStart = Offset();
     m_clusterTimecode = timecode;
-    if (withKey) {
-        auto cue = std::make_unique<mkvmuxer::CuePoint>();
-        cue->set_time(time);
-        cue->set_track(kPictureTrack);
-        cue->set_cluster_pos(position);
-        cue->set_block_number(1);
-        if (m_cues.AddCue(cue.get())) {
-            static_cast<void>(cue.release()); // the list deletes it
-        }
+    return WriteEbmlElement(&m_out, libwebm::kMkvTimecode, static_cast<std::uint64_t>(timecode));
+}
+
+// A cue that does not fit into memory is left out: players find the place without it.
+void WebmWriter::AddCue() {
+    auto cue = std::make_unique<mkvmuxer::CuePoint>();
+    cue->set_time(static_cast<std::uint64_t>(m_clusterTimecode));
+    cue->set_track(kPictureTrack);
+    cue->set_cluster_pos(m_clusterPosition);
+    cue->set_block_number(1);
+    if (m_cues.AddCue(cue.get())) {
+        static_cast<void>(cue.release()); // the list deletes it
     }
-    return WriteEbmlElement(&m_out, libwebm::kMkvTimecode, time);
 }
 
 bool WebmWriter::WriteBlock(const Packet& packet, std::int64_t timecode) {
