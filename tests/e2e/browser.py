@@ -42,8 +42,9 @@ class Browser:
         environment = os.environ if display is None else {**os.environ, "DISPLAY": display}
         command = ["bash", "-c", f'exec "$@" 3<&{theirs_in} 4>&{theirs_out}', "bash",
                    "chromium", *FLAGS, *flags, f"--user-data-dir={profile}", "about:blank"]
-        self._process = subprocess.Popen(command, pass_fds=[theirs_in, theirs_out], env=environment, stdin=subprocess.DEVNULL,
-                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        self._process = subprocess.Popen(command, pass_fds=[theirs_in, theirs_out], env=environment,
+                                         stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                         stderr=subprocess.DEVNULL, start_new_session=True)
         os.close(theirs_in)
         os.close(theirs_out)
         try:

@@ -1,5 +1,5 @@
-"""The live view's delay from glass to glass: the recorded display and the display that a browser's window fills are both
-read from memory, and each number that the pattern shows is waited for on both."""
+"""The live view's delay from glass to glass: the recorded display and the display that a browser's window fills are
+both read from memory, and each number that the pattern shows is waited for on both."""
 
 import mmap
 import os
