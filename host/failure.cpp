@@ -1,13 +1,13 @@
 // What kxrecord says when the start, the work or the end of the worker fails.
 #include "host/failure.h"
 
+#include "common/win/errortext.h"
 #include "sdk/vcr/workerprotocol.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 namespace kxrecord {
@@ -64,21 +64,9 @@ Default DefaultOf(Stage stage) {
     return {Exit::NotStarted, L"the worker could not be started, or ended before it was ready"};
 }
 
-struct LocalBlockFree {
-    void operator()(wchar_t* block) const noexcept { LocalFree(block); }
-};
-
 // Messages of the system may have the program's name in them, as %1.
 std::wstring SystemText(unsigned long code) {
-    wchar_t* text = nullptr;
-    const DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
-    // With ALLOCATE_BUFFER the argument is the address of the pointer, whatever its type says.
-    FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-    const std::unique_ptr<wchar_t, LocalBlockFree> owner(text);
-    std::wstring result = text == nullptr ? L"" : text;
-    while (!result.empty() && (result.back() == L'\n' || result.back() == L'\r' || result.back() == L'.')) {
-        result.pop_back();
-    }
+    std::wstring result = kx::SystemErrorText(code);
     constexpr std::wstring_view kPlaceholder = L"%1";
     for (std::size_t at = result.find(kPlaceholder); at != std::wstring::npos; at = result.find(kPlaceholder, at)) {
         result.replace(at, kPlaceholder.size(), kxvcr::kWorkerFileNameWide);
