@@ -17,6 +17,8 @@ SYSTEM_TIMED_OUT = 258
 WORKER_USAGE = 0x20000002
 WORKER_NO_CHANNEL = 0x20000003
 PATH_NOT_FOUND = 3  # the system's code
+MODULE_NOT_FOUND = 126  # the system's code
+ENCODER = "openh264.dll"
 LAUNCH_USAGE = 64  # what launch.exe ends with when it is run with a worker's arguments
 
 RECORDED_BYTES = 4000  # enough for several frames to be in the file
@@ -107,6 +109,36 @@ class Failure(RecordCase):
         result = self.stage.run("-IPCProxy", program=WORKER)
         self.expect_code(result, WORKER_NO_CHANNEL)
         self.assertIn(f"Cannot connect to the host's channel: error {SYSTEM_TIMED_OUT} ", self.stage.worker_log())
+
+    def take_encoder_away(self):
+        """Leaves the place of the H.264 encoder empty until the case ends, and says where that is."""
+        encoder = self.stage.folder / ENCODER
+        aside = self.stage.folder / "aside.dll"
+        encoder.rename(aside)
+        self.addCleanup(aside.replace, encoder)
+        return encoder
+
+    def expect_encoder_is_blamed(self, reason):
+        result = self.stage.run("record", self.path, "--seconds", 1)
+        self.expect_failure(result, START_REFUSED, "openh264.dll is missing beside KXVCR.exe, or is not the version that "
+                                                   "it knows; install it again")
+        self.assertRegex(self.stage.worker_log(), reason)
+        self.assertFalse(self.path.exists())
+
+    def test_MissingEncoder_IsNamedAndTheOtherFormatStillRecords(self):
+        self.take_encoder_away()
+        self.expect_encoder_is_blamed(f"Cannot load the H.264 encoder .*{ENCODER}: error {MODULE_NOT_FOUND}")
+        royalty_free = self.stage.new_path("screen.webm")
+        self.expect_code(self.stage.run("record", royalty_free, "--seconds", 1), 0)
+        expect_pattern(self, Video(royalty_free))
+
+    def test_EncoderThatIsNoLibrary_IsNamed(self):
+        self.take_encoder_away().write_text("no library")
+        self.expect_encoder_is_blamed(f"Cannot load the H.264 encoder .*{ENCODER}: error ")
+
+    def test_LibraryThatIsNoEncoder_IsNamed(self):
+        shutil.copy(self.stage.folder / "libwinpthread-1.dll", self.take_encoder_away())
+        self.expect_encoder_is_blamed(f"{ENCODER} is not the H.264 encoder: it lacks a function")
 
     def test_FolderThatDoesNotExist_IsRefused(self):
         result = self.stage.run("record", self.path / "screen.mp4", "--seconds", 1)
