@@ -3,6 +3,7 @@
 #include "sdk/util/logtool.h"
 #include "support/childprocess.h"
 #include "support/hostfolder.h"
+#include "support/importpatch.h"
 #include "support/memoryfault.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,11 @@
 #include <log4cplus/loggingmacros.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include <windows.h>
+// shlobj.h needs the types of windows.h.
+#include <shlobj.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <regex>
 #include <sstream>
@@ -273,6 +279,88 @@ TEST(LogTool, LogThatGrows_KeepsThreeOldFilesOfAMebibyte) {
         EXPECT_LT(std::filesystem::file_size(folder.Path() / name), 1100u * 1024u) << name;
     }
     EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log.4"));
+}
+
+// --- while Windows refuses
+
+/** A call of LogTool.dll that fails for as long as this lives. */
+template <kxtest::ImportName Function, class Fn>
+class Refused {
+private:
+    kxtest::ImportHook<"KERNEL32.dll", Function, Fn> m_hook{[](auto&&...) {
+                                                                SetLastError(ERROR_ACCESS_DENIED);
+                                                                return 0;
+                                                            },
+                                                            GetModuleHandleW(L"LogTool.dll")};
+};
+
+const ChildScenario kWriteFailsOnce("writefailsonce", [] {
+    LogErrorFun("first");
+    {
+        const Refused<"WriteFile", decltype(WriteFile)> refused;
+        LogErrorFun("lost");
+    }
+    LogErrorFun("second");
+});
+
+TEST(LogTool, LineThatCannotBeWritten_IsLostAloneAndTheNextIsLogged) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "writefailsonce").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))),
+              "ERROR first(LogErrorFun)\nERROR second(LogErrorFun)\n");
+}
+
+const ChildScenario kOldFilesStay("oldfilesstay", [] {
+    const Refused<"MoveFileExW", decltype(MoveFileExW)> refused;
+    const std::string text(4000, 'x');
+    for (int count = 0; count < 300; ++count) {
+        LogWarnFun("%s", text.c_str());
+    }
+});
+
+TEST(LogTool, FileThatCannotBeMovedAway_IsWrittenOn) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "oldfilesstay").exitCode, 0u);
+    const std::string log = ReadFileBytes(folder.Name("child.log"));
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 300);
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log.1"));
+}
+
+const ChildScenario kSizeUnknown("sizeunknown", [] {
+    const Refused<"GetFileSizeEx", decltype(GetFileSizeEx)> refused;
+    LogErrorFun("first");
+});
+
+TEST(LogTool, FileThatDoesNotTellItsSize_IsWrittenOn) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "sizeunknown").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\n");
+}
+
+const ChildScenario kHostWithoutAPath("hostwithoutapath", [] {
+    const Refused<"GetModuleFileNameW", decltype(GetModuleFileNameW)> refused;
+    LogErrorFun("first");
+    std::printf("%zu appenders", GetLogger().getAllAppenders().size());
+});
+
+TEST(LogTool, HostWithoutAPath_LivesWithoutALogFile) {
+    const TempFolder folder;
+    const auto result = RunChildIn(folder.Path(), "hostwithoutapath");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_NE(result.output.find("0 appenders"), std::string::npos) << result.output;
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log"));
+}
+
+const ChildScenario kUserWithoutAFolder("userwithoutafolder", [] {
+    const kxtest::ImportHook<"SHELL32.dll", "SHGetKnownFolderPath", decltype(SHGetKnownFolderPath)> refused(
+        [](auto&&...) { return E_FAIL; }, GetModuleHandleW(L"LogTool.dll"));
+    LogErrorFun("first");
+});
+
+TEST(LogTool, UserWithoutAFolder_LogsBesideTheHost) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "userwithoutafolder").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\n");
 }
 
 // --- without memory

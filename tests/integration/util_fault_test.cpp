@@ -17,10 +17,12 @@
 #include <oleauto.h>
 #include <sddl.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {

@@ -18,8 +18,11 @@ using KernelHook = ImportHook<"KERNEL32.dll", Function, Fn>;
 using CreateEventHook = KernelHook<"CreateEventW", decltype(CreateEventW)>;
 using ResetEventHook = KernelHook<"ResetEvent", decltype(ResetEvent)>;
 using CreateProcessHook = KernelHook<"CreateProcessW", decltype(CreateProcessW)>;
+using CreateFileHook = KernelHook<"CreateFileW", decltype(CreateFileW)>;
 using CreateThreadHook = KernelHook<"CreateThread", decltype(CreateThread)>;
 using CloseHandleHook = KernelHook<"CloseHandle", decltype(CloseHandle)>;
+using DuplicateHandleHook = KernelHook<"DuplicateHandle", decltype(DuplicateHandle)>;
+using WidenHook = KernelHook<"MultiByteToWideChar", decltype(MultiByteToWideChar)>;
 using GetExitCodeHook = KernelHook<"GetExitCodeProcess", decltype(GetExitCodeProcess)>;
 using TerminateProcessHook = KernelHook<"TerminateProcess", decltype(TerminateProcess)>;
 using TerminateThreadHook = KernelHook<"TerminateThread", decltype(TerminateThread)>;
@@ -35,6 +38,8 @@ using WideModuleNameHook = KernelHook<"GetModuleFileNameW", decltype(GetModuleFi
 using NarrowModuleNameHook = KernelHook<"GetModuleFileNameA", decltype(GetModuleFileNameA)>;
 
 using NothrowNewHook = ImportHook<"libstdc++-6.dll", "_ZnwyRKSt9nothrow_t", void*(std::size_t, const std::nothrow_t&)>;
+/** pthread_mutex_lock, by which std::mutex locks; its argument is a pthread_mutex_t*. */
+using LockMutexHook = ImportHook<"libwinpthread-1.dll", "pthread_mutex_lock", int(void*)>;
 using FreeHook = ImportHook<"msvcrt.dll", "free", void(void*)>;
 
 } // namespace hooks

@@ -169,6 +169,31 @@ TEST_F(ProxyLaunch, AfterFailedVerification_TheNextRunWorks) {
     ExpectRunWorks();
 }
 
+TEST_F(ProxyLaunch, WorkerFileThatCannotBeHeld_FailsTheVerificationAndTheNextRunWorks) {
+    {
+        const Launcher launcher;
+        const hooks::CreateFileHook open([](auto&&...) {
+            SetLastError(ERROR_SHARING_VIOLATION);
+            return INVALID_HANDLE_VALUE;
+        });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+        EXPECT_EQ(launcher.Launches(), 0);
+    }
+    ExpectMessages({Error("CheckEnv", L"Screen record exe file verification error")});
+    ExpectRunWorks();
+}
+
+TEST_F(ProxyLaunch, HostFolderThatCannotBeWidened_FailsTheVerificationAndTheNextRunWorks) {
+    {
+        const Launcher launcher;
+        const hooks::WidenHook widen([](auto&&...) { return 0; });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+        EXPECT_EQ(launcher.Launches(), 0);
+    }
+    ExpectMessages({Error("CheckEnv", L"Screen record exe file verification error")});
+    ExpectRunWorks();
+}
+
 TEST_F(ProxyLaunch, ReadyEvent_IsManualResetUnsignalledAndUnnamed) {
     int created = 0;
     const hooks::CreateEventHook create(

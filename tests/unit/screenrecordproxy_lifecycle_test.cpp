@@ -3,6 +3,7 @@
 #include "support/handlecount.h"
 #include "unit/proxyfixture.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <thread>
@@ -132,6 +133,22 @@ TEST_F(Lifecycle, NoMemoryForTheProxy_GivesNullAndTakesNoReference) {
     EXPECT_TRUE(fakeipc::Calls().empty());
     ScreenRecordProxy* const proxy = ScreenRecordProxy::CreateProxy();
     ASSERT_NE(proxy, nullptr);
+    ScreenRecordProxy::ReleaseProxy(proxy);
+    EXPECT_EQ(fakeipc::Calls(CallKind::Destroy).size(), 1u);
+}
+
+TEST_F(Lifecycle, MutexThatDoesNotLock_GivesNullAndKeepsTheReference) {
+    ScreenRecordProxy* const proxy = ScreenRecordProxy::CreateProxy();
+    {
+        const hooks::LockMutexHook noLock([](auto&&...) { return ENOMEM; });
+        EXPECT_EQ(ScreenRecordProxy::CreateProxy(), nullptr);
+        ScreenRecordProxy::ReleaseProxy(proxy);
+        EXPECT_EQ(noLock.Calls(), 2);
+    }
+    ExpectMessages({Error("CreateProxy", L"gsProxy is null.")});
+    EXPECT_TRUE(fakeipc::Calls(CallKind::Destroy).empty());
+    EXPECT_EQ(ScreenRecordProxy::CreateProxy(), proxy);
+    ScreenRecordProxy::ReleaseProxy(proxy);
     ScreenRecordProxy::ReleaseProxy(proxy);
     EXPECT_EQ(fakeipc::Calls(CallKind::Destroy).size(), 1u);
 }

@@ -321,6 +321,21 @@ TEST_F(ProxySupervision, ExitCodeThatCannotBeRead_IsLoggedAndGivesTheSystemsCode
     EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 0u);
 }
 
+TEST_F(ProxySupervision, WorkerWhoseHandleCannotBeDuplicated_IsWatchedByTheHandleItself) {
+    m_plan.Live(42);
+    {
+        const hooks::DuplicateHandleHook duplicate([](auto&&...) { return FALSE; });
+        const OwnedHandle worker = RunWorker();
+        m_plan.EndWorkers();
+        EXPECT_EQ(Proxy().WaitLiveProcessEnd(kLimitMs), 42u);
+        AwaitMonitor();
+        EXPECT_EQ(duplicate.Calls(), 2) << "the monitor's and the waiter's";
+    }
+    ExpectState(RunStatus::Running, RecordMode::NoWorker);
+    ExpectMessages({});
+    ExpectRunWorks();
+}
+
 TEST_F(ProxySupervision, FailedWait_GivesTheExitCodeAsItStands) {
     const OwnedHandle worker = RunWorker();
     const hooks::WaitHook wait([](HANDLE handle, DWORD timeoutMs) {

@@ -1,0 +1,219 @@
+// The host's end of the message channel while Windows refuses what it is asked: the channel stays closed or drops the
+// worker that meets the fault, and works for the next one.
+#include "ipctestbed.h"
+#include "support/importpatch.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+// These need the types of windows.h.
+#include <sddl.h>
+#include <winternl.h>
+
+#include <atomic>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+using namespace kxtest;
+
+namespace {
+
+constexpr DWORD kNoSuchChannel = 258; // a worker's exit code
+
+HMODULE Channel() {
+    return GetModuleHandleW(L"IPCMessage.dll");
+}
+
+template <ImportName Function, class Fn>
+using KernelHook = ImportHook<"KERNEL32.dll", Function, Fn>;
+template <ImportName Function, class Fn>
+using AdvapiHook = ImportHook<"ADVAPI32.dll", Function, Fn>;
+
+template <class Result>
+auto Fails(Result result) {
+    return [result](auto&&...) {
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return result;
+    };
+}
+
+void ExpectNextWorkerServed(Host& host) {
+    Signal ready;
+    host.client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) { ready.Set(); });
+    const Child worker("ipcworker.exe", "serve");
+    ASSERT_TRUE(ready.Wait());
+    EXPECT_EQ(Ask(host.client, kEchoPayload, "still here"), "still here");
+    host.client.UnRegisterMessageCallbackAll();
+}
+
+// There is no channel, and the client says so to whoever sends; the next client has one.
+template <class Hook>
+void ExpectNoChannel(typename Hook::Callable fault) {
+    {
+        const Hook hook(std::move(fault), Channel());
+        Host host;
+        EXPECT_GT(hook.Calls(), 0);
+        const Child worker("ipcworker.exe", "connect 0");
+        EXPECT_EQ(worker.ExitCode(), kNoSuchChannel);
+        EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+        EXPECT_FALSE(host.client.PostIPCMessage(Request(kEchoPayload)));
+    }
+    Host host;
+    ExpectNextWorkerServed(host);
+}
+
+// The worker's connection is closed and nothing of it delivered; the same channel serves the next worker.
+template <class Hook>
+void ExpectWorkerDropped(typename Hook::Callable fault) {
+    Host host;
+    {
+        const Hook hook(std::move(fault), Channel());
+        const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " closed");
+        EXPECT_EQ(peer.ExitCode(), 0u);
+        EXPECT_GT(hook.Calls(), 0);
+        EXPECT_FALSE(host.ready.Wait(0));
+    }
+    ExpectNextWorkerServed(host);
+}
+
+using CreateEventHook = KernelHook<"CreateEventW", decltype(CreateEventW)>;
+
+// The @p failing-th event, counted from 1, cannot be made.
+CreateEventHook::Callable EventFails(int failing) {
+    return [failing, made = std::make_shared<std::atomic<int>>(0)](auto&&... arguments) -> HANDLE {
+        if (++*made == failing) {
+            SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+            return nullptr;
+        }
+        return CreateEventHook::Original(arguments...);
+    };
+}
+
+} // namespace
+
+TEST(IPCMessageFault, NoPipe_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<KernelHook<"CreateNamedPipeW", decltype(CreateNamedPipeW)>>(Fails(INVALID_HANDLE_VALUE));
+}
+
+TEST(IPCMessageFault, NoEventToStopBy_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<CreateEventHook>(EventFails(1));
+}
+
+TEST(IPCMessageFault, NoToken_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<AdvapiHook<"OpenProcessToken", decltype(OpenProcessToken)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, NoUserOfTheToken_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<AdvapiHook<"GetTokenInformation", decltype(GetTokenInformation)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, NoTextOfTheUser_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<AdvapiHook<"ConvertSidToStringSidW", decltype(ConvertSidToStringSidW)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, NoAccessList_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<AdvapiHook<"ConvertStringSecurityDescriptorToSecurityDescriptorW",
+                               decltype(ConvertStringSecurityDescriptorToSecurityDescriptorW)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, NoThread_NoChannelUntilTheNextClient) {
+    // void std::thread::_M_start_thread(std::unique_ptr<_State>, void (*)())
+    using StartThreadHook = ImportHook<"libstdc++-6.dll",
+                                       "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_"
+                                       "EEPFvvE",
+                                       void(void*, void*, void (*)())>;
+    ExpectNoChannel<StartThreadHook>(
+        [](auto&&...) { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
+}
+
+// The library's thread ends then: what is left is a client on which every send fails.
+TEST(IPCMessageFault, PipeThatCannotListen_SendsFailUntilTheNextClient) {
+    using ConnectHook = KernelHook<"ConnectNamedPipe", decltype(ConnectNamedPipe)>;
+    {
+        const ConnectHook hook(Fails(FALSE), Channel());
+        {
+            Host host;
+            EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+        }
+        EXPECT_EQ(hook.Calls(), 1);
+    }
+    Host host;
+    ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageFault, NoEventToListenWith_SendsFailUntilTheNextClient) {
+    {
+        const CreateEventHook hook(EventFails(2), Channel());
+        {
+            Host host;
+            EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+        }
+        EXPECT_EQ(hook.Calls(), 2);
+    }
+    Host host;
+    ExpectNextWorkerServed(host);
+}
+
+// The connection needs three: for its reads, its writes and its end.
+class IPCMessageConnectionFault : public testing::TestWithParam<int> {};
+
+TEST_P(IPCMessageConnectionFault, NoEventForTheConnection_WorkerDroppedAndNextServed) {
+    constexpr int kEventsOfTheChannel = 2;
+    const CreateEventHook hook(EventFails(kEventsOfTheChannel + GetParam()), Channel());
+    Host host;
+    const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " closed");
+    EXPECT_EQ(peer.ExitCode(), 0u);
+    EXPECT_FALSE(host.ready.Wait(0));
+    ExpectNextWorkerServed(host);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachEvent, IPCMessageConnectionFault, testing::Values(1, 2, 3));
+
+TEST(IPCMessageFault, WorkerWithoutANumber_DroppedAndNextServed) {
+    ExpectWorkerDropped<KernelHook<"GetNamedPipeClientProcessId", decltype(GetNamedPipeClientProcessId)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, WorkerThatDoesNotOpen_DroppedAndNextServed) {
+    ExpectWorkerDropped<KernelHook<"OpenProcess", decltype(OpenProcess)>>(Fails(HANDLE{}));
+}
+
+TEST(IPCMessageFault, WorkerWithoutAParent_DroppedAndNextServed) {
+    constexpr NTSTATUS kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
+    ExpectWorkerDropped<ImportHook<"ntdll.dll", "NtQueryInformationProcess", decltype(NtQueryInformationProcess)>>(
+        Fails(kUnsuccessful));
+}
+
+TEST(IPCMessageFault, WorkerWithoutAStartTime_DroppedAndNextServed) {
+    ExpectWorkerDropped<KernelHook<"GetProcessTimes", decltype(GetProcessTimes)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, WorkerWithoutAProgram_DroppedAndNextServed) {
+    ExpectWorkerDropped<KernelHook<"QueryFullProcessImageNameW", decltype(QueryFullProcessImageNameW)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, ReadThatDoesNotStart_WorkerDroppedAndNextServed) {
+    ExpectWorkerDropped<KernelHook<"ReadFile", decltype(ReadFile)>>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, ReadThatFails_WorkerDroppedAndNextServed) {
+    using ResultHook = KernelHook<"GetOverlappedResult", decltype(GetOverlappedResult)>;
+    ExpectWorkerDropped<ResultHook>([](auto&&... arguments) {
+        ResultHook::Original(arguments...); // the read has ended when it fails
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return FALSE;
+    });
+}
+
+TEST(IPCMessageFault, WriteThatDoesNotStart_SendFailsAndNextWorkerServed) {
+    Host host;
+    const Child worker("ipcworker.exe", "serve");
+    ASSERT_TRUE(host.ready.Wait());
+    {
+        const KernelHook<"WriteFile", decltype(WriteFile)> hook(Fails(FALSE), Channel());
+        EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+        EXPECT_EQ(hook.Calls(), 1);
+    }
+    EXPECT_EQ(worker.ExitCode(), 0u) << "the connection is closed";
+    ExpectNextWorkerServed(host);
+}
