@@ -67,6 +67,12 @@ TEST(UtilText, CharacterOutsideTheCodePage_BecomesTheDefaultCharacter) {
               "a?b");
 }
 
+TEST(UtilText, CharacterWithABestFit_BecomesThatCharacter) {
+    ASSERT_EQ(GetACP(), 1252u) << "another code page may have the character itself";
+    EXPECT_EQ(DE::UnicodeToANSI(L"\x0141\xFF21"), "LA");
+    EXPECT_EQ(NarrowCopy(L"\x0141\xFF21"), "LA");
+}
+
 TEST(UtilText, TrimSP_RemovesBlanksAtBothEndsOnly) {
     EXPECT_EQ(DE::TrimSP("  a b\t "), "a b\t");
     EXPECT_EQ(DE::TrimSP("\t a"), "\t a");

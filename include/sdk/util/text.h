@@ -12,12 +12,16 @@
 namespace DE {
 
 /**
- * A narrow copy of @p text, or null when @p text is null or cannot be converted.
- * The block comes from malloc; the caller frees it with free.
+ * A narrow copy of @p text, or null when @p text is null or cannot be converted. Characters that the code page lacks
+ * become others as in UnicodeToANSI. The block comes from malloc; the caller frees it with free.
  */
 KXUTIL_API char* WcharToChar(const wchar_t* text);
 
-/** Wide to narrow. Characters that the code page lacks become its default character; a failure is an empty string. */
+/**
+ * Wide to narrow; a failure is an empty string. A character that the code page lacks becomes the one that the system
+ * deems most like it (its best fit: L with a stroke becomes L), and the code page's default character, most often "?",
+ * where there is none.
+ */
 KXUTIL_API std::string UnicodeToANSI(const std::wstring& text);
 
 /** Narrow to wide; a failure is an empty string. */

@@ -87,8 +87,8 @@ public:
      * Reads and parses a file, replacing what was loaded before.
      * @param path in the process's ANSI code page
      * @return 0, or the error; the document is then empty. A file of more than 16 MiB, one that holds a zero byte (as
-     *         UTF-16 does), and one that is nested deeper than the parser's limit of 100 elements is an error. Text
-     *         is taken as UTF-8; bytes that are none pass through unchanged.
+     *         UTF-16 does), and one whose elements are nested deeper than 98 levels, the root counted, is an error.
+     *         Text is taken as UTF-8; bytes that are none pass through unchanged.
      */
     KxXmlError LoadFile(const std::string& path);
 
