@@ -5,6 +5,7 @@
 
 #include "common/win/modulepath.h"
 #include "logfile.h"
+#include "utf8locale.h"
 
 #include <log4cplus/configurator.h>
 #include <log4cplus/helpers/property.h>
@@ -26,6 +27,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -84,13 +86,27 @@ void AddLogFile(log4cplus::Logger& logger, std::filesystem::path file) {
     logger.setLogLevel(log4cplus::WARN_LOG_LEVEL);
 }
 
+// Appenders write UTF-8 unless the configuration names another locale for them.
+log4cplus::helpers::Properties InUtf8(log4cplus::helpers::Properties properties) {
+    constexpr std::wstring_view kAppender = L"log4cplus.appender.";
+    for (const std::wstring& name : properties.propertyNames()) {
+        const std::wstring locale = name + L".Locale";
+        const bool isAppender = name.starts_with(kAppender) && name.find(L'.', kAppender.size()) == std::wstring::npos;
+        if (isAppender && !properties.exists(locale)) {
+            properties.setProperty(locale, logtool::kUtf8LocaleName);
+        }
+    }
+    return properties;
+}
+
 // Reading the file by itself first tells a lost line from a missing one: the library's own reading stops there.
 // @throws std::bad_alloc
 void ConfigureFrom(const std::filesystem::path& config) {
+    logtool::RegisterUtf8Locale();
     std::wifstream stream(config, std::ios::binary);
     stream.exceptions(std::ios::badbit);
     try {
-        log4cplus::PropertyConfigurator(log4cplus::helpers::Properties(stream)).configure();
+        log4cplus::PropertyConfigurator(InUtf8(log4cplus::helpers::Properties(stream))).configure();
     } catch (const std::ios::failure&) { // what cannot be read as text: what stands before it counts
         log4cplus::PropertyConfigurator::doConfigure(config.wstring());
     }

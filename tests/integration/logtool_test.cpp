@@ -204,6 +204,31 @@ TEST(LogTool, ConfigurationBesideTheHost_ReplacesTheDefault) {
     EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log"));
 }
 
+const ChildScenario kOddTexts("oddtexts", [] {
+    // Halves of pairs, and pairs at every distance from the ends of what a stream hands on in one piece.
+    LogErrorFun(L"%ls", L"a\xD83D\xDE00 b\xD83D c\xDE00 d\xD83D");
+    for (std::size_t length = 500; length < 520; ++length) {
+        LogErrorFun(L"%ls%ls", std::wstring(length, L'x').c_str(), L"\x00E9\xD83D\xDE00");
+    }
+});
+
+TEST(LogTool, ConfiguredFile_HasEveryTextInUtf8) {
+    const TempFolder folder;
+    WriteFileBytes(folder.Path() / "config" / "log4cplus.properties",
+                   "log4cplus.rootLogger=INFO, file\r\n"
+                   "log4cplus.appender.file=log4cplus::FileAppender\r\n"
+                   "log4cplus.appender.file.File=own.log\r\n"
+                   "log4cplus.appender.file.layout=log4cplus::PatternLayout\r\n"
+                   "log4cplus.appender.file.layout.ConversionPattern=%m%n\r\n");
+    const kxtest::CurrentFolder current(folder.Path());
+    EXPECT_EQ(RunChildIn(folder.Path(), "oddtexts").exitCode, 0u);
+    std::string expected = "a\xF0\x9F\x98\x80 b\xEF\xBF\xBD c\xEF\xBF\xBD d\xEF\xBF\xBD(LogErrorFun)\r\n";
+    for (std::size_t length = 500; length < 520; ++length) {
+        expected += std::string(length, 'x') + "\xC3\xA9\xF0\x9F\x98\x80(LogErrorFun)\r\n";
+    }
+    EXPECT_EQ(ReadFileBytes(folder.Name("own.log")), expected);
+}
+
 TEST(LogTool, ConfigurationThatIsNonsense_LeavesTheHostAlive) {
     for (const std::string_view text : {std::string_view(), std::string_view("\xFF\xFE\0=\n", 5),
                                         std::string_view("log4cplus.rootLogger=, nowhere\n"),
