@@ -63,15 +63,18 @@ install(CODE "
     set(MANIFEST \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/config/CheckFileIntergrity.xml\")
     include(\"${CMAKE_CURRENT_LIST_DIR}/WriteManifest.cmake\")" COMPONENT Runtime)
 
-# Samples of the files that a user may put into bin/config.
+# Samples of the files in bin/config; docs/configuration.md says what each is for.
 install(FILES "${PROJECT_SOURCE_DIR}/suite/util/ProductProfile.sample.xml"
+    "${PROJECT_SOURCE_DIR}/samples/CheckFileIntergrity.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/DeviceFuncSwitchConf.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/LogType.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/log4cplus.sample.properties"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/screenrecordproxy" COMPONENT Runtime)
 
 # Documents, and the reference if scripts/package.sh has built it.
-install(FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION . COMPONENT Runtime)
+foreach(document README.md LICENSE CHANGELOG.md SECURITY.md)
+    install(FILES "${PROJECT_SOURCE_DIR}/${document}" DESTINATION . COMPONENT Runtime)
+endforeach()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/" DESTINATION docs COMPONENT Runtime PATTERN Doxyfile EXCLUDE)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/build/doxygen/html/" DESTINATION docs/reference COMPONENT Runtime OPTIONAL)
 

@@ -145,15 +145,44 @@ TEST(WorkerProtocolPage, LiveFields_HaveTheHeadersLimits) {
 }
 
 TEST(HostsGuide, Codes_AreTheSystemsAndTheHeaders) {
+    const auto text = [](auto code) { return std::to_string(static_cast<unsigned long>(code)); };
+    std::vector<std::string> expected = {text(ERROR_BUSY), text(ERROR_INVALID_EXE_SIGNATURE), text(WAIT_TIMEOUT),
+                                         "others"};
+    for (const kxvcr::ExitCodeMeaning& row : kxvcr::kExitCodes) {
+        expected.push_back(CodeText(row.code));
+    }
     std::vector<std::string> codes;
     for (const Row& row : Table("hosts-guide.md", "| code | meaning | what to do |")) {
         codes.push_back(row.at(0));
     }
-    const auto text = [](auto code) { return std::to_string(static_cast<unsigned long>(code)); };
-    EXPECT_THAT(codes, testing::UnorderedElementsAre(
-                           text(ERROR_SUCCESS), text(ERROR_BUSY), text(ERROR_INVALID_EXE_SIGNATURE), text(WAIT_TIMEOUT),
-                           text(kxvcr::ExitCode::FileCutShort),
-                           text(kxvcr::ExitCode::NeverReady) + ", " + text(kxvcr::ExitCode::Killed), "others"));
+    EXPECT_THAT(codes, testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(HostsGuide, WorkersExitCodes_MeanWhatTheHeaderSays) {
+    std::map<std::string, std::string> meanings;
+    for (const Row& row : Table("hosts-guide.md", "| code | meaning | what to do |")) {
+        meanings[row.at(0)] = row.at(1);
+    }
+    for (const kxvcr::ExitCodeMeaning& row : kxvcr::kExitCodes) {
+        if (row.code != kxvcr::ExitCode::Finished) { // 0 is every function's success
+            EXPECT_EQ(meanings[CodeText(row.code)], row.meaning);
+        }
+    }
+}
+
+TEST(HostsGuide, RecordModes_AreTheHeaders) {
+    using KxScreenRecord::RecordMode;
+    std::vector<int> modes;
+    for (const Row& row : Table("hosts-guide.md", "| step | call | record mode after it (`GetCurRecordMode`) |")) {
+        if (!row.at(2).empty()) {
+            modes.push_back(std::stoi(row.at(2)));
+        }
+    }
+    const auto number = [](RecordMode mode) { return static_cast<int>(mode); };
+    EXPECT_THAT(modes, testing::ElementsAre(number(RecordMode::NoWorker), number(RecordMode::WorkerStarted),
+                                            number(RecordMode::Prepared), number(RecordMode::PreparedTimemachine),
+                                            number(RecordMode::LocalRecord), number(RecordMode::LiveServer),
+                                            number(RecordMode::NoWorker)));
 }
 
 } // namespace

@@ -12,9 +12,8 @@ import zipfile
 
 LIMIT_S = 120
 OWN = ("IPCMessage.dll", "KXVCR.exe", "LogTool.dll", "ScreenRecordProxy.dll", "Util.dll", "kxrecord.exe")
-DOCUMENTS = ("LICENSE", "README.md", "docs/hosts-guide.md", "include/screenrecordproxy/screenrecordproxy.h",
-             "share/screenrecordproxy/DeviceFuncSwitchConf.sample.xml", "share/screenrecordproxy/LogType.sample.xml",
-             "share/screenrecordproxy/ProductProfile.sample.xml", "share/screenrecordproxy/log4cplus.sample.properties")
+DOCUMENTS = ("CHANGELOG.md", "LICENSE", "README.md", "SECURITY.md", "docs/configuration.md", "docs/hosts-guide.md",
+             "include/screenrecordproxy/screenrecordproxy.h")
 
 
 def sections(image):
