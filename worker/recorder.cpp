@@ -176,7 +176,8 @@ Result ScreenRecorder::StartFile(const std::wstring& path, FileFormat format) {
         const DWORD error = GetLastError();
         LOG4CPLUS_WARN(GetLogger(), L"The host cannot be told how the recording goes: error " << error);
     }
-    // The host may read where the live part begins as soon as its command is answered, before the file's thread reports.
+    // The host may read where the live part begins as soon as its command is answered, before the file's thread
+    // reports.
     ReportProgress({});
     Result result = Result::OutOfResources;
     try {

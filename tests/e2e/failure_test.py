@@ -120,8 +120,8 @@ class Failure(RecordCase):
 
     def expect_encoder_is_blamed(self, reason):
         result = self.stage.run("record", self.path, "--seconds", 1)
-        self.expect_failure(result, START_REFUSED, "openh264.dll is missing beside KXVCR.exe, or is not the version that "
-                                                   "it knows; install it again")
+        self.expect_failure(result, START_REFUSED, "openh264.dll is missing beside KXVCR.exe, or is not the version "
+                                                   "that it knows; install it again")
         self.assertRegex(self.stage.worker_log(), reason)
         self.assertFalse(self.path.exists())
 
