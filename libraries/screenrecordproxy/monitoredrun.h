@@ -75,16 +75,23 @@ public:
     }
 
     /** Forgets a run whose monitor has ended. Null is none. */
-    void Remove(const MonitoredRun* run) noexcept {
-        for (std::unique_ptr<MonitoredRun>* place = &m_newest; *place; place = &(*place)->m_earlier) {
-            if (place->get() == run) {
-                *place = std::move((*place)->m_earlier);
-                return;
-            }
-        }
-    }
+    void Remove(const MonitoredRun* run) noexcept { Take(run).reset(); }
+
+    /** Forgets a run whose monitor has not ended and may touch it at any time: it is never given back. */
+    void Abandon(const MonitoredRun* run) noexcept { static_cast<void>(Take(run).release()); }
 
 private:
+    std::unique_ptr<MonitoredRun> Take(const MonitoredRun* run) noexcept {
+        for (std::unique_ptr<MonitoredRun>* place = &m_newest; *place; place = &(*place)->m_earlier) {
+            if (place->get() == run) {
+                std::unique_ptr<MonitoredRun> taken = std::move(*place);
+                *place = std::move(taken->m_earlier);
+                return taken;
+            }
+        }
+        return nullptr;
+    }
+
     std::unique_ptr<MonitoredRun> m_newest;
 };
 

@@ -35,6 +35,9 @@ public:
     /** The fields are a new instance's: nothing that was begun before is about them. */
     void BeginInstance() noexcept { BeginRunNumber(); }
 
+    /** The fields are about to go: a thread that outlives the instance moves nothing. */
+    void EndInstance() noexcept { BeginRunNumber(); }
+
     /** The run that the instance is in. */
     RunNumber Newest() const noexcept { return s_newest; }
 

@@ -160,7 +160,8 @@ namespace {
 
 /**
  * Waits for a monitor thread's end, under the instance's lock. One that waits for its worker longer than the instance
- * may live is terminated; its handles are given back with its run.
+ * may live is terminated; its handles are given back with its run. Of a thread that is there even then, the run stays:
+ * what it closes or frees, nobody else may.
  */
 void EndMonitor(KernelHandle monitor) noexcept {
     static constexpr LogFunction kHere("__cdecl KxScreenRecord::ScreenRecordProxy::~ScreenRecordProxy(void)");
@@ -173,8 +174,11 @@ void EndMonitor(KernelHandle monitor) noexcept {
         if (run == nullptr || run->ClaimEnd()) {
             TerminateThread(monitor.Get(), WAIT_TIMEOUT);
         }
-        // The system ends a thread a moment later; from here on it would run in freed memory.
-        WaitForSingleObjectEx(monitor.Get(), kMonitorThreadStepTimeoutMs, FALSE);
+        // The system ends a thread a moment later, and one that is making its last move is about to end.
+        if (WaitForSingleObjectEx(monitor.Get(), kMonitorThreadStepTimeoutMs, FALSE) == WAIT_TIMEOUT) {
+            g_runs.Abandon(run);
+            return;
+        }
     }
     g_runs.Remove(run);
 }
@@ -195,6 +199,7 @@ ScreenRecordProxy::~ScreenRecordProxy() {
             EndMonitor(std::move(run->monitor));
             g_runs.Remove(run);
         }
+        RunState(m_recordMode, m_runStatus).EndInstance();
     }
     if (m_ipcClient != nullptr) {
         try {
@@ -340,11 +345,11 @@ unsigned long ScreenRecordProxy::CreateRecordProcess(void*& process) {
     PROCESS_INFORMATION created = {};
     if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                         &created)) {
+        const DWORD error = GetLastError(); // before the lock, which is the system's to wait for
         {
             const CriticalSectionGuard lock(m_lock);
             KernelHandle(std::exchange(m_readyEvent, nullptr)).Reset();
         }
-        const DWORD error = GetLastError();
         LogError(kHere, "CreateProcess failed! Err=", error);
         return error;
     }

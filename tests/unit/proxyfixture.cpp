@@ -1,6 +1,8 @@
 #include "unit/proxyfixture.h"
 
 #include <atomic>
+#include <cstdio>
+#include <iostream>
 #include <stdexcept>
 #include <thread>
 
@@ -76,9 +78,15 @@ Launcher::Launcher(bool ready)
       m_hook([this](LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
                     LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags, LPVOID environment, LPCWSTR folder,
                     LPSTARTUPINFOW startup, LPPROCESS_INFORMATION information) {
-          const BOOL started =
-              hooks::CreateProcessHook::Original(application, commandLine, processSecurity, threadSecurity, inherit,
-                                                 flags, environment, folder, startup, information);
+          const auto start = [&] {
+              return hooks::CreateProcessHook::Original(application, commandLine, processSecurity, threadSecurity,
+                                                        inherit, flags, environment, folder, startup, information);
+          };
+          BOOL started = start();
+          if (started == FALSE) { // the worker is there: a loaded system that emulates Windows loses one now and then
+              std::printf("the worker could not be started, error %lu; once more\n", GetLastError());
+              started = start();
+          }
           if (started != FALSE) {
               m_rawProcess = information->hProcess;
               m_rawThread = information->hThread;
@@ -100,6 +108,9 @@ ProxyTest::ProxyTest() {
 }
 
 ProxyTest::~ProxyTest() {
+    if (HasFailure()) {
+        std::cout << "the log's messages: " << testing::PrintToString(m_log.Events()) << std::endl;
+    }
     m_plan.EndWorkers();
     Release();
     fakeipc::Reset();

@@ -5,9 +5,9 @@
 #include "fakes/fakeutil.h"
 #include "sdk/vcr/workerprotocol.h"
 #include "support/logcapture.h"
+#include "support/proxyprivate.h"
 #include "unit/proxyhooks.h"
 #include "unit/proxymessages.h"
-#include "unit/proxyprivate.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>

@@ -23,6 +23,7 @@ using CreateThreadHook = KernelHook<"CreateThread", decltype(CreateThread)>;
 using CloseHandleHook = KernelHook<"CloseHandle", decltype(CloseHandle)>;
 using DuplicateHandleHook = KernelHook<"DuplicateHandle", decltype(DuplicateHandle)>;
 using WidenHook = KernelHook<"MultiByteToWideChar", decltype(MultiByteToWideChar)>;
+using GetThreadIdHook = KernelHook<"GetThreadId", decltype(GetThreadId)>;
 using GetExitCodeHook = KernelHook<"GetExitCodeProcess", decltype(GetExitCodeProcess)>;
 using TerminateProcessHook = KernelHook<"TerminateProcess", decltype(TerminateProcess)>;
 using TerminateThreadHook = KernelHook<"TerminateThread", decltype(TerminateThread)>;

@@ -239,6 +239,24 @@ TEST_F(OemFileTest, CannotBeOpened_NoUnicodeAndNoTextUntilItCan) {
     EXPECT_EQ(SystemEnvironment::GetUnicodeString(), L"V");
 }
 
+TEST_F(OemFileTest, CannotBeReadOn_TextEndsThereUntilItCan) {
+    using ReadFileHook = kxtest::ImportHook<"KERNEL32.dll", "ReadFile", decltype(ReadFile)>;
+    constexpr std::size_t kBlock = 1024;
+    OemFile::Write(Utf16File(std::wstring(kBlock, L'x')));
+    {
+        int reads = 0;
+        const ReadFileHook hook([&](auto&&... arguments) -> BOOL {
+            if (++reads == 2) {
+                SetLastError(ERROR_READ_FAULT);
+                return FALSE;
+            }
+            return ReadFileHook::Original(arguments...);
+        });
+        EXPECT_EQ(SystemEnvironment::GetUnicodeString(), std::wstring(kBlock / sizeof(wchar_t) - 1, L'x'));
+    }
+    EXPECT_EQ(SystemEnvironment::GetUnicodeString(), std::wstring(kBlock, L'x'));
+}
+
 TEST_F(OemFileTest, FolderInItsPlace_NoUnicodeAndNoText) {
     std::filesystem::create_directories(OemFile::kPath);
     EXPECT_FALSE(SystemEnvironment::IsFileUnicode());

@@ -1,8 +1,10 @@
 // The end of the instance: the steps of the destructor in their order, and what it leaves behind.
 #include "support/handlecount.h"
 #include "unit/proxyeventworkers.h"
+#include "unit/proxygate.h"
 
 #include <array>
+#include <atomic>
 #include <mutex>
 
 namespace {
@@ -208,6 +210,80 @@ class ImpatientRelease {
         return hooks::WaitHook::Original(handle, timeoutMs == kMonitorLimitMs ? 0 : timeoutMs);
     }};
 };
+
+class MonitorThatOutlivesTheProxy : public testing::Test {
+protected:
+    MonitorThatOutlivesTheProxy() {
+        fakeipc::Reset();
+        fakeutil::Reset();
+        m_proxy = ScreenRecordProxy::CreateProxy();
+        EXPECT_EQ(m_proxy->RunProcess(kLimitMs), 0u);
+        m_monitor = Duplicate(proxyprivate::MonitorThread(*m_proxy));
+    }
+
+    void Release() {
+        ScreenRecordProxy::ReleaseProxy(m_proxy);
+        m_proxy = nullptr;
+    }
+
+    /** A proxy of its own, with a worker and its end. */
+    void ExpectNextProxyWorks() {
+        ScreenRecordProxy* const proxy = ScreenRecordProxy::CreateProxy();
+        EXPECT_EQ(proxy->GetCurRecordMode(), 0);
+        EXPECT_EQ(proxy->RunProcess(kLimitMs), 0u);
+        const OwnedHandle monitor = Duplicate(proxyprivate::MonitorThread(*proxy));
+        m_workers.EndAll();
+        EXPECT_EQ(WaitForSingleObject(monitor.get(), kLimitMs), WAIT_OBJECT_0);
+        EXPECT_EQ(proxy->GetCurRecordMode(), 0);
+        ScreenRecordProxy::ReleaseProxy(proxy);
+    }
+
+    const kxtest::LogCapture m_log;
+    EventWorkers m_workers;
+    ScreenRecordProxy* m_proxy = nullptr;
+    OwnedHandle m_monitor;
+};
+
+// The destructor has given up waiting when the monitor is between its claim of the end and its last move.
+TEST_F(MonitorThatOutlivesTheProxy, InItsLastMove_ClosesItsHandleOnceAndMovesNothing) {
+    const DWORD monitorId = GetThreadId(m_monitor.get());
+    Gate lastMove;
+    std::atomic<HANDLE> monitorsHandle = nullptr;
+    std::atomic<int> closed = 0;
+    {
+        const ImpatientRelease impatience;
+        const hooks::CloseHandleHook close([&](HANDLE handle) {
+            if (GetCurrentThreadId() == monitorId) {
+                monitorsHandle = handle;
+                lastMove.Pass();
+            }
+            closed += handle == monitorsHandle ? 1 : 0;
+            return hooks::CloseHandleHook::Original(handle);
+        });
+        m_workers.EndAll();
+        lastMove.AwaitThread();
+        Release();
+        EXPECT_EQ(closed, 0) << "the handle is the monitor's to close";
+        lastMove.Open();
+        EXPECT_EQ(WaitForSingleObject(m_monitor.get(), kLimitMs), WAIT_OBJECT_0);
+        EXPECT_EQ(closed, 1);
+    }
+    ExpectNextProxyWorks();
+}
+
+TEST_F(MonitorThatOutlivesTheProxy, BecauseItCannotBeTerminated_StandsStillAndTheNextProxyWorks) {
+    {
+        const ImpatientRelease impatience;
+        const hooks::TerminateThreadHook refused([](auto&&...) { return FALSE; });
+        Release();
+        EXPECT_EQ(refused.Calls(), 1);
+    }
+    m_workers.EndAll();
+    ExpectNextProxyWorks();
+    EXPECT_EQ(WaitForSingleObject(m_monitor.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_NE(TerminateThread(m_monitor.get(), kTerminatedThread), FALSE);
+    EXPECT_EQ(WaitForSingleObject(m_monitor.get(), kLimitMs), WAIT_OBJECT_0);
+}
 
 TEST(MonitorThatWaitsTooLong, LeavesNeitherHandleNorThread) {
     constexpr std::size_t kRuns = 20;

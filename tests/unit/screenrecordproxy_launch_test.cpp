@@ -183,6 +183,17 @@ TEST_F(ProxyLaunch, WorkerFileThatCannotBeHeld_FailsTheVerificationAndTheNextRun
     ExpectRunWorks();
 }
 
+TEST_F(ProxyLaunch, HostWithoutAPath_FailsTheVerificationAndTheNextRunWorks) {
+    {
+        const Launcher launcher;
+        const hooks::WideModuleNameHook name([](auto&&...) -> DWORD { return 0; });
+        EXPECT_EQ(Proxy().RunProcess(kLimitMs), kBadSignature);
+        EXPECT_EQ(launcher.Launches(), 0);
+    }
+    ExpectMessages({Error("CheckEnv", L"Screen record exe file verification error")});
+    ExpectRunWorks();
+}
+
 TEST_F(ProxyLaunch, HostFolderThatCannotBeWidened_FailsTheVerificationAndTheNextRunWorks) {
     {
         const Launcher launcher;

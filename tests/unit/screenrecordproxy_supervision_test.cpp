@@ -233,6 +233,19 @@ TEST_F(ProxySupervision, MonitorThatDoesNotBegin_HoldsTheRunUpForASecondOnly) {
     ExpectMessages({});
 }
 
+TEST_F(ProxySupervision, MonitorWithoutANumber_WatchesItsWorkerAndTheNextRunWorks) {
+    {
+        const hooks::GetThreadIdHook noNumber([](HANDLE) -> DWORD { return 0; });
+        const OwnedHandle worker = RunWorker(); // goes on without having seen the monitor after a second
+        m_plan.EndWorkers();
+        AwaitMonitor();
+        EXPECT_EQ(noNumber.Calls(), 1);
+    }
+    ExpectState(RunStatus::Running, RecordMode::NoWorker);
+    ExpectMessages({});
+    ExpectRunWorks();
+}
+
 TEST_F(ProxySupervision, WorkerThatIsKilledBeforeTheMonitorBegins_LeavesModeAndStatusZero) {
     SuspendedMonitor monitor;
     std::thread killer;

@@ -1,4 +1,4 @@
-#include "unit/proxyprivate.h"
+#include "support/proxyprivate.h"
 
 using KxScreenRecord::ScreenRecordProxy;
 
