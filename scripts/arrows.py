@@ -44,7 +44,7 @@ ARROWS = {
     "tests/host": TEST_TOOLS + ["host"],
     "tests/e2e": TEST_TOOLS + ["worker"],
     "benchmarks": EXPORTED + ["worker", "suite"],
-    "fuzz": EXPORTED + ["suite", "worker"],
+    "fuzz": EXPORTED + ["suite", "systemenvironment", "worker"],
 }
 
 OUTSIDERS = ["examples", "tests/package"]
