@@ -12,7 +12,9 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 using namespace kxtest;
@@ -216,4 +218,144 @@ TEST(IPCMessageFault, WriteThatDoesNotStart_SendFailsAndNextWorkerServed) {
     }
     EXPECT_EQ(worker.ExitCode(), 0u) << "the connection is closed";
     ExpectNextWorkerServed(host);
+}
+
+// --- what is waited for
+
+using WaitManyHook = KernelHook<"WaitForMultipleObjects", decltype(WaitForMultipleObjects)>;
+
+// The @p failing-th wait, counted from 1, fails. The channel waits for a worker first, then for the worker's bytes.
+WaitManyHook::Callable WaitFails(int failing) {
+    return [failing, made = std::make_shared<std::atomic<int>>(0)](auto&&... arguments) -> DWORD {
+        return ++*made == failing ? WAIT_FAILED : WaitManyHook::Original(arguments...);
+    };
+}
+
+TEST(IPCMessageFault, ListeningThatCannotWait_SendsFailUntilTheNextClient) {
+    {
+        const WaitManyHook hook(WaitFails(1), Channel());
+        Host host;
+        const Child worker("ipcworker.exe", "connect 0");
+        EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+    }
+    Host host;
+    ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageFault, ReadThatCannotWait_WorkerDroppedAndNextServed) {
+    const WaitManyHook hook(WaitFails(2), Channel());
+    Host host;
+    const Child peer("ipcpeer.exe", "open 0 closed");
+    EXPECT_EQ(peer.ExitCode(), 0u);
+    ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageFault, WorkerThatCannotBeWaitedFor_DroppedAndNextServed) {
+    using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)>;
+    ExpectWorkerDropped<WaitHook>([](HANDLE handle, DWORD timeoutMs) {
+        return GetProcessId(handle) != 0 ? WAIT_FAILED : WaitHook::Original(handle, timeoutMs);
+    });
+}
+
+TEST(IPCMessageFault, ReadThatCannotBeCancelled_IsWaitedForUntilTheWorkerGoes) {
+    using CancelHook = KernelHook<"CancelIoEx", decltype(CancelIoEx)>;
+    auto host = std::make_unique<Host>();
+    const Child worker("ipcworker.exe", "serve");
+    ASSERT_TRUE(host->ready.Wait());
+    {
+        const Signal refused;
+        std::atomic<int> calls = 0;
+        const CancelHook hook(
+            [&](HANDLE pipe, OVERLAPPED* io) {
+                if (++calls == 1) {
+                    refused.Set();
+                    return FALSE;
+                }
+                return CancelHook::Original(pipe, io);
+            },
+            Channel());
+        std::thread end([&] { host.reset(); });
+        EXPECT_TRUE(refused.Wait());
+        worker.Kill();
+        end.join();
+    }
+    Host next;
+    ExpectNextWorkerServed(next);
+}
+
+TEST(IPCMessageFault, DisconnectThatFails_NextWorkerServed) {
+    using DisconnectHook = KernelHook<"DisconnectNamedPipe", decltype(DisconnectNamedPipe)>;
+    Host host;
+    {
+        const Signal refused;
+        std::atomic<int> calls = 0;
+        const DisconnectHook hook(
+            [&](HANDLE pipe) {
+                if (++calls == 1) {
+                    refused.Set();
+                    return FALSE;
+                }
+                return DisconnectHook::Original(pipe);
+            },
+            Channel());
+        {
+            const Child worker("ipcworker.exe", "serve");
+            ASSERT_TRUE(host.ready.Wait());
+        }
+        EXPECT_TRUE(refused.Wait());
+    }
+    ExpectNextWorkerServed(host);
+}
+
+/** Lets the system name another process's program in capitals: the folder has to be recognised by its identity. */
+class AnotherNameOfTheFolder {
+private:
+    using NameHook = KernelHook<"QueryFullProcessImageNameW", decltype(QueryFullProcessImageNameW)>;
+    const NameHook m_hook{[](HANDLE process, DWORD flags, LPWSTR path, PDWORD length) {
+                              const BOOL isGiven = NameHook::Original(process, flags, path, length);
+                              if (isGiven != FALSE && process != GetCurrentProcess()) {
+                                  CharUpperBuffW(path, *length);
+                              }
+                              return isGiven;
+                          },
+                          Channel()};
+};
+
+TEST(IPCMessageFault, WorkersFolderByAnotherName_Served) {
+    const AnotherNameOfTheFolder anotherName;
+    Host host;
+    ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageFault, WorkersFolderWithoutAnIdentity_DroppedAndNextServed) {
+    const AnotherNameOfTheFolder anotherName;
+    ExpectWorkerDropped<KernelHook<"GetFileInformationByHandleEx", decltype(GetFileInformationByHandleEx)>>(
+        Fails(FALSE));
+}
+
+// --- the worker's end
+
+// This process is the host and its own worker: the system says that it is its own parent.
+TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoes) {
+    using FactsHook = ImportHook<"ntdll.dll", "NtQueryInformationProcess", decltype(NtQueryInformationProcess)>;
+    constexpr std::size_t kParentAt = 5; // of the pointer-sized words
+    const FactsHook facts(
+        [](HANDLE, PROCESSINFOCLASS, PVOID information, ULONG, PULONG) -> NTSTATUS {
+            static_cast<ULONG_PTR*>(information)[kParentAt] = GetCurrentProcessId();
+            return 0;
+        },
+        Channel());
+    Host host;
+    IPCMessageService service(kTestModule);
+    {
+        const KernelHook<"GetNamedPipeServerProcessId", decltype(GetNamedPipeServerProcessId)> hook(Fails(FALSE),
+                                                                                                    Channel());
+        EXPECT_EQ(service.Connect(0), static_cast<DWORD>(ERROR_NO_SYSTEM_RESOURCES));
+        EXPECT_EQ(hook.Calls(), 1);
+    }
+    EXPECT_EQ(service.Connect(kLimitMs), 0u);
+    TagIPCMessageItem ready;
+    ready.messageId = kReadyNotice;
+    EXPECT_TRUE(service.PostIPCMessage(ready));
+    EXPECT_TRUE(host.ready.Wait());
 }

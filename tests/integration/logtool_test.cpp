@@ -18,6 +18,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -319,6 +321,17 @@ private:
                                                             GetModuleHandleW(L"LogTool.dll")};
 };
 
+/** Logs three lines, the second of them while @p Refusal lives. */
+template <class Refusal>
+void LogThroughAFault() {
+    LogErrorFun("first");
+    {
+        const Refusal refusal;
+        LogErrorFun("second");
+    }
+    LogErrorFun("third");
+}
+
 const ChildScenario kWriteFailsOnce("writefailsonce", [] {
     LogErrorFun("first");
     {
@@ -387,6 +400,102 @@ TEST(LogTool, UserWithoutAFolder_LogsBesideTheHost) {
     EXPECT_EQ(RunChildIn(folder.Path(), "userwithoutafolder").exitCode, 0u);
     EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\n");
 }
+
+const ChildScenario kNothingIsWidened("nothingiswidened",
+                                      LogThroughAFault<Refused<"MultiByteToWideChar", decltype(MultiByteToWideChar)>>);
+
+TEST(LogTool, TextThatCannotBeWidened_IsAnEmptyTextAndTheNextIsLogged) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "nothingiswidened").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))),
+              "ERROR first(LogErrorFun)\nERROR (LogErrorFun)\nERROR third(LogErrorFun)\n");
+}
+
+const ChildScenario kNothingIsNarrowed("nothingisnarrowed",
+                                       LogThroughAFault<Refused<"WideCharToMultiByte", decltype(WideCharToMultiByte)>>);
+
+TEST(LogTool, LineThatCannotBeEncoded_IsLostAloneAndTheNextIsLogged) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "nothingisnarrowed").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\nERROR third(LogErrorFun)\n");
+}
+
+const ChildScenario kCannotStay("cannotstay", [] {
+    const Refused<"GetModuleHandleExW", decltype(GetModuleHandleExW)> refused;
+    LogErrorFun("first");
+});
+
+TEST(LogTool, LibraryThatCannotStayLoaded_LogsWhileItIs) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "cannotstay").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\n");
+}
+
+const ChildScenario kLengthUnknown("lengthunknown", [] {
+    const kxtest::ImportHook<"msvcrt.dll", "_vscwprintf", int(const wchar_t*, char*)> refused(
+        [](auto&&...) { return -1; }, GetModuleHandleW(L"LogTool.dll"));
+    LogErrorFun(L"number %d", 1);
+});
+
+TEST(LogTool, FormatThatCannotBeFilled_IsLoggedAsItStands) {
+    const TempFolder folder;
+    EXPECT_EQ(RunChildIn(folder.Path(), "lengthunknown").exitCode, 0u);
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR number %d(LogErrorFun)\n");
+}
+
+// The C++ library's functions have this name with this compiler alone.
+#if defined(__GNUC__)
+void WriteConsoleConfiguration(const TempFolder& folder) {
+    WriteFileBytes(folder.Path() / "config" / "log4cplus.properties",
+                   "log4cplus.rootLogger=INFO, console\r\n"
+                   "log4cplus.appender.console=log4cplus::ConsoleAppender\r\n");
+}
+
+void PrintAppenders() {
+    LogErrorFun("first");
+    std::printf("%zu appenders of the suite, %zu of the root", GetLogger().getAllAppenders().size(),
+                log4cplus::Logger::getRoot().getAllAppenders().size());
+}
+
+const ChildScenario kConfigurationDoesNotOpen("configurationdoesnotopen", [] {
+    const kxtest::ImportHook<"libstdc++-6.dll", "_ZNSt13basic_filebufIwSt11char_traitsIwEE4openEPKwSt13_Ios_Openmode",
+                             std::wfilebuf*(std::wfilebuf*, const wchar_t*, std::ios::openmode)>
+        refused([](auto&&...) { return nullptr; }, GetModuleHandleW(L"LogTool.dll"));
+    PrintAppenders();
+});
+
+TEST(LogTool, ConfigurationThatCannotBeOpened_CountsAsAnEmptyOne) {
+    const TempFolder folder;
+    WriteConsoleConfiguration(folder);
+    const auto result = RunChildIn(folder.Path(), "configurationdoesnotopen");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_EQ(result.output, "log4cplus:ERROR No appenders could be found for logger (KxSuite).\r\n"
+                             "log4cplus:ERROR Please initialize the log4cplus system properly.\r\n"
+                             "0 appenders of the suite, 0 of the root");
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "child.log"));
+}
+
+const ChildScenario kConfigurationUnseen("configurationunseen", [] {
+    const kxtest::ImportHook<"libstdc++-6.dll", "_ZNSt10filesystem6statusERKNS_7__cxx114pathERSt10error_code",
+                             std::filesystem::file_status(const std::filesystem::path&, std::error_code&)>
+        refused(
+            [](const std::filesystem::path&, std::error_code& error) {
+                error = std::make_error_code(std::errc::permission_denied);
+                return std::filesystem::file_status(std::filesystem::file_type::none);
+            },
+            GetModuleHandleW(L"LogTool.dll"));
+    PrintAppenders();
+});
+
+TEST(LogTool, ConfigurationThatCannotBeLookedAt_CountsAsMissing) {
+    const TempFolder folder;
+    WriteConsoleConfiguration(folder);
+    const auto result = RunChildIn(folder.Path(), "configurationunseen");
+    EXPECT_EQ(result.exitCode, 0u);
+    EXPECT_EQ(result.output, "1 appenders of the suite, 0 of the root");
+    EXPECT_EQ(TextsOf(ReadFileBytes(folder.Name("child.log"))), "ERROR first(LogErrorFun)\n");
+}
+#endif
 
 // --- without memory
 
