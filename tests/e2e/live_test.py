@@ -43,6 +43,22 @@ PICTURE_PLACE = """(() => {
   return [place.left, place.top, place.width, place.height];
 })()"""
 
+# The page's clock runs three times as fast, for shorter pauses; "tries" has the moments at which the stream is tried.
+DECODER_TRIES = 3
+BROKEN_DECODER = """
+  window.isBroken = true;
+  window.tries = [];
+  const now = performance.now.bind(performance);
+  performance.now = () => 3 * now();
+  const add = MediaSource.prototype.addSourceBuffer;
+  MediaSource.prototype.addSourceBuffer = function (type) { tries.push(now()); return add.call(this, type); };
+  const append = SourceBuffer.prototype.appendBuffer;
+  SourceBuffer.prototype.appendBuffer = function (bytes) {
+    if (isBroken) throw new DOMException("broken", "QuotaExceededError");
+    return append.call(this, bytes);
+  };
+"""
+
 
 class LiveServer:
     """A live server as its clients reach it."""
@@ -274,6 +290,22 @@ class Live(RecordCase):
         wait_until(lambda: browser.ask("document.body?.dataset.state") == "live", SHOWN_LIMIT_S, "a live picture")
         self.assertEqual(browser.ask("document.getElementById('still').naturalWidth"), SCREEN_WIDTH)
         self.assertTrue(browser.ask("document.getElementById('picture').hidden"))
+
+    def test_DecoderThatFails_IsReplacedByPicturesAndTriedAgainAfterPausesThatGrow(self):
+        host = self.start()
+        browser = Browser(self.stage.new_path("profile"))
+        self.addCleanup(browser.close)
+        browser.before_every_page(BROKEN_DECODER)
+        browser.open(host.url)
+        wait_until(lambda: browser.ask("tries.length") >= DECODER_TRIES + 1, SHOWN_LIMIT_S, "the first try after a pause")
+        wait_until(lambda: browser.ask("document.body.dataset.state") == "live", SHOWN_LIMIT_S, "pictures")
+        self.assertEqual(browser.ask("document.getElementById('still').naturalWidth"), SCREEN_WIDTH)
+        browser.ask("isBroken = false")
+        wait_until(lambda: not browser.ask("document.getElementById('picture').hidden"), SHOWN_LIMIT_S, "the stream")
+        self.expect_moving(browser)
+        tries = browser.ask("tries")
+        self.assertEqual(len(tries), DECODER_TRIES + 2)
+        self.assertGreater(tries[-1] - tries[-2], tries[-2] - tries[-3])
 
     def test_Keyboard_SavesThePictureAndFillsTheScreen(self):
         host = self.start()

@@ -10,7 +10,9 @@ const REFRESH_MS = 500;
 const FASTEST = 1.08;
 const SLOWEST = 0.97;
 const MOST_BEHIND_S = 0.3;
-const DECODER_TRIES = 3;
+const DECODER_TRIES = 3; // then pictures are shown, and the stream is tried again after a pause that grows
+const FIRST_PAUSE_MS = 10000;
+const LONGEST_PAUSE_MS = 600000;
 const MOST_ARRIVALS = 300;
 const SHORTEST_S = 0.024;
 const SHARE_OF_SLOT = 5 / 6;
@@ -23,6 +25,7 @@ const still = byId("still");
 const MediaSourceType = window.ManagedMediaSource || window.MediaSource;
 
 let decoderFailures = 0; // in a row
+let streamFrom = 0; // the moment from which the stream may be tried
 let startSound = null; // plays the sound of the stream that is shown; null when it has none
 let sound = null; // what plays it
 let shown = []; // of the last pictures: when each was displayed, and how long after its arrival
@@ -331,6 +334,13 @@ function offerSound(head, codec) {
   byId("sound").hidden = startSound === null;
 }
 
+function noteDecoderFailure() {
+  decoderFailures += 1;
+  if (decoderFailures < DECODER_TRIES) return;
+  const pauseMs = FIRST_PAUSE_MS * 2 ** (decoderFailures - DECODER_TRIES);
+  streamFrom = performance.now() + Math.min(pauseMs, LONGEST_PAUSE_MS);
+}
+
 async function playVideo(answer) {
   const codecs = /codecs="(.*)"/.exec(answer.headers.get("Content-Type"))[1].split(",");
   const reader = answer.body.getReader();
@@ -342,7 +352,7 @@ async function playVideo(answer) {
     const tracks = tracksOf(head);
     player.picture = new PicturePlayer(`video/mp4; codecs="${codecs[0]}"`, headOf(head, true), () => {
       hasFailed = true;
-      decoderFailures += 1;
+      noteDecoderFailure();
       reader.cancel().catch(() => {});
     });
     await player.picture.open();
@@ -372,7 +382,8 @@ async function playVideo(answer) {
 
 // --- The JPEG stream ---
 
-async function playPictures() {
+// Until the moment has come to try the stream again.
+async function playPictures(until) {
   still.src = `stream?${Date.now()}`;
   try {
     await new Promise((resolve, reject) => {
@@ -380,7 +391,12 @@ async function playPictures() {
       still.onerror = () => reject(new Trouble("the server sends no picture"));
     });
     showState("live", "Live");
-    while ((await askStatus()).uptimeSeconds >= 0) await pause(STATUS_MS);
+    for (;;) {
+      await askStatus();
+      const left = until - performance.now();
+      if (left <= 0) return;
+      await pause(Math.min(left, STATUS_MS));
+    }
   } finally {
     still.removeAttribute("src");
   }
@@ -414,11 +430,12 @@ async function askStatus() {
 
 async function show() {
   const status = await askStatus();
-  const isVideo = status.codec === "h264" && Boolean(MediaSourceType) && decoderFailures < DECODER_TRIES;
+  const canBeVideo = status.codec === "h264" && Boolean(MediaSourceType);
+  const isVideo = canBeVideo && performance.now() >= streamFrom;
   video.hidden = !isVideo;
   still.hidden = isVideo;
   if (isVideo) await playVideo(await get("stream.mp4"));
-  else await playPictures();
+  else await playPictures(canBeVideo ? streamFrom : Infinity);
 }
 
 async function showForever() {
@@ -427,8 +444,8 @@ async function showForever() {
       await show();
     } catch (failure) {
       showState("lost", `Trying again: ${failure instanceof Trouble ? failure.message : "no connection"}`);
+      await pause(RETRY_MS);
     }
-    await pause(RETRY_MS);
   }
 }
 
