@@ -30,7 +30,9 @@ void ReadAsPrepare(std::span<const std::byte> payload) {
         Require(settings.bitRate == kMaxBitRate + 1);
         return;
     }
-    Require(Contains(s_layout.whole, settings.area.rect));
+    const bool hasRectangle = settings.area.rect != ScreenRect{};
+    Require(hasRectangle == (settings.area.window == 0)); // a window's is not looked up here
+    Require(!hasRectangle || Contains(s_layout.whole, settings.area.rect));
     Require(settings.framesPerSecond >= 1 && settings.framesPerSecond <= kMaxFramesPerSecond);
     Require(settings.quality >= 1 && settings.quality <= kMaxQuality);
     Require(settings.bitRate <= kMaxBitRate);

@@ -34,7 +34,7 @@ struct ScreenRecordParam {
     std::uint32_t monitor = 0;         ///< 0 is the whole virtual screen, 1 the first monitor, 2 the second...
     std::uint32_t bitRate = 0;         ///< the most kilobits a second; 0 is a default that grows with the picture
     std::uint32_t streams = 0;         ///< flags kStream... of sdk/vcr/workerprotocol.h; 0 is pictures without sound
-    std::uint32_t reserved = 0;        ///< 0
+    std::uint32_t window = 0;          ///< low 32 bits of a window's handle; 0 is no window but the screen
 };
 static_assert(sizeof(ScreenRecordParam) == 44);
 

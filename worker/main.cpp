@@ -1,6 +1,6 @@
 // KXVCR.exe: the worker process. Wires the host's channel, the commands and the recorder, and waits for the end:
-// the stop notice, the loss of the host, a file that could not be written any further, or the end of the Windows
-// session.
+// the stop notice, the loss of the host, a file that could not be written any further, the closing of the recorded
+// window, or the end of the Windows session.
 //
 // A program without a console of its own, so that no console window opens on the screen that it records.
 #include "common/win/handle.h"
@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <mutex>
 
 namespace {
 
@@ -70,9 +71,12 @@ bool Serve(ScreenRecorder& recorder, const kx::KernelHandle& end) {
     CommandHandler commands(recorder);
     SessionEndWindow sessionEnd([&recorder] { recorder.Finish(); });
 
+    std::mutex answering; // held while a command is carried out and answered
     IPCMessageService service(static_cast<int>(kWorkerModuleId));
-    service.SetDefaultHandler(
-        [&commands](const TagIPCMessageItem& request, IPCReplySender& sender) { Reply(commands, request, sender); });
+    service.SetDefaultHandler([&commands, &answering](const TagIPCMessageItem& request, IPCReplySender& sender) {
+        const std::lock_guard lock(answering);
+        Reply(commands, request, sender);
+    });
     service.RegisterRequestHandler(kMessageStop, [&end](const TagIPCMessageItem&, IPCReplySender&) {
         LOG4CPLUS_INFO(GetLogger(), L"The host says stop");
         SetEvent(end.Get());
@@ -91,6 +95,8 @@ bool Serve(ScreenRecorder& recorder, const kx::KernelHandle& end) {
         return false;
     }
     sessionEnd.WaitFor(end.Get());
+    // A start may end by itself at once, and is answered all the same before the channel goes.
+    const std::lock_guard lock(answering);
     return true;
 }
 
@@ -104,12 +110,15 @@ ExitCode Run() {
         throw std::bad_alloc();
     }
     ScreenRecorder recorder;
-    recorder.SetCutShortCallback([&end] { SetEvent(end.Get()); });
+    recorder.SetEndCallback([&end] { SetEvent(end.Get()); });
     if (!Serve(recorder, end)) {
         return ExitCode::NoChannel;
     }
     recorder.Finish();
-    return recorder.FileCutShort() ? ExitCode::FileCutShort : ExitCode::Finished;
+    if (recorder.FileCutShort()) {
+        return ExitCode::FileCutShort;
+    }
+    return recorder.WindowClosed() ? ExitCode::WindowClosed : ExitCode::Finished;
 }
 
 } // namespace

@@ -26,9 +26,6 @@ std::optional<LiveKey> KeyOf(const LiveServerParam& param) {
 }
 
 Result CheckFields(const ScreenRecordParam& param) {
-    if (param.reserved != 0) {
-        return Result::ReservedNotZero;
-    }
     if (param.framesPerSecond > kMaxFramesPerSecond) {
         return Result::BadFrameRate;
     }
@@ -48,6 +45,14 @@ Result CheckFields(const ScreenRecordParam& param) {
 }
 
 Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, CaptureArea& chosen) {
+    const ScreenRect asked{param.left, param.top, param.width, param.height};
+    if (param.window != 0) {
+        if (asked != ScreenRect{} || param.monitor != 0) {
+            return Result::BadWindow;
+        }
+        chosen = {{}, nullptr, false, param.window};
+        return Result::Accepted;
+    }
     if (param.monitor > layout.monitors.size()) {
         return Result::BadMonitor;
     }
@@ -56,7 +61,6 @@ Result ChooseArea(const ScreenRecordParam& param, const ScreenLayout& layout, Ca
         surrounding = {layout.monitors[param.monitor - 1].area, layout.monitors[param.monitor - 1].handle, false};
     }
 
-    const ScreenRect asked{param.left, param.top, param.width, param.height};
     if (asked == ScreenRect{}) {
         chosen = surrounding;
         return Result::Accepted;

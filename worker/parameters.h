@@ -19,7 +19,8 @@ namespace kxvcr {
 
 /**
  * Reads the payload of a prepare command: a ScreenRecordParam, optionally followed by the time-machine value.
- * @param settings written when the command is accepted, else untouched
+ * @param settings written when the command is accepted, else untouched. Of a window it has the handle as it was given;
+ *        whether there is such a window, and how large, is not looked up.
  */
 Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layout, RecordSettings& settings);
 

@@ -1,9 +1,11 @@
 // The recorder. It captures from prepare on when a replay is kept, else from the start of the file or of the live
-// server on. Ways a recording ends: Finish() (stop, lost host, end of the session), or a write that fails, which ends
-// in Finish() as well; each leaves a finished, closed file. The live server ends with Finish() alone.
+// server on. Ways a recording ends: Finish() (stop, lost host, end of the session), a write that fails, or
+// the recorded window's closing, which end in Finish() as well; each leaves a finished, closed file.
 #include "worker/recorder.h"
 
 #include "worker/capture/gdicapture.h"
+#include "worker/capture/systemwindow.h"
+#include "worker/capture/windowcapture.h"
 #include "worker/file/outputfile.h"
 #include "worker/hostprocess.h"
 #include "worker/stopwatch.h"
@@ -45,6 +47,24 @@ EncoderSettings EncoderSettingsOf(const RecordSettings& settings) noexcept {
             settings.bitRate * kBitsPerKilobit};
 }
 
+const wchar_t* ReasonOf(kx::WindowState state) noexcept {
+    switch (state) {
+    case kx::WindowState::Gone:
+        return L"there is no such window";
+    case kx::WindowState::NotTopLevel:
+        return L"it is no top-level window";
+    case kx::WindowState::Hidden:
+        return L"it is not visible";
+    case kx::WindowState::Minimized:
+        return L"it is minimised";
+    case kx::WindowState::Empty:
+        return L"it has no pixels";
+    case kx::WindowState::Shown:
+        break;
+    }
+    return L"it is shown";
+}
+
 // Makes the encoder and warms it up with a picture of the screen.
 MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const Picture& first) {
     MadeEncoder made = MakeEncoder(codec, EncoderSettingsOf(settings));
@@ -69,14 +89,59 @@ ScreenLayout ScreenRecorder::Layout() const {
     return CurrentScreenLayout();
 }
 
-Result ScreenRecorder::Prepare(const RecordSettings& settings) {
+// Settles how large the pictures of a window are: as it is at the moment.
+Result ScreenRecorder::MakeSource(RecordSettings& settings, PipelineParts& parts) {
+    CaptureArea& area = settings.area;
+    if (area.window == 0) {
+        parts.source = std::make_unique<GdiCapture>(area, settings.drawCursor);
+        return Result::Accepted;
+    }
+    auto window = std::make_unique<SystemWindow>(kx::WindowOfNumber(area.window));
+    const kx::WindowView view = window->Look();
+    if (view.state != kx::WindowState::Shown) {
+        LOG4CPLUS_ERROR(GetLogger(),
+                        L"The field window, " << area.window << L", names nothing to record: " << ReasonOf(view.state));
+        return Result::BadWindow;
+    }
+    area.rect = AreaOfWindow(view);
+    parts.source = std::make_unique<WindowCapture>(
+        std::move(window),
+        [screen = GdiCapture(area, settings.drawCursor)](const ScreenRect& source, Picture& target,
+                                                         const Picture* before) mutable {
+            return screen.TakeFrom(source, target, before);
+        },
+        kBytesPerPixel * area.rect.width * area.rect.height, [this] { OnWindowClosed(); });
+    return Result::Accepted;
+}
+
+// In the capture's thread, which Finish() waits for: without a lock. It and NoteStarted() each say first what they know
+// and then ask what the other knows, so that one of them sees both.
+void ScreenRecorder::OnWindowClosed() {
+    LOG4CPLUS_INFO(GetLogger(), L"The recorded window was closed");
+    m_windowClosed = true;
+    if (m_started && m_endCallback) {
+        m_endCallback();
+    }
+}
+
+void ScreenRecorder::NoteStarted() {
+    m_started = true;
+    if (m_windowClosed && m_endCallback) {
+        m_endCallback();
+    }
+}
+
+Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     const std::lock_guard lock(m_mutex);
     if (m_ended) {
         return Result::WrongOrder;
     }
+    RecordSettings settings = asked;
     PipelineParts parts;
     parts.framesPerSecond = settings.framesPerSecond;
-    parts.source = std::make_unique<GdiCapture>(settings.area, settings.drawCursor);
+    if (const Result result = MakeSource(settings, parts); result != Result::Accepted) {
+        return result;
+    }
     parts.pictures = PicturePool::Create(kPicturesOfPipeline, settings.area.rect.width, settings.area.rect.height);
     if (parts.pictures == nullptr) {
         return Result::OutOfResources;
@@ -153,7 +218,7 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
         m_hub.ReleaseReplay();
         return result;
     }
-    m_started = true;
+    NoteStarted();
     LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path << L", which begins with "
                                                  << std::chrono::duration<double>(m_liveStart).count()
                                                  << L" seconds of replay");
@@ -232,8 +297,8 @@ FileSinkOwner ScreenRecorder::OwnerOfFile() {
     owner.onProgress = [this](const FileProgress& progress) { ReportProgress(progress); };
     owner.onCutShort = [this] {
         m_cutShort = true;
-        if (m_cutShortCallback) {
-            m_cutShortCallback();
+        if (m_endCallback) {
+            m_endCallback();
         }
     };
     return owner;
@@ -278,7 +343,7 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
     feed->Use(*m_pipeline);
     m_liveFeed = std::move(feed);
     m_live = std::move(live);
-    m_started = true;
+    NoteStarted();
     return start;
 }
 

@@ -30,16 +30,20 @@ public:
     ScreenRecorder() = default;
     ~ScreenRecorder() override;
 
-    /** Calls @p callback in a thread of the recorder when a file was closed early; set before StartFile(). */
-    void SetCutShortCallback(std::function<void()> callback) { m_cutShortCallback = std::move(callback); }
+    /**
+     * Calls @p callback in a thread of the recorder when what was started has ended by itself: a file was closed early,
+     * or the recorded window is closed. Set before Prepare().
+     */
+    void SetEndCallback(std::function<void()> callback) { m_endCallback = std::move(callback); }
 
     ScreenLayout Layout() const override;
 
     /**
      * Does everything slow: devices, memory, the encoder, the first picture and its encoding. Begins to capture when a
-     * replay is to be kept.
+     * replay is to be kept. A window that is closed before something was started ends what is started then: the replay
+     * of a program that crashed is worth keeping.
      */
-    Result Prepare(const RecordSettings& settings) override;
+    Result Prepare(const RecordSettings& asked) override;
 
     /**
      * Creates the file, in the format of its name, and begins to record, with what the replay has kept at the file's
@@ -62,8 +66,14 @@ public:
     /** Whether a recording's file had to be closed before its end, because it could not be written. */
     bool FileCutShort() const noexcept { return m_cutShort; }
 
+    /** Whether what was started showed a window that was closed. */
+    bool WindowClosed() const noexcept { return m_windowClosed && m_started; }
+
 private:
     bool CanStart() const noexcept { return !m_ended && m_parts.source != nullptr && !m_started; }
+    Result MakeSource(RecordSettings& settings, PipelineParts& parts);
+    void OnWindowClosed();
+    void NoteStarted();
     Result EnsureEncoder(Codec codec);
     Result StartCapturing();
     Result StartFile(const std::wstring& path, FileFormat format);
@@ -74,7 +84,7 @@ private:
 
     mutable std::mutex m_mutex;
     bool m_ended = false;
-    bool m_started = false; // a file or the live server
+    std::atomic<bool> m_started = false; // a file or the live server
     RecordSettings m_settings;
     PipelineParts m_parts;
     PacketHub m_hub;
@@ -83,8 +93,9 @@ private:
     StatusBoard m_board;
     MediaTime m_liveStart{};           // the length of the replay in the file
     std::uint64_t m_droppedBefore = 0; // pictures dropped before the file was started
-    std::function<void()> m_cutShortCallback;
+    std::function<void()> m_endCallback;
     std::atomic<bool> m_cutShort = false;
+    std::atomic<bool> m_windowClosed = false;
 
     std::mutex m_limitMutex; // for the next two
     std::shared_ptr<FileSink> m_file;

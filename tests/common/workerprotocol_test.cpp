@@ -132,6 +132,7 @@ TEST(WorkerProtocolPage, PictureFields_HaveTheHeadersLimits) {
                 StartsWith(Range(kxvcr::kMaxFramesPerSecond, kxvcr::kDefaultFramesPerSecond)));
     EXPECT_THAT(ValuesAt(fields, offsetof(ScreenRecordParam, quality)),
                 StartsWith(Range(kxvcr::kMaxQuality, kxvcr::kDefaultQuality)));
+    EXPECT_THAT(ValuesAt(fields, offsetof(ScreenRecordParam, window)), StartsWith("the low 32 bits of the handle"));
 }
 
 TEST(WorkerProtocolPage, LiveFields_HaveTheHeadersLimits) {

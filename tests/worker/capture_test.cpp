@@ -43,6 +43,24 @@ TEST(PlaceInPicture, ScaledBetweenBorders_FollowsThePicture) {
     EXPECT_EQ(PlaceInPicture({-800, 0}, {-800, 0, 800, 600}, {160, 0, 960, 720}), (PicturePoint{160, 0}));
 }
 
+TEST(PartInPicture, SameSize_KeepsEveryPixel) {
+    EXPECT_EQ(PartInPicture({100, 200, 50, 60}, {90, 180, 640, 360}, {0, 0, 640, 360}), (ScreenRect{10, 20, 50, 60}));
+}
+
+TEST(PartInPicture, WholeSource_IsTheWholeTarget) {
+    EXPECT_EQ(PartInPicture({-7, 3, 801, 599}, {-7, 3, 801, 599}, {160, 0, 961, 720}), (ScreenRect{160, 0, 961, 720}));
+}
+
+TEST(PartInPicture, RightHalf_IsScaledBetweenTheBorders) {
+    EXPECT_EQ(PartInPicture({400, 0, 400, 600}, {0, 0, 800, 600}, {160, 0, 960, 720}), (ScreenRect{640, 0, 480, 720}));
+}
+
+TEST(PartInPicture, Nothing_HasNoPixels) {
+    const ScreenRect part = PartInPicture({}, {5000, 5000, 800, 600}, {0, 0, 400, 300});
+    EXPECT_EQ(part.width, 0u);
+    EXPECT_EQ(part.height, 0u);
+}
+
 class DifferentRowsTest : public testing::Test {
 protected:
     static constexpr std::uint32_t kWidth = 203; // no multiple of what is compared at once

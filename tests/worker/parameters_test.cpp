@@ -1,6 +1,7 @@
 // Payloads of commands: defaults, every refused field, and bytes that are no record.
 #include "worker/parameters.h"
 
+#include "common/win/toplevelwindow.h"
 #include "screenrecordproxy.h"
 
 #include <gtest/gtest.h>
@@ -118,9 +119,36 @@ TEST(ReadPrepare, FieldOutOfRange_IsRefusedWithItsResult) {
     param = {};
     param.monitor = 3;
     EXPECT_EQ(Read(param), Result::BadMonitor);
-    param = {};
-    param.reserved = 1;
-    EXPECT_EQ(Read(param), Result::ReservedNotZero);
+}
+
+TEST(ReadPrepare, Window_IsTheAreaWhoseSizeIsNotKnownYet) {
+    ScreenRecordParam param;
+    param.window = 0x0001002A;
+    RecordSettings settings;
+
+    EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
+
+    EXPECT_EQ(settings.area.window, 0x0001002Au);
+    EXPECT_EQ(settings.area.rect, ScreenRect{});
+    EXPECT_FALSE(settings.area.wholeScreen);
+}
+
+TEST(ReadPrepare, WindowWithARectangleOrAMonitor_IsRefused) {
+    ScreenRecordParam param;
+    param.window = 0x0001002A;
+    param.monitor = 1;
+    EXPECT_EQ(Read(param), Result::BadWindow);
+    param.monitor = 0;
+    param.width = 10;
+    param.height = 10;
+    EXPECT_EQ(Read(param), Result::BadWindow);
+}
+
+TEST(WindowNumbers, LowBitsOfAHandle_AreAllOfIt) {
+    for (const std::uint32_t number : {1u, 0x0001002Au, 0x80010000u, 0xFFFFFFFEu}) {
+        EXPECT_EQ(kx::NumberOfWindow(kx::WindowOfNumber(number)), number);
+    }
+    EXPECT_EQ(reinterpret_cast<std::intptr_t>(kx::WindowOfNumber(0xFFFFFFFE)), -2);
 }
 
 TEST(ReadPrepare, OtherSizes_AreRefusedAndLeaveTheSettings) {

@@ -13,6 +13,7 @@ struct CaptureArea {
     ScreenRect rect;            ///< the pixels at the time of the command; their size is the size of every picture
     HMONITOR monitor = nullptr; ///< set when the area is a whole monitor, whose changes are followed
     bool wholeScreen = false;   ///< the area is the virtual screen, whose changes are followed
+    std::uint32_t window = 0;   ///< low 32 bits of the handle of the window whose frame is followed; 0: none
 };
 
 } // namespace kxvcr

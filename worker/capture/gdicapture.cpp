@@ -21,19 +21,19 @@ bool CopyScreen(HDC picture, const ScreenRect& source, const ScreenRect& target)
     if (!screen) {
         return false;
     }
-    if (target.width == source.width && target.height == source.height) {
-        const ScreenRect visible = Intersection(source, WholeScreen());
-        if (visible.width == 0) {
-            return true;
-        }
-        return BitBlt(picture, target.left + visible.left - source.left, target.top + visible.top - source.top,
-                      Signed(visible.width), Signed(visible.height), screen.Get(), visible.left, visible.top,
-                      SRCCOPY) != FALSE;
+    const ScreenRect visible = Intersection(source, WholeScreen());
+    const ScreenRect shown = PartInPicture(visible, source, target);
+    if (shown.width == 0 || shown.height == 0) {
+        return true;
+    }
+    if (shown.width == visible.width && shown.height == visible.height) {
+        return BitBlt(picture, shown.left, shown.top, Signed(shown.width), Signed(shown.height), screen.Get(),
+                      visible.left, visible.top, SRCCOPY) != FALSE;
     }
     SetStretchBltMode(picture, HALFTONE);
     SetBrushOrgEx(picture, 0, 0, nullptr); // as HALFTONE asks
-    return StretchBlt(picture, target.left, target.top, Signed(target.width), Signed(target.height), screen.Get(),
-                      source.left, source.top, Signed(source.width), Signed(source.height), SRCCOPY) != FALSE;
+    return StretchBlt(picture, shown.left, shown.top, Signed(shown.width), Signed(shown.height), screen.Get(),
+                      visible.left, visible.top, Signed(visible.width), Signed(visible.height), SRCCOPY) != FALSE;
 }
 
 void DrawCursor(HDC picture, const ScreenRect& source, const ScreenRect& target) noexcept {
@@ -71,7 +71,10 @@ ScreenRect GdiCapture::SourceNow() const noexcept {
 }
 
 Grab GdiCapture::Take(Picture& target, const Picture* before) noexcept {
-    const ScreenRect source = SourceNow();
+    return TakeFrom(SourceNow(), target, before);
+}
+
+Grab GdiCapture::TakeFrom(const ScreenRect& source, Picture& target, const Picture* before) noexcept {
     if (source.width == 0 || source.height == 0) {
         return Grab::Failed;
     }

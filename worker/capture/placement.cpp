@@ -27,4 +27,12 @@ PicturePoint PlaceInPicture(POINT onScreen, const ScreenRect& source, const Scre
             target.top + scale(std::int64_t{onScreen.y} - source.top, source.height, target.height)};
 }
 
+ScreenRect PartInPicture(const ScreenRect& part, const ScreenRect& source, const ScreenRect& target) noexcept {
+    const auto right = static_cast<LONG>(part.left + std::int64_t{part.width});
+    const auto bottom = static_cast<LONG>(part.top + std::int64_t{part.height});
+    const PicturePoint start = PlaceInPicture({part.left, part.top}, source, target);
+    const PicturePoint end = PlaceInPicture({right, bottom}, source, target);
+    return {start.x, start.y, static_cast<std::uint32_t>(end.x - start.x), static_cast<std::uint32_t>(end.y - start.y)};
+}
+
 } // namespace kxvcr

@@ -27,4 +27,7 @@ struct PicturePoint {
 /** Where a point of the screen is in the picture when @p source is shown as @p target. */
 PicturePoint PlaceInPicture(POINT onScreen, const ScreenRect& source, const ScreenRect& target) noexcept;
 
+/** Where @p part of @p source is in the picture when all of it is shown as @p target; may have no pixels. */
+ScreenRect PartInPicture(const ScreenRect& part, const ScreenRect& source, const ScreenRect& target) noexcept;
+
 } // namespace kxvcr

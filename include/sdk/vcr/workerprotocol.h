@@ -65,6 +65,7 @@ enum class Result : std::int32_t {
     BadClientLimit = -21,
     BadInterfaceFlag = -22,
     CannotListen = -23,
+    BadWindow = -24,
 };
 
 /** One row of the table of results. */
@@ -105,6 +106,8 @@ inline constexpr ResultMeaning kResults[] = {
     {Result::BadInterfaceFlag, "BadInterfaceFlag", "bad flag for all interfaces: neither 0 nor 1"},
     {Result::CannotListen, "CannotListen",
      "the port is in use, or the system refused it; the log has the system's error"},
+    {Result::BadWindow, "BadWindow",
+     "bad window: no top-level window that is shown and has pixels, or given together with a rectangle or a monitor"},
 };
 
 /**
@@ -114,6 +117,7 @@ inline constexpr ResultMeaning kResults[] = {
 enum class ExitCode : std::uint32_t {
     Finished = 0,
     FileCutShort = 4,
+    WindowClosed = 5,
     NeverReady = 21,
     Killed = 157,
     Usage = 0x20000002,
@@ -133,6 +137,7 @@ inline constexpr ExitCodeMeaning kExitCodes[] = {
     {ExitCode::Finished, "Finished", "stopped, or the host or the session ended; a recording is finished on disk"},
     {ExitCode::FileCutShort, "FileCutShort",
      "the recording's file had to be closed early, because it could not be written any further, or not in time"},
+    {ExitCode::WindowClosed, "WindowClosed", "the recorded window was closed; a recording is finished on disk"},
     {ExitCode::NeverReady, "NeverReady", "ended by the proxy: not ready in time"},
     {ExitCode::Killed, "Killed", "ended by the proxy: KillProcess"},
     {ExitCode::Usage, "Usage", "not started by a host: the argument is missing"},
