@@ -44,6 +44,7 @@ struct Arguments {
     bool overwrite = false;
     double seconds = 0;
     std::string region;
+    std::string window;
     std::string quality;
     bool cursor = false;
     unsigned int replaySeconds = 0;
@@ -58,6 +59,7 @@ struct Arguments {
     std::vector<std::string> manifestFiles;
     std::string shell;
     InfoOptions info;
+    ListOptions list;
     std::map<Argument, std::vector<std::string>> infoArguments = {
         {Argument::File, {"KXVCR.exe"}}, {Argument::PowerValue, {"HiberbootEnabled"}}, {Argument::LogType, {"1"}}};
 };
@@ -140,6 +142,10 @@ std::string CheckRegion(const std::string& text) {
                : "\"" + text + "\" is not X,Y,W,H: four whole numbers, of which width and height are 1 or more";
 }
 
+std::string CheckWindow(const std::string& text) {
+    return text.empty() ? "a part of the window's title is missing" : std::string();
+}
+
 // What to show and for how long: the same for a recording and a live view.
 void AddSession(CLI::App& command, Arguments& arguments) {
     auto& picture = arguments.session.picture;
@@ -150,9 +156,10 @@ void AddSession(CLI::App& command, Arguments& arguments) {
     command.add_option("--fps", picture.framesPerSecond, "Frames per second, 1 to 60 (default 30)")
         ->type_name("N")
         ->check(Between(1u, kxvcr::kMaxFramesPerSecond));
-    command.add_option("--region", arguments.region, "Rectangle of the screen, in pixels; without it, all of it")
-        ->type_name("X,Y,W,H")
-        ->check(CheckRegion);
+    CLI::Option* const region =
+        command.add_option("--region", arguments.region, "Rectangle of the screen, in pixels; without it, all of it")
+            ->type_name("X,Y,W,H")
+            ->check(CheckRegion);
     command
         .add_option("--quality", arguments.quality, "small, standard or sharp, or a number from 1 to 100 (default 80)")
         ->type_name("Q")
@@ -162,8 +169,17 @@ void AddSession(CLI::App& command, Arguments& arguments) {
                     "The most kilobits a second, up to 1000000; the default grows with the picture")
         ->type_name("KBPS")
         ->check(Between(1u, kxvcr::kMaxBitRate));
-    command.add_option("--monitor", picture.monitor, "1 is the first monitor; 0, the default, is the whole screen")
-        ->type_name("N");
+    CLI::Option* const monitor =
+        command.add_option("--monitor", picture.monitor, "1 is the first monitor; 0, the default, is the whole screen")
+            ->type_name("N");
+    command
+        .add_option(
+            "--window", arguments.window,
+            "The window whose title has that in it, wherever it moves, or 0x and a handle; see kxrecord windows")
+        ->type_name("TITLE")
+        ->check(CheckWindow)
+        ->excludes(region)
+        ->excludes(monitor);
     command.add_flag("--cursor", arguments.cursor, "Draw the mouse pointer into the picture");
     command
         .add_option("--timeout", arguments.session.timeoutMs,
@@ -274,6 +290,22 @@ CLI::App* AddInfo(CLI::App& app, Arguments& arguments) {
     return info;
 }
 
+constexpr char kListJsonHelp[] = "One JSON object instead of lines";
+
+CLI::App* AddWindows(CLI::App& app, Arguments& arguments) {
+    CLI::App* const windows =
+        app.add_subcommand("windows", "List the windows that can be recorded, from front to back");
+    windows->add_flag("--json", arguments.list.json, kListJsonHelp);
+    return windows;
+}
+
+CLI::App* AddDisplays(CLI::App& app, Arguments& arguments) {
+    CLI::App* const displays =
+        app.add_subcommand("displays", "List the monitors with the numbers that --monitor takes");
+    displays->add_flag("--json", arguments.list.json, kListJsonHelp);
+    return displays;
+}
+
 std::string ExitCodesText() {
     std::ostringstream text;
     text << "Exit codes:\n";
@@ -308,6 +340,7 @@ SessionOptions SessionOptionsOf(const Arguments& arguments) {
     if (arguments.isQuiet || arguments.isVerbose) {
         options.verbosity = arguments.isQuiet ? Verbosity::Quiet : Verbosity::Verbose;
     }
+    options.window = WideFromUtf8(arguments.window);
     options.picture.quality = QualityOf(arguments.quality).value_or(0);
     options.picture.drawCursor = arguments.cursor ? 1 : 0;
     if (const std::optional<std::array<int, 4>> region = RegionOf(arguments.region)) {
@@ -331,6 +364,12 @@ RecordOptions RecordOptionsOf(const Arguments& arguments) {
 LiveOptions LiveOptionsOf(const Arguments& arguments) {
     LiveOptions options{SessionOptionsOf(arguments), arguments.server, arguments.openPage, !arguments.noKey};
     options.server.listenOnAllInterfaces = arguments.allInterfaces ? 1 : 0;
+    return options;
+}
+
+ListOptions ListOptionsOf(Listed what, const Arguments& arguments) {
+    ListOptions options = arguments.list;
+    options.what = what;
     return options;
 }
 
@@ -403,6 +442,8 @@ Task ParseArguments(std::vector<std::string> arguments, const std::string& versi
     app.allow_windows_style_options(false); // "/videos/a.mp4" is a path, as everywhere in Windows
     const CLI::App* const record = AddRecord(app, values);
     const CLI::App* const live = AddLive(app, values);
+    const CLI::App* const windows = AddWindows(app, values);
+    const CLI::App* const displays = AddDisplays(app, values);
     const CLI::App* const info = AddInfo(app, values);
     const CLI::App* const manifest = AddManifest(app, values);
     AddCompletion(app, values);
@@ -420,6 +461,12 @@ Task ParseArguments(std::vector<std::string> arguments, const std::string& versi
         }
         if (live->parsed()) {
             return LiveOptionsOf(values);
+        }
+        if (windows->parsed()) {
+            return ListOptionsOf(Listed::Windows, values);
+        }
+        if (displays->parsed()) {
+            return ListOptionsOf(Listed::Displays, values);
         }
         if (info->parsed()) {
             return InfoOptionsOf(values);

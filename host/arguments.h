@@ -5,6 +5,7 @@
 #pragma once
 
 #include "host/info.h"
+#include "host/listing.h"
 #include "host/live.h"
 #include "host/manifest.h"
 #include "host/record.h"
@@ -22,7 +23,7 @@ struct Notice {
     std::string complaint; ///< UTF-8, for standard error
 };
 
-using Task = std::variant<Notice, RecordOptions, LiveOptions, InfoOptions, ManifestOptions>;
+using Task = std::variant<Notice, RecordOptions, LiveOptions, InfoOptions, ListOptions, ManifestOptions>;
 
 /**
  * Reads the command line.

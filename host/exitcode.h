@@ -26,6 +26,8 @@ enum class Exit : int {
     FileCutShort = 21,
     NotStarted = 22,
     WorkerFailed = 23,
+    NoWindow = 24,
+    WindowClosed = 25,
     TimedOut = 124,
 };
 
@@ -54,6 +56,8 @@ inline constexpr ExitMeaning kExits[] = {
     {Exit::FileCutShort, "the file was closed early: the disk was full"},
     {Exit::NotStarted, "the worker could not be started"},
     {Exit::WorkerFailed, "the worker reported a failure at its end"},
+    {Exit::NoWindow, "no window, or more than one, goes with --window"},
+    {Exit::WindowClosed, "the recorded window was closed; the recording is finished"},
     {Exit::TimedOut, "the worker did not start, answer or finish in time"},
 };
 

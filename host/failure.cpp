@@ -26,6 +26,10 @@ constexpr wchar_t kFileCutShortSentence[] =
     L"the disk is full, or the file could not be written any further: it was closed early and holds what was recorded "
     L"until then. Make room and record again";
 
+constexpr auto kWindowClosed = static_cast<unsigned long>(kxvcr::ExitCode::WindowClosed);
+constexpr wchar_t kWindowClosedSentence[] =
+    L"the recorded window was closed: the file is finished and holds everything until then";
+
 constexpr Row kRows[] = {
     {Stage::Start, ERROR_SUCCESS, Exit::NotStarted, L"the worker ended before it was ready"},
     {Stage::Start, ERROR_BUSY, Exit::Busy, L"a recording is running already in this process; wait until it has ended"},
@@ -41,6 +45,9 @@ constexpr Row kRows[] = {
      L"--timeout"},
     {Stage::Recording, kFileCutShort, Exit::FileCutShort, kFileCutShortSentence},
     {Stage::Finish, kFileCutShort, Exit::FileCutShort, kFileCutShortSentence},
+    {Stage::Recording, kWindowClosed, Exit::WindowClosed, kWindowClosedSentence},
+    {Stage::Finish, kWindowClosed, Exit::WindowClosed, kWindowClosedSentence},
+    {Stage::Serving, kWindowClosed, Exit::WindowClosed, L"the window was closed, and the live view has ended with it"},
 };
 
 /** What is said of a code without a row of its own. */

@@ -25,22 +25,6 @@ struct AnswerText {
     Colour colour;
 };
 
-// Answers come from the registry and from files: nothing in them may move the cursor or break a line.
-std::wstring Printable(std::wstring_view text) {
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    std::wstring printable;
-    for (const wchar_t character : text) {
-        if (character >= 0x20 && (character < 0x7f || character > 0x9f)) {
-            printable += character;
-            continue;
-        }
-        printable += L"\\x";
-        printable += kDigits[character >> 4];
-        printable += kDigits[character & 15];
-    }
-    return printable;
-}
-
 // The name as it is shown: with the argument in parentheses.
 std::wstring Title(const Fact& fact) {
     return Printable(fact.argument.empty() ? fact.name : fact.name + L"(" + fact.argument + L")");

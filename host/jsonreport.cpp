@@ -55,6 +55,12 @@ public:
         Send(event);
     }
 
+    void Window(const WindowInfo& window) override {
+        ordered_json event = Event("window");
+        event.update(WindowObject(window));
+        Send(event);
+    }
+
     void Keeping(std::chrono::seconds length) override {
         ordered_json event = Event("keeping");
         event["seconds"] = length.count();
@@ -105,7 +111,7 @@ public:
     void Serving(const LiveStart& start) override {
         ordered_json event = Event("started");
         event["url"] = Utf8FromWide(start.url);
-        event["networkUrl"] = start.networkUrl.empty() ? ordered_json() : ordered_json(Utf8FromWide(start.networkUrl));
+        event["networkUrl"] = kxrecord::OrNull(start.networkUrl);
         event["port"] = start.port;
         Send(event);
     }
@@ -143,6 +149,10 @@ private:
 
 ordered_json SchemaObject() {
     return {{"schema", kJsonSchema}};
+}
+
+ordered_json OrNull(const std::wstring& text) {
+    return text.empty() ? ordered_json() : ordered_json(Utf8FromWide(text));
 }
 
 ordered_json ErrorObject(const Failure& failure) {

@@ -22,6 +22,10 @@ struct Doer {
     Exit operator()(const RecordOptions& options) const { return Record(options); }
     Exit operator()(const LiveOptions& options) const { return Live(options); }
     Exit operator()(const ManifestOptions& options) const { return WriteManifest(options); }
+    Exit operator()(const ListOptions& options) const {
+        PrintList(options);
+        return Exit::Success;
+    }
     Exit operator()(const InfoOptions& options) const {
         PrintInfo(options);
         return Exit::Success;

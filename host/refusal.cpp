@@ -3,8 +3,7 @@
 #include "host/refusal.h"
 
 #include "host/text.h"
-
-#include <windows.h>
+#include "host/windowlist.h"
 
 #include <algorithm>
 #include <iterator>
@@ -15,16 +14,12 @@ namespace {
 
 using kxvcr::Result;
 
-std::wstring SizeOf(const ScreenArea& area) {
-    return std::to_wstring(area.width) + L"x" + std::to_wstring(area.height);
-}
-
 // A place is told only where it is not the obvious one.
-std::wstring AreaText(const ScreenArea& area) {
+std::wstring PlaceText(const ScreenArea& area) {
     if (area.left == 0 && area.top == 0) {
-        return SizeOf(area);
+        return std::to_wstring(area.width) + L"x" + std::to_wstring(area.height);
     }
-    return SizeOf(area) + L" from " + std::to_wstring(area.left) + L"," + std::to_wstring(area.top) + L" on";
+    return AreaText(area);
 }
 
 std::wstring RectangleSentence(const KxScreenRecord::ScreenRecordParam& picture, const Screen& screen) {
@@ -32,10 +27,10 @@ std::wstring RectangleSentence(const KxScreenRecord::ScreenRecordParam& picture,
                                 L"," + std::to_wstring(picture.width) + L"," + std::to_wstring(picture.height) +
                                 L" is not wholly on ";
     if (picture.monitor == 0 || picture.monitor > screen.monitors.size()) {
-        return region + L"the screen, which is " + AreaText(screen.whole);
+        return region + L"the screen, which is " + PlaceText(screen.whole);
     }
     return region + L"monitor " + std::to_wstring(picture.monitor) + L", which is " +
-           AreaText(screen.monitors[picture.monitor - 1]);
+           PlaceText(screen.monitors[picture.monitor - 1]);
 }
 
 std::wstring MonitorSentence(const KxScreenRecord::ScreenRecordParam& picture, const Screen& screen) {
@@ -89,6 +84,9 @@ std::wstring Sentence(Command command, Result result, const Request& request, co
         return RectangleSentence(request.picture, screen);
     case Result::BadMonitor:
         return MonitorSentence(request.picture, screen);
+    case Result::BadWindow:
+        return L"the window " + HandleText(request.picture.window) +
+               L" cannot be recorded any more: it was closed, hidden or minimised meanwhile";
     case Result::CannotCreateFile:
         return request.file + L" cannot be created: see that its folder exists, that you may write there and that no "
                               L"other program has the file open";
@@ -111,28 +109,6 @@ std::wstring UnknownReason(Command command, const Request& request) {
 }
 
 } // namespace
-
-Screen CurrentScreen() {
-    Screen screen;
-    screen.whole = {GetSystemMetrics(SM_XVIRTUALSCREEN), GetSystemMetrics(SM_YVIRTUALSCREEN),
-                    GetSystemMetrics(SM_CXVIRTUALSCREEN), GetSystemMetrics(SM_CYVIRTUALSCREEN)};
-    const auto add = [](HMONITOR, HDC, LPRECT area, LPARAM monitors) -> BOOL {
-        reinterpret_cast<std::vector<ScreenArea>*>(monitors)->push_back(
-            {area->left, area->top, area->right - area->left, area->bottom - area->top});
-        return TRUE;
-    };
-    EnumDisplayMonitors(nullptr, nullptr, add, reinterpret_cast<LPARAM>(&screen.monitors));
-    // The worker's order: the primary monitor, whose corner is 0,0, then from left to right and top to bottom.
-    std::sort(screen.monitors.begin(), screen.monitors.end(), [](const ScreenArea& a, const ScreenArea& b) {
-        const bool aIsPrimary = a.left == 0 && a.top == 0;
-        const bool bIsPrimary = b.left == 0 && b.top == 0;
-        if (aIsPrimary != bIsPrimary) {
-            return aIsPrimary;
-        }
-        return a.left != b.left ? a.left < b.left : a.top < b.top;
-    });
-    return screen;
-}
 
 Failure ExplainRefusal(Command command, const Exchange& exchange, const Request& request, const Screen& screen,
                        const std::wstring& workerLog) {

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "host/displays.h"
 #include "host/failure.h"
 
 #include "screenrecordproxy.h"
@@ -12,28 +13,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kxrecord {
-
-/** A rectangle of the screen, in physical pixels. */
-struct ScreenArea {
-    int left = 0;
-    int top = 0;
-    int width = 0;
-    int height = 0;
-
-    friend bool operator==(const ScreenArea&, const ScreenArea&) = default;
-};
-
-/** What there is to record; without pixels when there is no screen. */
-struct Screen {
-    ScreenArea whole;
-    std::vector<ScreenArea> monitors; ///< in the order in which the worker numbers them, from 1
-};
-
-/** The screen as it is now. */
-Screen CurrentScreen();
 
 /** Which command was refused. */
 enum class Command { Prepare, PrepareReplay, StartFile, StartLive };

@@ -6,6 +6,7 @@
 
 #include "host/failure.h"
 #include "host/recordingstatus.h"
+#include "host/windowlist.h"
 
 #include <chrono>
 #include <cstdint>
@@ -49,6 +50,8 @@ public:
     /** What does not end the work but should be known, in one sentence. */
     virtual void Warning(const std::wstring& sentence) = 0;
 
+    /** The window that will be shown. */
+    virtual void Window(const WindowInfo& window) = 0;
     /** The last @p length of the screen are being kept; Enter begins the recording. */
     virtual void Keeping(std::chrono::seconds length) = 0;
     /** It ended before the recording began. */

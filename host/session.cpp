@@ -6,6 +6,7 @@
 #include "sdk/vcr/workerprotocol.h"
 
 #include <algorithm>
+#include <variant>
 
 namespace kxrecord {
 
@@ -35,10 +36,28 @@ void Session::Releaser::operator()(ScreenRecordProxy* proxy) const {
 Session::Session(Report& report, const SessionOptions& options, const StopSignal& stop)
     : m_report(report),
       m_options(options),
+      m_picture(options.picture),
       m_stop(stop),
       m_log(options.verbosity == Verbosity::Verbose) {}
 
+Exit Session::ChooseWindow() {
+    if (m_options.window.empty()) {
+        return Exit::Success;
+    }
+    const std::variant<WindowInfo, Failure> chosen = kxrecord::ChooseWindow(CurrentWindows(), m_options.window);
+    if (const auto* const failure = std::get_if<Failure>(&chosen)) {
+        return Fail(*failure);
+    }
+    const auto& window = std::get<WindowInfo>(chosen);
+    m_picture.window = window.handle;
+    m_report.Window(window);
+    return Exit::Success;
+}
+
 Exit Session::Begin(std::chrono::seconds replay) {
+    if (const Exit exit = ChooseWindow(); exit != Exit::Success) {
+        return exit;
+    }
     m_proxy.reset(ScreenRecordProxy::CreateProxy());
     if (!m_proxy) {
         return Fail(HostFailure(Exit::NoProxy, L"the recorder could not be set up for lack of memory; close other "
@@ -50,7 +69,7 @@ Exit Session::Begin(std::chrono::seconds replay) {
         return Fail(IsFile(WorkerPath()) ? Stage::Start : Stage::StartWithoutWorker, started);
     }
     const auto seconds = static_cast<unsigned int>(replay.count());
-    if (!m_proxy->PrepareTimemachine(m_options.picture, seconds, m_options.timeoutMs)) {
+    if (!m_proxy->PrepareTimemachine(m_picture, seconds, m_options.timeoutMs)) {
         return Refused(seconds == 0 ? Command::Prepare : Command::PrepareReplay, {}, 0);
     }
     return Exit::Success;
@@ -63,7 +82,7 @@ bool Session::Is(RecordMode mode) const {
 Exit Session::Refused(Command command, const std::wstring& file, std::uint32_t port) {
     const Exchange exchange = m_log.TakeExchange();
     StopWorker();
-    return Fail(ExplainRefusal(command, exchange, {m_options.picture, file, port}, CurrentScreen(), LogOf(kWorkerLog)));
+    return Fail(ExplainRefusal(command, exchange, {m_picture, file, port}, CurrentScreen(), LogOf(kWorkerLog)));
 }
 
 Exit Session::End(Stage whileWorking, RecordMode working) {

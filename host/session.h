@@ -18,6 +18,7 @@ namespace kxrecord {
 /** What a recording and a live view have in common. */
 struct SessionOptions {
     KxScreenRecord::ScreenRecordParam picture;       ///< what is shown
+    std::wstring window;                             ///< title or handle, see ChooseWindow(); empty: none
     std::optional<std::chrono::milliseconds> length; ///< none: until Ctrl-C
     unsigned int timeoutMs = 10000;                  ///< limit of each step of the start, and of the end
     bool json = false;                               ///< objects for machines instead of sentences
@@ -36,7 +37,7 @@ public:
     Session(Report& report, const SessionOptions& options, const StopSignal& stop);
 
     /**
-     * Starts the worker and prepares it.
+     * Chooses the window, if one was asked for, starts the worker and prepares it.
      * @param replay how much of the screen is kept from now on; 0 keeps none
      * @return Success, or how the process ends
      */
@@ -67,12 +68,14 @@ private:
         void operator()(KxScreenRecord::ScreenRecordProxy* proxy) const;
     };
 
+    Exit ChooseWindow();
     Exit Fail(const Failure& failure);
     Exit Fail(Stage stage, unsigned long code);
     unsigned long StopWorker();
 
     Report& m_report;
     const SessionOptions& m_options;
+    KxScreenRecord::ScreenRecordParam m_picture;
     const StopSignal& m_stop;
     LibraryLog m_log;
     std::unique_ptr<KxScreenRecord::ScreenRecordProxy, Releaser> m_proxy;

@@ -24,6 +24,21 @@ std::wstring WideFromUtf8(std::string_view text) {
     return wide;
 }
 
+std::wstring Printable(std::wstring_view text) {
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
+    std::wstring printable;
+    for (const wchar_t character : text) {
+        if (character >= 0x20 && (character < 0x7f || character > 0x9f)) {
+            printable += character;
+            continue;
+        }
+        printable += L"\\x";
+        printable += kDigits[character >> 4];
+        printable += kDigits[character & 15];
+    }
+    return printable;
+}
+
 std::wstring SizeText(std::uint64_t bytes) {
     constexpr double kMegabyte = 1024.0 * 1024.0;
     constexpr double kGigabyte = 1024.0 * kMegabyte;

@@ -30,6 +30,11 @@ public:
     void Error(const Failure& failure) override { Complain(failure.sentence); }
     void Warning(const std::wstring& sentence) override { Complain(sentence); }
 
+    void Window(const WindowInfo& window) override {
+        const std::wstring of = window.program.empty() ? L"" : L" of " + Printable(window.program);
+        Say(L"The window is \"" + Printable(window.title) + L"\"" + of + L" (" + HandleText(window.handle) + L")");
+    }
+
     void Keeping(std::chrono::seconds length) override {
         Say(L"Keeping the last " + std::to_wstring(length.count()) +
             L" s of the screen (Enter begins the recording with them, Ctrl-C ends)");

@@ -65,6 +65,21 @@ TEST(Arguments, RecordWithOptions_HasThemInThePicture) {
     EXPECT_EQ(options.session.verbosity, Verbosity::Quiet);
 }
 
+TEST(Arguments, Window_IsHandedOnAsItIsGiven) {
+    EXPECT_EQ(Recording({"--window", "Ein Br\xc3\xa4tt"}).session.window, L"Ein Br\u00e4tt");
+    EXPECT_EQ(std::get<LiveOptions>(Parsed({"live", "--window", "0x1002a"})).session.window, L"0x1002a");
+    EXPECT_EQ(Recording({}).session.window, L"");
+}
+
+TEST(Arguments, Lists_AreAskedForByTheirCommand) {
+    const auto windows = std::get<ListOptions>(Parsed({"windows"}));
+    EXPECT_EQ(windows.what, Listed::Windows);
+    EXPECT_FALSE(windows.json);
+    const auto displays = std::get<ListOptions>(Parsed({"displays", "--json"}));
+    EXPECT_EQ(displays.what, Listed::Displays);
+    EXPECT_TRUE(displays.json);
+}
+
 TEST(Arguments, QualityByName_IsANumber) {
     EXPECT_EQ(Recording({"--quality", "standard"}).session.picture.quality, kxvcr::kDefaultQuality);
     EXPECT_LT(Recording({"--quality", "small"}).session.picture.quality, kxvcr::kDefaultQuality);
@@ -88,7 +103,8 @@ struct BadArgument {
 TEST(Arguments, BadValue_IsSaidWithItsName) {
     const BadArgument rows[] = {
         {{"paint"},
-         "kxrecord: there is no command \"paint\"; the commands are record, live, info, manifest, completion\n"},
+         "kxrecord: there is no command \"paint\"; the commands are record, live, windows, displays, info, manifest, "
+         "completion\n"},
         {{"record", ""}, "FILE: \"\" ends in none of .mp4, .webm and .mkv"},
         {{"record", "a.avi"}, "FILE: \"a.avi\" ends in none of .mp4, .webm and .mkv"},
         {{"record", "a.mp4", "--seconds", "nan"}, "--seconds: \"nan\" is not a length from 0.1 to 604800 seconds"},
@@ -105,6 +121,9 @@ TEST(Arguments, BadValue_IsSaidWithItsName) {
         {{"record", "a.mp4", "--bitrate", "0"}, "--bitrate: "},
         {{"record", "a.mp4", "--replay", "0"}, "--replay: "},
         {{"record", "a.mp4", "--quiet", "--verbose"}, "--quiet: does not go with --verbose"},
+        {{"record", "a.mp4", "--window", ""}, "--window: a part of the window's title is missing"},
+        {{"record", "a.mp4", "--window", "x", "--monitor", "1"}, "--monitor excludes --window"},
+        {{"live", "--window", "x", "--region", "0,0,5,5"}, "--region excludes --window"},
         {{"live", "--port", "65536"}, "--port: "},
         {{"live", "--clients", "65"}, "--clients: "},
         {{"info", "--function", "Saver"}, "--function: \"Saver\" is not a group and a function with a slash"},
@@ -120,7 +139,7 @@ TEST(Arguments, BadValue_IsSaidWithItsName) {
 }
 
 TEST(Arguments, Help_FitsEightyColumnsAndListsEveryExitCodeOnce) {
-    for (const char* const command : {"record", "live", "info", "manifest", "completion"}) {
+    for (const char* const command : {"record", "live", "windows", "displays", "info", "manifest", "completion"}) {
         const Notice notice = std::get<Notice>(Parsed({command, "--help"}));
         EXPECT_EQ(notice.exit, Exit::Success);
         std::istringstream lines(notice.output);

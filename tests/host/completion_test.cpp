@@ -13,8 +13,9 @@ std::string ScriptFor(const std::string& shell) {
 TEST(Completion, EveryCommandWithItsOptions_IsInBothScripts) {
     for (const char* const shell : {"bash", "powershell"}) {
         const std::string script = ScriptFor(shell);
-        for (const char* const word : {"record", "live", "info", "manifest", "completion", "--seconds", "--overwrite",
-                                       "--all-interfaces", "--dpi", "--version"}) {
+        for (const char* const word :
+             {"record", "live", "windows", "displays", "info", "manifest", "completion", "--seconds", "--overwrite",
+              "--window", "--all-interfaces", "--dpi", "--version"}) {
             EXPECT_NE(script.find(word), std::string::npos) << shell << ": " << word;
         }
     }

@@ -64,10 +64,22 @@ TEST(Failure, FullDisk_IsSaidAtWhateverMomentItIsNoticed) {
     }
 }
 
+TEST(Failure, ClosedWindow_IsSaidAtWhateverMomentItIsNoticed) {
+    for (const Stage stage : {Stage::Recording, Stage::Finish}) {
+        const Failure failure = Explain(stage, 5, kLog);
+        EXPECT_EQ(failure.exit, Exit::WindowClosed);
+        EXPECT_EQ(failure.sentence,
+                  L"the recorded window was closed: the file is finished and holds everything until then (code 5)");
+    }
+    const Failure failure = Explain(Stage::Serving, 5, kLog);
+    EXPECT_EQ(failure.exit, Exit::WindowClosed);
+    EXPECT_EQ(failure.sentence, L"the window was closed, and the live view has ended with it (code 5)");
+}
+
 TEST(Failure, UnknownEnd_IsOneOfThreeExitCodes) {
-    EXPECT_EQ(Explain(Stage::Recording, 5, {}).exit, Exit::WorkerGone);
-    EXPECT_EQ(Explain(Stage::Serving, 5, {}).exit, Exit::WorkerGone);
-    EXPECT_EQ(Explain(Stage::Finish, 5, {}).exit, Exit::WorkerFailed);
+    EXPECT_EQ(Explain(Stage::Recording, 77, {}).exit, Exit::WorkerGone);
+    EXPECT_EQ(Explain(Stage::Serving, 77, {}).exit, Exit::WorkerGone);
+    EXPECT_EQ(Explain(Stage::Finish, 77, {}).exit, Exit::WorkerFailed);
 }
 
 TEST(ExitCodes, All_AreDifferentAndHandedOnByEveryShell) {

@@ -53,6 +53,15 @@ TEST_F(Refusal, Monitor_IsSaidWithTheNumberOfMonitors) {
               L"there is no monitor 9: this machine has 2 monitors (result -9)");
 }
 
+TEST_F(Refusal, Window_IsSaidToHaveGoneSinceItWasChosen) {
+    picture.window = 0x1002a;
+    const Failure failure = Explained(Command::Prepare, Refused(Result::BadWindow));
+    EXPECT_EQ(failure.exit, Exit::PrepareRefused);
+    EXPECT_EQ(failure.sentence,
+              L"the window 0x0001002a cannot be recorded any more: it was closed, hidden or minimised "
+              L"meanwhile (result -24)");
+}
+
 TEST_F(Refusal, NoScreen_IsNotBlamedOnTheUsersValues) {
     for (const Result result : {Result::BadRectangle, Result::CaptureFailed, Result::OutOfResources}) {
         EXPECT_EQ(Explained(Command::Prepare, Refused(result), {}).sentence,

@@ -86,6 +86,21 @@ TEST(TextReport, QuietRecording_SaysNothingButErrors) {
     EXPECT_EQ(Written(STD_ERROR_HANDLE, work), "kxrecord: it ended\n");
 }
 
+const WindowInfo kWindow{0x1002a, L"Letter", L"editor.exe", false, {10, 20, 640, 360}, false};
+
+TEST(TextReport, Window_IsNamedWithItsProgram) {
+    EXPECT_EQ(Written(STD_OUTPUT_HANDLE, [] { MakeTextReport(Verbosity::Normal)->Window(kWindow); }),
+              "The window is \"Letter\" of editor.exe (0x0001002a)\n");
+}
+
+TEST(JsonReport, Window_IsAnEvent) {
+    const std::vector<ordered_json> events = Events([](Report& report) { report.Window(kWindow); });
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].dump(),
+              R"({"schema":2,"event":"window","handle":65578,"title":"Letter","program":"editor.exe",)"
+              R"("minimized":false,"left":10,"top":20,"width":640,"height":360})");
+}
+
 TEST(TextReport, Recording_IsALineAtItsStartAndOneAtItsEnd) {
     EXPECT_EQ(Written(STD_OUTPUT_HANDLE,
                       [] {
