@@ -1,6 +1,6 @@
 // stephost.exe: a host that takes one step for each line on its standard input and answers with one line.
 //
-//   prepare REPLAY-SECONDS FPS CURSOR STREAMS LEFT TOP WIDTH HEIGHT
+//   prepare REPLAY-SECONDS FPS CURSOR STREAMS LEFT TOP WIDTH HEIGHT WINDOW
 //                         runs the worker and prepares           ok MILLISECONDS
 //   start PATH            starts a recording to the file         ok MILLISECONDS COUNTER
 //   status                what the worker tells of the file      ok PICTURES REPEATS DROPPED LIVE-START LENGTH BYTES
@@ -66,7 +66,7 @@ void Prepare(ScreenRecordProxy& proxy, std::istream& arguments) {
     unsigned int replaySeconds = 0;
     ScreenRecordParam param;
     arguments >> replaySeconds >> param.framesPerSecond >> param.drawCursor >> param.streams >> param.left >>
-        param.top >> param.width >> param.height;
+        param.top >> param.width >> param.height >> param.window;
     const DWORD before = GetTickCount();
     const bool prepared =
         proxy.RunProcess(kTimeoutMs) == 0 && proxy.PrepareTimemachine(param, replaySeconds, kTimeoutMs);

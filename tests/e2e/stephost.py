@@ -43,10 +43,10 @@ class StepHost:
             raise StepFailed(f"{line}: {answer}")
         return [int(number) for number in answer[1:]]
 
-    def prepare(self, replay_s=0, rate=30, cursor=0, region=(0, 0, 0, 0), vp9=False):
+    def prepare(self, replay_s=0, rate=30, cursor=0, region=(0, 0, 0, 0), vp9=False, window=0):
         """Runs the worker and prepares; returns the milliseconds that it took."""
         streams = KEEP_AS_VP9 if vp9 else 0
-        return self._step(f"prepare {replay_s} {rate} {cursor} {streams} {' '.join(map(str, region))}")[0]
+        return self._step(f"prepare {replay_s} {rate} {cursor} {streams} {' '.join(map(str, region))} {window}")[0]
 
     def start(self, path):
         """Starts a recording; returns the milliseconds that it took and the counter on the screen at that time."""
