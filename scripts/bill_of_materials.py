@@ -70,6 +70,12 @@ def shipped_file(package, path):
             "licenseConcluded": "NOASSERTION", "copyrightText": "NOASSERTION"}
 
 
+def verification_code(files):
+    """The digest of the files' digests, as SPDX defines it."""
+    digests = sorted(file["checksums"][0]["checksumValue"] for file in files)
+    return hashlib.sha1("".join(digests).encode()).hexdigest()
+
+
 def created():
     """The time of the document; SOURCE_DATE_EPOCH makes it the same each time."""
     seconds = os.environ.get("SOURCE_DATE_EPOCH")
@@ -83,10 +89,12 @@ def document(package, version):
     parts = [part(name, number, LICENCES[name]) for name, number in libraries().items()]
     parts += [part(name, "NOASSERTION", licence) for name, licence in RUN_TIME.items()]
     files = [shipped_file(package, path) for path in sorted((package / "bin").iterdir()) if path.is_file()]
+    code = verification_code(files)
+    product |= {"filesAnalyzed": True, "packageVerificationCode": {"packageVerificationCodeValue": code}}
     relations = [("SPDXRef-DOCUMENT", "DESCRIBES", product["SPDXID"])]
     relations += [(product["SPDXID"], "CONTAINS", entry["SPDXID"]) for entry in parts + files]
     return {"spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT",
-            "name": f"ScreenRecordProxy-{version}", "documentNamespace": f"urn:screenrecordproxy:sbom:{version}",
+            "name": f"ScreenRecordProxy-{version}", "documentNamespace": f"urn:screenrecordproxy:sbom:{version}:{code}",
             "creationInfo": {"created": created(), "creators": ["Tool: bill_of_materials.py"]},
             "packages": [product, *parts], "files": files,
             "relationships": [dict(zip(("spdxElementId", "relationshipType", "relatedSpdxElement"), relation))

@@ -8,7 +8,8 @@ usage() {
 usage: scripts/package.sh [--help]
 
 Builds the mingw-package preset (the release with debug symbols), the reference (doxygen) and, in build/mingw-package/zip,
-two zips: programs, DLLs, headers, documents, licences and bill of materials; and the debug symbols.
+two zips: programs, DLLs, headers, documents, licences and bill of materials; and the debug symbols. Lists what is in
+them, tests them, and records with the programs of the first one.
 HELP
 }
 case "${1:-}" in
@@ -17,7 +18,17 @@ case "${1:-}" in
     *) usage >&2; exit 2 ;;
 esac
 
+readonly ZIPS=build/mingw-package/zip
+
 scripts/lint.sh docs
 scripts/build.sh mingw-package
+rm -rf "$ZIPS"
 (cd build/mingw-package && cpack)
-ls -l build/mingw-package/zip/*.zip
+
+for zip in "$ZIPS"/*.zip; do
+    python3 -m zipfile --list "$zip"
+done
+python3 -m zipfile --list "$ZIPS"/*-win64.zip | grep -q '/docs/reference/index.html' ||
+    { echo "the reference is missing" >&2; exit 1; }
+python3 -B tests/package/zip_test.py --zips "$ZIPS" --work build/mingw-package/zip-test
+ls -l "$ZIPS"

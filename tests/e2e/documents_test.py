@@ -1,5 +1,6 @@
 """The command lines, options and codes that the pages show are those of the program."""
 
+import json
 import re
 import shutil
 
@@ -60,6 +61,24 @@ class Documents(RecordCase):
         printed = re.findall(r"^ +(\d+)  (.*)$", result.output.split("Exit codes:")[1], flags=re.M)
         self.assertEqual(told, printed)
         self.assertGreater(len(told), 10)
+
+    def events_of(self, *arguments):
+        return [json.loads(line) for line in self.stage.run(*arguments, "--json").output.splitlines()]
+
+    def test_KeysOfTheJson_AreThoseOfTheCommandLinePage(self):
+        page = page_text("kxrecord.md").split("## JSON")[1]
+        rows = re.findall(r"^\| `(\w+)`( of a (?:recording|live view))?[^|]*\| (.*) \|$", page, flags=re.M)
+        told = {event + of: set(re.findall(r"`(\w+)`", keys)) - {"null"} for event, of, keys in rows}
+        recorded = self.events_of("record", self.stage.new_path("keys.mkv"), "--replay", 1, "--seconds", 2)
+        served = self.events_of("live", "--seconds", 2)
+        (refused,) = self.events_of("record", self.stage.new_path("none.mkv"), "--monitor", 99)
+        seen = {}
+        for of, events in ((" of a recording", recorded), (" of a live view", served), ("", [refused])):
+            for event in events:
+                kind = event["event"] + of if event["event"] + of in told else event["event"]
+                self.assertEqual(event["schema"], 2)
+                seen.setdefault(kind, set()).update(event.keys() - {"schema", "event"})
+        self.assertEqual(seen, {kind: keys for kind, keys in told.items() if kind not in ("warning", "window")})
 
     def test_FilesOfTheConfigurationPage_AreThoseThatTheCodeNames(self):
         code = code_of("libraries", "systemenvironment", "agreement", "suite", "common", "worker")

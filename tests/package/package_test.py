@@ -1,5 +1,5 @@
-"""The installed package, moved away from where it was installed: another project builds against it alone and records,
-and so does the installed host."""
+"""The installed package, moved away from where it was installed: other projects and the examples build against it alone
+and record, and so does the installed host."""
 
 import argparse
 import hashlib
@@ -13,6 +13,7 @@ import sys
 import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
+EXAMPLES = HERE.parents[1] / "examples"
 WINE_RUN = HERE.parents[1] / "scripts" / "wine-run.sh"
 LIMIT_S = 120
 NO_CHANNEL = 3  # the low byte of the worker's exit code, which is what a shell of the build machine sees
@@ -51,19 +52,39 @@ class Package(unittest.TestCase):
         self.assertEqual(re.findall(r'Path="([^"]*)" Sha256="([^"]*)"', manifest), [("KXVCR.exe", digest)])
         self.assertEqual([path.name for path in (self.bin / "config").iterdir()], ["CheckFileIntergrity.xml"])
 
-    def test_2_ProjectOutsideTheTree_BuildsAndRecords(self):
-        build = self.work / "consumer"
-        self.expect_done(run("cmake", "-S", HERE / "consumer", "-B", build, "-G", "Ninja",
-                             "-DCMAKE_SYSTEM_NAME=Windows", f"-DCMAKE_CXX_COMPILER={self.settings.compiler}",
-                             "-DCMAKE_BUILD_TYPE=Release",
-                             f"-DScreenRecordProxy_DIR={self.package / 'lib/cmake/ScreenRecordProxy'}"))
+    def build(self, project, *options):
+        """Builds a project outside the tree against the package; the folder with its programs."""
+        build = self.work / project.name
+        self.expect_done(run("cmake", "-S", project, "-B", build, "-G", "Ninja", "-DCMAKE_SYSTEM_NAME=Windows",
+                             f"-DCMAKE_CXX_COMPILER={self.settings.compiler}", "-DCMAKE_BUILD_TYPE=Release",
+                             f"-DScreenRecordProxy_DIR={self.package / 'lib/cmake/ScreenRecordProxy'}", *options))
         self.expect_done(run("cmake", "--build", build))
+        return build
+
+    def test_2_ProjectOutsideTheTree_BuildsAndRecords(self):
+        build = self.build(HERE / "consumer")
         for program in ("otherhost.exe", "otherworker.exe"):
             shutil.copy(build / program, self.bin)
         path = self.work / "otherhost.mkv"
         self.expect_done(run(*ON_A_SCREEN, self.bin / "otherhost.exe", f"Z:{path}"))
         self.expect_recording(path)
         self.expect_done(run(WINE_RUN, self.bin / "otherworker.exe"), NO_CHANNEL)
+
+    def test_4_Examples_BuildOutsideTheTreeAndTheHostRecords(self):
+        shutil.copy(self.build(EXAMPLES / "minimal-host") / "minimal-host.exe", self.bin)
+        path = self.work / "example.mp4"
+        self.expect_done(run(*ON_A_SCREEN, self.bin / "minimal-host.exe", f"Z:{path}", 1))
+        self.expect_recording(path)
+        worker = self.build(EXAMPLES / "minimal-worker") / "minimal-worker.exe"
+        shutil.copy(worker, self.bin)
+        self.expect_done(run(WINE_RUN, self.bin / worker.name), NO_CHANNEL)
+
+    def test_5_ProjectThatOnlyLogs_BuildsAndWritesItsLog(self):
+        build = self.build(HERE / "logger", f"-DCMAKE_PREFIX_PATH={self.settings.prefix_path}")
+        shutil.copy(build / "onlylogs.exe", self.bin)
+        self.expect_done(run(WINE_RUN, self.bin / "onlylogs.exe"))
+        log = (self.bin / "onlylogs.log").read_text(encoding="utf-8")
+        self.assertRegex(log, r"^20\d\d-\S+ \S+ WARN  \[\d+:\d+\] three is 3\(LogWarnFun\) \[")
 
     def test_3_InstalledHost_Records(self):
         path = self.work / "kxrecord.mkv"
@@ -76,6 +97,7 @@ def main():
     parser.add_argument("--package", type=pathlib.Path, required=True, help="where the package was installed")
     parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for the test's files")
     parser.add_argument("--compiler", required=True, help="the C++ compiler")
+    parser.add_argument("--prefix-path", required=True, help="where log4cplus is, for the part that needs it")
     Package.settings, rest = parser.parse_known_args()
     os.environ.pop("KX_WINEPREFIX", None)
     unittest.main(argv=[sys.argv[0], "--verbose", *rest])
