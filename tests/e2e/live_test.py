@@ -297,7 +297,7 @@ class Live(RecordCase):
         self.addCleanup(browser.close)
         browser.before_every_page(BROKEN_DECODER)
         browser.open(host.url)
-        wait_until(lambda: browser.ask("tries.length") >= DECODER_TRIES + 1, SHOWN_LIMIT_S, "the first try after a pause")
+        wait_until(lambda: browser.ask("tries.length") >= DECODER_TRIES + 1, SHOWN_LIMIT_S, "a try after a pause")
         wait_until(lambda: browser.ask("document.body.dataset.state") == "live", SHOWN_LIMIT_S, "pictures")
         self.assertEqual(browser.ask("document.getElementById('still').naturalWidth"), SCREEN_WIDTH)
         browser.ask("isBroken = false")
