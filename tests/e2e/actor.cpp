@@ -9,6 +9,7 @@
 #include "common/win/handle.h"
 #include "common/win/toplevelwindow.h"
 #include "common/win/utf8.h"
+#include "tests/e2e/fill.h"
 
 #include <windows.h>
 
@@ -20,12 +21,7 @@ namespace {
 
 constexpr RECT kPlace = {40, 40, 680, 400};
 
-using Brush = kx::Owner<kx::FreedBy<HBRUSH, &DeleteObject>>;
-
-void Fill(HDC target, const RECT& area, COLORREF colour) {
-    const Brush brush(CreateSolidBrush(colour));
-    FillRect(target, &area, brush.Get());
-}
+using kxtest::Fill;
 
 void Paint(HWND window) {
     PAINTSTRUCT paint;

@@ -8,6 +8,7 @@
 // The first line on standard output says that the picture is there. Runs until the pipe on its standard input is
 // closed; without such a pipe, until it is ended.
 #include "common/win/handle.h"
+#include "tests/e2e/fill.h"
 
 #include <windows.h>
 
@@ -15,6 +16,8 @@
 #include <iterator>
 
 namespace {
+
+using kxtest::Fill;
 
 constexpr int kWidth = 1280;
 constexpr int kHeight = 720;
@@ -35,14 +38,7 @@ constexpr RECT kCounterBand = {0, 600, kWidth, kHeight};
 constexpr int kCounterBits = 16;
 constexpr int kBlockWidth = kWidth / kCounterBits;
 
-using Brush = kx::Owner<kx::FreedBy<HBRUSH, &DeleteObject>>;
-
 unsigned int g_step = 0;
-
-void Fill(HDC target, const RECT& area, COLORREF colour) {
-    const Brush brush(CreateSolidBrush(colour));
-    FillRect(target, &area, brush.Get());
-}
 
 void DrawColumns(HDC target) {
     int left = 0;

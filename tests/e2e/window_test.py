@@ -25,6 +25,8 @@ CLOSED_SENTENCE = "the recorded window was closed: the file is finished and hold
 SETTLE_S = 0.8
 BEFORE_NEXT_S = 0.3
 DURATION_TOLERANCE_S = 0.8
+POINTER_REACH = 24
+VISIBLE_DIFFERENCE = 80
 
 
 class Actor:
@@ -126,6 +128,25 @@ class Windows(RecordCase):
         expect_colour(self, off(160, 90), RED, "the part on the screen")
         for x, y in ((480, 90), (160, 270), (480, 270)):
             expect_colour(self, off(x, y), BLACK, f"{x}, {y} off the screen")
+
+    def test_PointerOverAMovedWindow_IsDrawnAtItsPlaceInTheWindow(self):
+        path = self.stage.new_path("pointer.mp4")
+        left, top, x, y = 300, 200, 160, 90  # in the middle of the red quarter
+        with Actor(self, "Acting window") as actor, StepHost(self.stage, self.settings.bin) as host:
+            host.prepare(cursor=1, window=actor.handle)
+            actor.do("place", left, top, *SIZE)
+            host.pointer(left + x, top + y)
+            host.start(path)
+            time.sleep(SETTLE_S)
+            self.assertEqual(host.stop(), 0)
+        video = Video(path)
+        picture = video.picture(video.frames - 1)
+
+        def drawn(from_x, from_y):
+            return sum(1 for dx in range(POINTER_REACH) for dy in range(POINTER_REACH)
+                       if max(abs(a - b) for a, b in zip(picture(from_x + dx, from_y + dy), RED)) > VISIBLE_DIFFERENCE)
+        self.assertGreater(drawn(x, y), 20)
+        self.assertEqual(drawn(x - 2 * POINTER_REACH, y - 2 * POINTER_REACH), 0)
 
     def test_WindowThatIsClosedUnderALiveView_EndsIt(self):
         with Actor(self, "Acting window") as actor:
