@@ -118,7 +118,11 @@ ExitCode Run() {
     if (recorder.FileCutShort()) {
         return ExitCode::FileCutShort;
     }
-    return recorder.WindowClosed() ? ExitCode::WindowClosed : ExitCode::Finished;
+    if (recorder.WindowClosed()) {
+        LOG4CPLUS_INFO(GetLogger(), L"The recorded window was closed");
+        return ExitCode::WindowClosed;
+    }
+    return ExitCode::Finished;
 }
 
 } // namespace

@@ -114,10 +114,9 @@ Result ScreenRecorder::MakeSource(RecordSettings& settings, PipelineParts& parts
     return Result::Accepted;
 }
 
-// In the capture's thread, which Finish() waits for: without a lock. It and NoteStarted() each say first what they know
-// and then ask what the other knows, so that one of them sees both.
-void ScreenRecorder::OnWindowClosed() {
-    LOG4CPLUS_INFO(GetLogger(), L"The recorded window was closed");
+// In the capture's thread, which Finish() waits for: without a lock, and without a line in the log, which may throw. It
+// and NoteStarted() each say first what they know and then ask what the other knows, so that one of them sees both.
+void ScreenRecorder::OnWindowClosed() noexcept {
     m_windowClosed = true;
     if (m_started && m_endCallback) {
         m_endCallback();

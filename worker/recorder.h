@@ -72,7 +72,7 @@ public:
 private:
     bool CanStart() const noexcept { return !m_ended && m_parts.source != nullptr && !m_started; }
     Result MakeSource(RecordSettings& settings, PipelineParts& parts);
-    void OnWindowClosed();
+    void OnWindowClosed() noexcept;
     void NoteStarted();
     Result EnsureEncoder(Codec codec);
     Result StartCapturing();
