@@ -41,22 +41,34 @@ struct Attempt {
         const auto found = std::find(blocks.begin(), end, block);
         if (found != end) {
             *found = blocks[--blockCount];
+        } else if (block != nullptr && thread == GetCurrentThreadId()) {
+            ++use.olderFreed;
         }
     }
 };
 
-Attempt g_attempt;
+Attempt g_attempt; // under the lock
+SRWLOCK g_lock = SRWLOCK_INIT;
 std::atomic<bool> g_isRunning{false};
 
-Attempt* Running() {
-    return g_isRunning.load() && g_attempt.thread == GetCurrentThreadId() ? &g_attempt : nullptr;
+class LockedAttempt {
+public:
+    LockedAttempt() { AcquireSRWLockExclusive(&g_lock); }
+    ~LockedAttempt() { ReleaseSRWLockExclusive(&g_lock); }
+    LockedAttempt(const LockedAttempt&) = delete;
+    LockedAttempt& operator=(const LockedAttempt&) = delete;
+    Attempt* operator->() const { return &g_attempt; }
+};
+
+bool IsOfAttempt() {
+    return g_isRunning.load() && LockedAttempt()->thread == GetCurrentThreadId();
 }
 
 void* Malloc(std::size_t size) {
-    Attempt* const attempt = Running();
-    if (attempt == nullptr) {
+    if (!IsOfAttempt()) {
         return std::malloc(size);
     }
+    const LockedAttempt attempt;
     if (attempt->Fails()) {
         errno = ENOMEM;
         return nullptr;
@@ -67,10 +79,10 @@ void* Malloc(std::size_t size) {
 }
 
 void* Calloc(std::size_t count, std::size_t size) {
-    Attempt* const attempt = Running();
-    if (attempt == nullptr) {
+    if (!IsOfAttempt()) {
         return std::calloc(count, size);
     }
+    const LockedAttempt attempt;
     if (attempt->Fails()) {
         errno = ENOMEM;
         return nullptr;
@@ -81,10 +93,10 @@ void* Calloc(std::size_t count, std::size_t size) {
 }
 
 void* Realloc(void* old, std::size_t size) {
-    Attempt* const attempt = Running();
-    if (attempt == nullptr) {
+    if (!IsOfAttempt()) {
         return std::realloc(old, size);
     }
+    const LockedAttempt attempt;
     if (attempt->Fails()) {
         errno = ENOMEM;
         return nullptr;
@@ -95,9 +107,10 @@ void* Realloc(void* old, std::size_t size) {
     return block;
 }
 
+// A block of the attempt may be another thread's to free.
 void Free(void* block) {
-    if (Attempt* const attempt = Running()) {
-        attempt->Remove(block);
+    if (g_isRunning.load()) {
+        LockedAttempt()->Remove(block);
     }
     std::free(block);
 }

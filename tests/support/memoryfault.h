@@ -4,7 +4,8 @@
  *
  * The C++ library is a DLL here: operator new, and every string and container of the libraries under test, comes to one
  * malloc in its import table. That entry and the entries of the modules' own malloc and calloc are replaced for as long
- * as a MemoryFault lives. Only the thread that runs an attempt is counted, and only while it runs.
+ * as a MemoryFault lives. Only what the thread that runs an attempt asks for is counted, and only while it runs;
+ * any thread may free it meanwhile.
  */
 #pragma once
 
@@ -41,7 +42,8 @@ inline std::ostream& operator<<(std::ostream& out, const Failing& failing) {
 struct MemoryUse {
     std::size_t allocations = 0; ///< asked for, whether they failed or not
     std::size_t failures = 0;
-    std::size_t leftOver = 0; ///< blocks of the attempt that were not freed when it ended
+    std::size_t leftOver = 0;   ///< blocks of the attempt that were not freed when it ended
+    std::size_t olderFreed = 0; ///< blocks from before the attempt that it freed, such as a buffer that it replaced
 };
 
 class MemoryFault {
