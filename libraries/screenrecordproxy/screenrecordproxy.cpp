@@ -18,8 +18,8 @@
 //   KillProcess          any -> Idle                                             a worker is known
 //   monitor thread                                          NoWorker             the worker ended
 //
-// Why no order of these can wedge the proxy: all of them are moves of class RunState, one at a time, and a move belongs to
-// a run. RunProcess begins a run, only while the mode is NoWorker. A move for a run that is not the newest does
+// Why no order of these can wedge the proxy: all of them are moves of class RunState, one at a time, and a move belongs
+// to a run. RunProcess begins a run, only while the mode is NoWorker. A move for a run that is not the newest does
 // nothing. A command's success moves the status only from that command's own progress, so that a stop, a kill or an
 // error that came meanwhile stands; and it leaves the mode alone once the worker has ended, so that NoWorker stays
 // until the next run. While a worker is kept and watched only its monitor sets NoWorker, as its last act: no two runs
