@@ -43,7 +43,7 @@ ARROWS = {
     "tests/worker": TEST_TOOLS + ["worker"],
     "tests/host": TEST_TOOLS + ["host"],
     "tests/e2e": TEST_TOOLS + ["worker"],
-    "benchmarks": EXPORTED + ["worker", "suite"],
+    "benchmarks": EXPORTED + ["worker", "suite", "tests/support"],
     "fuzz": EXPORTED + ["suite", "systemenvironment", "worker"],
 }
 

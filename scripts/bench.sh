@@ -1,26 +1,66 @@
 #!/usr/bin/env bash
-# Runs the benchmark programs and the comparison with ffmpeg; each prints its figures beside those it is compared with.
+# Runs the benchmark programs, which print one table: each operation beside the least that it could cost.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'HELP'
 usage: scripts/bench.sh [BENCHMARK ARGUMENT...]
+       scripts/bench.sh --growth [BENCHMARK ARGUMENT...]
+       scripts/bench.sh --ffmpeg [ARGUMENT...]
 
-Builds the release preset and runs every benchmark program under Wine. Arguments go to each program, for
-example: scripts/bench.sh --benchmark_filter=RoundTrip
-Then compares the worker with ffmpeg on the same display, without the arguments
-(benchmarks/compare_ffmpeg.py --help).
+Builds the release preset and runs every benchmark program under Wine, on a display of its own. Each
+operation and its floor run by turns in the same process; the table has the median of the pairs' ratios
+with its quartiles, and the medians of both times. Arguments go to each program:
+  --pairs N     so many pairs, 20 at least (31)
+  --only TEXT   only operations whose name contains the text
+
+  --growth   measures how the times grow with sizes instead, and draws the plots in docs/performance/
+  --ffmpeg   compares the worker with ffmpeg on the same display instead (benchmarks/compare_ffmpeg.py --help)
 HELP
 }
+
+readonly BUILD=build/mingw-release
+readonly PROGRAMS=(
+    bin/proxy_benchmark benchmark/integrity_benchmark benchmark/query_benchmark
+    bin/picture_benchmark bin/replay_benchmark bin/live_benchmark bin/load_benchmark
+)
+
+run_programs() {
+    local program
+    for program in "${PROGRAMS[@]}"; do
+        xvfb-run -a -s "-screen 0 5120x2880x24" scripts/wine-run.sh "$BUILD/$program.exe" "$@"
+    done
+}
+
+load() {
+    echo "Load average of the machine ($(nproc) processors): $(cut -d ' ' -f 1-3 /proc/loadavg)"
+}
+
+print_table() {
+    load
+    echo
+    echo "| operation | floor | ratio | quartiles | goal | met | operation takes | floor takes |"
+    echo "| --- | --- | --- | --- | --- | --- | --- | --- |"
+    run_programs "$@"
+    echo
+    load
+}
+
+draw_growth() {
+    local points="$BUILD/growth.tsv"
+    run_programs --growth "$@" | tee "$points"
+    python3 -B benchmarks/plot.py "$points" docs/performance
+}
+
 case "${1:-}" in
     -h | --help) usage; exit 0 ;;
 esac
-
-scripts/build.sh mingw-release
-for program in build/mingw-release/bin/*_benchmark.exe; do
-    echo "== $(basename "$program")"
-    xvfb-run -a -s "-screen 0 1280x720x24" scripts/wine-run.sh "$program" "$@"
-done
-echo "== compare_ffmpeg.py"
-python3 -B benchmarks/compare_ffmpeg.py
+case "${1:-}" in
+    --ffmpeg) shift; scripts/build.sh mingw-release; exec python3 -B benchmarks/compare_ffmpeg.py "$@" ;;
+esac
+scripts/build.sh mingw-release benchmarks
+case "${1:-}" in
+    --growth) shift; draw_growth "$@" ;;
+    *) print_table "$@" ;;
+esac

@@ -25,6 +25,7 @@ SYSTEM_DOCUMENTS = pathlib.Path("/usr/share/doc")
 PROJECT_LICENCE = "MIT"
 LICENCES = {
     "boost": "BSL-1.0",
+    "botan": "BSD-2-Clause",
     "cli11": "BSD-3-Clause",
     "libjpeg-turbo": "IJG AND BSD-3-Clause AND Zlib",
     "libvpx": "BSD-3-Clause",
@@ -37,7 +38,7 @@ LICENCES = {
     "tinyxml2": "Zlib",
     "vo-aacenc": "Apache-2.0",
 }
-NOT_SHIPPED = {"benchmark", "googletest"}
+NOT_SHIPPED = {"googletest"}
 RUN_TIME = {  # part of the compiler, from its packages' own documents
     "gcc-mingw-w64-base": "GPL-3.0-or-later WITH GCC-exception-3.1",
     "mingw-w64-common": "ZPL-2.1 AND MIT",

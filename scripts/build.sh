@@ -5,10 +5,11 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'HELP'
-usage: scripts/build.sh [PRESET]
+usage: scripts/build.sh [PRESET [TARGET]]
 
 Builds PRESET (default mingw-release; cmake --list-presets names them all) into build/PRESET, with the
-programs and DLLs in build/PRESET/bin. Prepares the machine first (scripts/bootstrap.sh).
+programs and DLLs in build/PRESET/bin; all of it, or one of its targets. Prepares the machine first
+(scripts/bootstrap.sh).
 HELP
 }
 case "${1:-}" in
@@ -20,4 +21,4 @@ readonly PRESET="${1:-mingw-release}"
 scripts/bootstrap.sh
 echo "== building $PRESET"
 cmake --preset "$PRESET" -Wno-dev >"build/configure-$PRESET.log" || { cat "build/configure-$PRESET.log" >&2; exit 1; }
-cmake --build --preset "$PRESET"
+cmake --build --preset "$PRESET" --target "${2:-all}"

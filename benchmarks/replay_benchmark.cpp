@@ -1,0 +1,103 @@
+// What is kept for a replay becomes the beginning of a file: the switch and everything up to the finished file, beside
+// one write of as many bytes to the same disk.
+#include "benchmarks/pairs.h"
+#include "worker/file/fileformat.h"
+#include "worker/file/filesink.h"
+#include "worker/packethub.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using namespace kxvcr;
+using bench::Goal;
+using bench::Require;
+using bench::Timed;
+
+constexpr std::uint32_t kFramesPerSecond = 30;
+constexpr std::uint64_t kKeyInterval = 2 * kFramesPerSecond;
+constexpr std::size_t kKeyBytes = 60'000;
+constexpr std::size_t kOtherBytes = 4'000;
+
+std::filesystem::path FilePath() {
+    return std::filesystem::temp_directory_path() / "replay_benchmark.mp4";
+}
+
+/** The packets of so many seconds; the screen changes in every slot. */
+std::vector<SharedPacket> PacketsOf(std::uint64_t seconds) {
+    std::vector<SharedPacket> packets;
+    for (std::uint64_t slot = 0; slot < seconds * kFramesPerSecond; ++slot) {
+        auto packet = std::make_shared<Packet>();
+        packet->isKey = slot % kKeyInterval == 0;
+        packet->time = SlotTime(slot, kFramesPerSecond);
+        packet->bytes.resize(packet->isKey ? kKeyBytes : kOtherBytes, static_cast<std::byte>(slot));
+        packets.push_back(std::move(packet));
+    }
+    return packets;
+}
+
+double SwitchToFile(const std::vector<SharedPacket>& packets) {
+    PacketHub hub;
+    hub.KeepReplay(std::chrono::hours(1), kReplayMemoryLimit);
+    for (const SharedPacket& packet : packets) {
+        Require(hub.Add(packet), "a packet is refused");
+    }
+    const MediaTime end = SlotTime(packets.size(), kFramesPerSecond);
+    return Timed(1, [&] {
+        const MediaTime start = hub.HoldReplay(end);
+        std::unique_ptr<OutputFile> file = DiskFile::Create(FilePath().wstring());
+        Require(file != nullptr, "no file");
+        const PictureFormat format{
+            Codec::H264, 1280, 720, kFramesPerSecond, ColorMatrix::Bt709, std::vector<std::byte>(40)};
+        std::unique_ptr<MediaWriter> writer = CreateWriter(FileFormat::Mp4, *file, {format, {}}, start);
+        Require(writer != nullptr, "no writer");
+        const auto sink =
+            std::make_shared<FileSink>(std::move(file), std::move(writer), start, 2 * kReplayMemoryLimit,
+                                       FileSinkOwner{[end] { return end; }, [](const FileProgress&) {}, [] {}});
+        Require(sink->Start() && hub.SwitchTo(sink, start), "the sink does not start");
+        hub.Finish(end);
+        Require(!sink->CutShort(), "the file is cut short");
+    });
+}
+
+double WriteBare(std::uint64_t size) {
+    constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
+    const std::vector<std::byte> block(kBlockBytes, std::byte{1});
+    return Timed(1, [&] {
+        std::unique_ptr<OutputFile> file = DiskFile::Create(FilePath().wstring());
+        Require(file != nullptr, "no file");
+        for (std::uint64_t offset = 0; offset < size; offset += kBlockBytes) {
+            const std::size_t count = std::min<std::uint64_t>(kBlockBytes, size - offset);
+            Require(file->WriteAt(offset, std::span(block).first(count)), "a write fails");
+        }
+        Require(file->Flush(), "the flush fails");
+    });
+}
+
+void MeasureSwitch(bench::Session& session) {
+    constexpr std::uint64_t kSeconds = 300;
+    const std::vector<SharedPacket> packets = PacketsOf(kSeconds);
+    SwitchToFile(packets);
+    const std::uint64_t size = std::filesystem::file_size(FilePath());
+    session.Measure({"switch to a file with 300 s kept, finished", "one write of the same bytes to the same disk",
+                     Goal::Times(1.1), [&] { return SwitchToFile(packets); }, [&] { return WriteBare(size); }});
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return bench::Run(argc, argv, [](bench::Session& session) {
+        if (session.WantsGrowth()) {
+            session.Grow("Replay becomes a file", "seconds", {1, 60, 300, 600, 900, 1200, 1500, 1800},
+                         [](double seconds) { return SwitchToFile(PacketsOf(static_cast<std::uint64_t>(seconds))); });
+        } else {
+            MeasureSwitch(session);
+        }
+        std::filesystem::remove(FilePath());
+    });
+}
