@@ -49,6 +49,11 @@ HANDLE CreateFileA(const char*, DWORD, DWORD, void*, DWORD, DWORD, HANDLE) {
     return new OpenFile{g_bytes};
 }
 
+BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) {
+    size->QuadPart = static_cast<std::int64_t>(static_cast<OpenFile*>(file)->unread.size());
+    return TRUE;
+}
+
 BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, void*) {
     auto& unread = static_cast<OpenFile*>(file)->unread;
     *count = static_cast<DWORD>(std::min<std::size_t>(size, unread.size()));

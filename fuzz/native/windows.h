@@ -26,6 +26,9 @@ using NTSTATUS = LONG;
 using ULONG_PTR = std::uintptr_t;
 using LPARAM = std::intptr_t;
 using HANDLE = void*;
+union LARGE_INTEGER {
+    std::int64_t QuadPart;
+};
 using HKEY = struct HKEY__*;
 using HMODULE = struct HMODULE__*;
 using HMONITOR = struct HMONITOR__*;
@@ -65,6 +68,7 @@ void SetFile(std::span<const unsigned char> bytes);
 
 HANDLE CreateFileA(const char* path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD flags,
                    HANDLE pattern);
+BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* count, void* overlapped);
 BOOL CloseHandle(HANDLE handle);
 DWORD GetLastError();

@@ -1,15 +1,14 @@
 // Whether a file exists, and the SHA-256 of its bytes.
 #include "sdk/util/file.h"
 
-#include "common/win/owner.h"
 #include "filereader.h"
 #include "outofmemory.h"
 
+#include <botan/hash.h>
 #include <windows.h>
-// bcrypt.h needs the types of windows.h.
-#include <bcrypt.h>
 
-#include <array>
+#include <cstdint>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -29,27 +28,13 @@ bool FileExists(const std::string& path) {
 
 namespace {
 
-struct AlgorithmPolicy {
-    using Value = BCRYPT_ALG_HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static void Free(Value value) noexcept { BCryptCloseAlgorithmProvider(value, 0); }
-};
-
-using Algorithm = kx::Owner<AlgorithmPolicy>;
-using Hash = kx::Owner<kx::FreedBy<BCRYPT_HASH_HANDLE, &BCryptDestroyHash>>;
-
-constexpr size_t kDigestBytes = 32;
 constexpr size_t kBlockBytes = size_t{256} * 1024;
 
-bool Succeeded(NTSTATUS status) {
-    return status >= 0;
-}
-
-std::string ToHex(const std::array<unsigned char, kDigestBytes>& digest) {
+std::string ToHex(const std::vector<std::uint8_t>& digest) {
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::string text;
     text.reserve(2 * digest.size());
-    for (const unsigned char byte : digest) {
+    for (const std::uint8_t byte : digest) {
         text.push_back(kDigits[byte >> 4]);
         text.push_back(kDigits[byte & 15]);
     }
@@ -63,14 +48,8 @@ std::string GetFileSha256Hex(const std::string& path) {
     if (!file.IsOpen()) {
         return {};
     }
-    Algorithm algorithm;
-    if (!Succeeded(BCryptOpenAlgorithmProvider(algorithm.Receive(), BCRYPT_SHA256_ALGORITHM, nullptr, 0))) {
-        return {};
-    }
-    Hash hash;
-    if (!Succeeded(BCryptCreateHash(algorithm.Get(), hash.Receive(), nullptr, 0, nullptr, 0, 0))) {
-        return {};
-    }
+    // The library takes the processor's own instructions for this digest where it has them.
+    const std::unique_ptr<Botan::HashFunction> hash = Botan::HashFunction::create_or_throw("SHA-256");
     std::vector<unsigned char> block(kBlockBytes);
     for (;;) {
         const auto count = file.Read(block);
@@ -80,14 +59,10 @@ std::string GetFileSha256Hex(const std::string& path) {
         if (*count == 0) {
             break;
         }
-        if (!Succeeded(BCryptHashData(hash.Get(), block.data(), static_cast<ULONG>(*count), 0))) {
-            return {};
-        }
+        hash->update(block.data(), *count);
     }
-    std::array<unsigned char, kDigestBytes> digest{};
-    if (!Succeeded(BCryptFinishHash(hash.Get(), digest.data(), static_cast<ULONG>(digest.size()), 0))) {
-        return {};
-    }
+    std::vector<std::uint8_t> digest(hash->output_length());
+    hash->final(digest.data());
     return ToHex(digest);
 }
 

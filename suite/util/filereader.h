@@ -18,6 +18,12 @@ public:
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_file); }
 
+    /** How many bytes the file has now; 0 when the system does not tell. */
+    size_t Size() const noexcept {
+        LARGE_INTEGER size{};
+        return GetFileSizeEx(m_file.Get(), &size) ? static_cast<size_t>(size.QuadPart) : 0;
+    }
+
     /** The next bytes, as many as fit; 0 at the end of the file; nothing when reading fails. */
     std::optional<size_t> Read(std::span<unsigned char> buffer) {
         DWORD count = 0;

@@ -1,22 +1,40 @@
-// The read-only XML wrapper: each element and attribute is a pointer into a tree that it keeps alive.
+// The read-only XML wrapper: each element and attribute points into a tree and shares its document, so that walking
+// through a document allocates nothing.
 #include "sdk/util/xml.h"
 
 #include "filereader.h"
 
 #include <tinyxml2.h>
 
-#include <cstring>
+#include <algorithm>
 #include <variant>
 #include <vector>
 
+// Both stand for what the parser calls its own, so that the header need not know the parser. Nothing of these types is
+// ever made: a pointer to one is the parser's pointer under another name, and shares the document.
+
 struct KxXmlAttribute::Data {
-    std::shared_ptr<const tinyxml2::XMLDocument> document;
-    const tinyxml2::XMLAttribute* attribute = nullptr;
+    template <class Holder>
+    static std::shared_ptr<const Data> Of(const std::shared_ptr<Holder>& document,
+                                          const tinyxml2::XMLAttribute* attribute) noexcept {
+        return attribute != nullptr ? std::shared_ptr<const Data>(document, reinterpret_cast<const Data*>(attribute))
+                                    : nullptr;
+    }
+    static const tinyxml2::XMLAttribute* NodeOf(const std::shared_ptr<const Data>& data) noexcept {
+        return reinterpret_cast<const tinyxml2::XMLAttribute*>(data.get());
+    }
 };
 
 struct KxXmlElement::Data {
-    std::shared_ptr<const tinyxml2::XMLDocument> document;
-    const tinyxml2::XMLElement* element = nullptr;
+    template <class Holder>
+    static std::shared_ptr<const Data> Of(const std::shared_ptr<Holder>& document,
+                                          const tinyxml2::XMLElement* element) noexcept {
+        return element != nullptr ? std::shared_ptr<const Data>(document, reinterpret_cast<const Data*>(element))
+                                  : nullptr;
+    }
+    static const tinyxml2::XMLElement* NodeOf(const std::shared_ptr<const Data>& data) noexcept {
+        return reinterpret_cast<const tinyxml2::XMLElement*>(data.get());
+    }
 };
 
 struct KxXMLDocument::Data {
@@ -33,10 +51,8 @@ bool KxXmlAttribute::IsAttributeNull() const {
 }
 
 std::string KxXmlAttribute::Value() const {
-    if (!m_data) {
-        return {};
-    }
-    return m_data->attribute->Value();
+    const tinyxml2::XMLAttribute* const attribute = Data::NodeOf(m_data);
+    return attribute != nullptr ? std::string(attribute->Value()) : std::string();
 }
 
 KxXmlElement::KxXmlElement() = default;
@@ -49,7 +65,7 @@ bool KxXmlElement::IsElementNull() const {
 }
 
 std::string KxXmlElement::Value() const {
-    const char* text = m_data ? m_data->element->GetText() : nullptr;
+    const char* text = m_data != nullptr ? Data::NodeOf(m_data)->GetText() : nullptr;
     return text != nullptr ? std::string(text) : std::string();
 }
 
@@ -68,28 +84,25 @@ bool IsName(const std::string& name) {
 } // namespace
 
 KxXmlElement KxXmlElement::FirstNode(const std::string& name) const {
-    const auto* child = m_data && IsName(name) ? m_data->element->FirstChildElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
-    if (child != nullptr) {
-        result.m_data = std::make_shared<const Data>(Data{m_data->document, child});
+    if (m_data != nullptr && IsName(name)) {
+        result.m_data = Data::Of(m_data, Data::NodeOf(m_data)->FirstChildElement(NameOrAny(name)));
     }
     return result;
 }
 
 KxXmlElement KxXmlElement::NextSiblingElement(const std::string& name) const {
-    const auto* sibling = m_data && IsName(name) ? m_data->element->NextSiblingElement(NameOrAny(name)) : nullptr;
     KxXmlElement result;
-    if (sibling != nullptr) {
-        result.m_data = std::make_shared<const Data>(Data{m_data->document, sibling});
+    if (m_data != nullptr && IsName(name)) {
+        result.m_data = Data::Of(m_data, Data::NodeOf(m_data)->NextSiblingElement(NameOrAny(name)));
     }
     return result;
 }
 
 KxXmlAttribute KxXmlElement::FirstAttribute(const std::string& name) const {
-    const auto* attribute = m_data && IsName(name) ? m_data->element->FindAttribute(name.c_str()) : nullptr;
     KxXmlAttribute result;
-    if (attribute != nullptr) {
-        result.m_data = std::make_shared<const KxXmlAttribute::Data>(KxXmlAttribute::Data{m_data->document, attribute});
+    if (m_data != nullptr && IsName(name)) {
+        result.m_data = KxXmlAttribute::Data::Of(m_data, Data::NodeOf(m_data)->FindAttribute(name.c_str()));
     }
     return result;
 }
@@ -110,16 +123,20 @@ std::variant<FileBytes, tinyxml2::XMLError> ReadWhole(const std::string& path) {
         return GetLastError() == ERROR_FILE_NOT_FOUND ? tinyxml2::XML_ERROR_FILE_NOT_FOUND
                                                       : tinyxml2::XML_ERROR_FILE_COULD_NOT_BE_OPENED;
     }
-    FileBytes bytes;
+    // Room for all of it; the file may grow all the same while it is read.
+    FileBytes bytes(std::min(file.Size(), kMaxFileBytes) + 1);
+    size_t used = 0;
     for (;;) {
-        const size_t used = bytes.size();
-        bytes.resize(used + kBlockBytes);
+        if (used == bytes.size()) {
+            bytes.resize(used + kBlockBytes);
+        }
         const auto count = file.Read(std::span(bytes).subspan(used));
         if (!count || used + *count > kMaxFileBytes) {
             return tinyxml2::XML_ERROR_FILE_READ_ERROR;
         }
-        bytes.resize(used + *count);
+        used += *count;
         if (*count == 0) {
+            bytes.resize(used);
             return bytes;
         }
     }
@@ -134,24 +151,23 @@ KxXmlError KxXMLDocument::LoadFile(const std::string& path) {
         return *error;
     }
     const auto& bytes = std::get<FileBytes>(content);
-    // The parser reads bytes up to the first zero: text in UTF-16 or UTF-32 would be cut instead of refused.
-    if (!bytes.empty() && std::memchr(bytes.data(), 0, bytes.size()) != nullptr) {
+    // The parser reads bytes up to the first zero: text in UTF-16 or UTF-32 would be cut instead of refused. Counting
+    // goes many bytes at a time, searching one by one.
+    if (std::ranges::count(bytes, 0) != 0) {
         return tinyxml2::XML_ERROR_PARSING;
     }
     const auto document = std::make_shared<tinyxml2::XMLDocument>();
     const auto error = document->Parse(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (error != tinyxml2::XML_SUCCESS) {
-        return error;
+    if (error == tinyxml2::XML_SUCCESS) {
+        m_data = std::make_shared<Data>(Data{document});
     }
-    m_data = std::make_shared<Data>(Data{document});
-    return tinyxml2::XML_SUCCESS;
+    return error;
 }
 
 KxXmlElement KxXMLDocument::RootElement() const {
-    const auto* root = m_data ? m_data->document->RootElement() : nullptr;
     KxXmlElement result;
-    if (root != nullptr) {
-        result.m_data = std::make_shared<const KxXmlElement::Data>(KxXmlElement::Data{m_data->document, root});
+    if (m_data != nullptr) {
+        result.m_data = KxXmlElement::Data::Of(m_data->document, m_data->document->RootElement());
     }
     return result;
 }

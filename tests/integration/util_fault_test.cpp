@@ -5,6 +5,7 @@
 #include "sdk/util/systeminfo.h"
 #include "sdk/util/text.h"
 #include "sdk/util/wmi.h"
+#include "support/childprocess.h"
 #include "support/hostfolder.h"
 #include "support/importpatch.h"
 
@@ -18,6 +19,7 @@
 #include <sddl.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -56,32 +58,7 @@ void ExpectFault(typename Hook::Callable fault, Ask ask, const Answer& right, co
     EXPECT_EQ(ask(), right);
 }
 
-// --- digests and random texts
-
-template <kxtest::ImportName Function, class Fn>
-void ExpectNoDigestWithout() {
-    const kxtest::TempFolder folder;
-    kxtest::WriteFileBytes(folder.Name("file.bin"), "abc");
-    ExpectFault<ImportHook<"bcrypt.dll", Function, Fn>>(
-        Fails(kUnsuccessful), [&] { return DE::GetFileSha256Hex(folder.Name("file.bin")); },
-        std::string("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"), std::string());
-}
-
-TEST(UtilFault, NoProviderOfTheDigest_IsAnEmptyDigest) {
-    ExpectNoDigestWithout<"BCryptOpenAlgorithmProvider", decltype(BCryptOpenAlgorithmProvider)>();
-}
-
-TEST(UtilFault, NoHash_IsAnEmptyDigest) {
-    ExpectNoDigestWithout<"BCryptCreateHash", decltype(BCryptCreateHash)>();
-}
-
-TEST(UtilFault, BytesThatCannotBeHashed_AreAnEmptyDigest) {
-    ExpectNoDigestWithout<"BCryptHashData", decltype(BCryptHashData)>();
-}
-
-TEST(UtilFault, HashThatCannotBeFinished_IsAnEmptyDigest) {
-    ExpectNoDigestWithout<"BCryptFinishHash", decltype(BCryptFinishHash)>();
-}
+// --- random texts
 
 TEST(UtilFault, NoRandomBytes_IsAnEmptyText) {
     ExpectFault<ImportHook<"bcrypt.dll", "BCryptGenRandom", decltype(BCryptGenRandom)>>(
@@ -156,23 +133,40 @@ TEST_F(UtilRegistryFault, SubkeysThatAreNotListed_LeaveTheList) {
 
 // --- the user
 
+// A process asks for its user until it has been told once: each of these needs a process of its own.
+
+/** Asks with the fault, without it, and with it again. */
 template <kxtest::ImportName Function, class Fn>
-void ExpectNoSidWithout() {
-    ExpectFault<AdvapiHook<Function, Fn>>(
-        Fails(FALSE), [] { return KXPROCESS::GetCurrentUserSidstr(); }, KXPROCESS::GetCurrentUserSidstr(),
-        std::wstring());
+void AskForSidAroundFault() {
+    const auto tell = [] { std::printf("[%s]", KXPROCESS::GetCurrentUserSidstr().empty() ? "" : "SID"); };
+    {
+        const AdvapiHook<Function, Fn> hook(Fails(FALSE), Util());
+        tell();
+    }
+    tell();
+    const AdvapiHook<Function, Fn> hook(Fails(FALSE), Util());
+    tell();
 }
 
-TEST(UtilFault, TokenThatDoesNotOpen_IsAnEmptySid) {
-    ExpectNoSidWithout<"OpenProcessToken", decltype(OpenProcessToken)>();
+constexpr char kAskedUntilTold[] = "[][SID][SID]";
+
+const kxtest::ChildScenario kNoToken("sid-token-does-not-open",
+                                     &AskForSidAroundFault<"OpenProcessToken", decltype(OpenProcessToken)>);
+const kxtest::ChildScenario kNoFacts("sid-token-does-not-tell",
+                                     &AskForSidAroundFault<"GetTokenInformation", decltype(GetTokenInformation)>);
+const kxtest::ChildScenario kNoText("sid-has-no-text",
+                                    &AskForSidAroundFault<"ConvertSidToStringSidW", decltype(ConvertSidToStringSidW)>);
+
+TEST(UtilFault, TokenThatDoesNotOpen_IsAnEmptySidUntilItDoes) {
+    EXPECT_EQ(kxtest::RunChild("sid-token-does-not-open").output, kAskedUntilTold);
 }
 
-TEST(UtilFault, TokenThatDoesNotTell_IsAnEmptySid) {
-    ExpectNoSidWithout<"GetTokenInformation", decltype(GetTokenInformation)>();
+TEST(UtilFault, TokenThatDoesNotTell_IsAnEmptySidUntilItDoes) {
+    EXPECT_EQ(kxtest::RunChild("sid-token-does-not-tell").output, kAskedUntilTold);
 }
 
-TEST(UtilFault, SidWithoutAText_IsAnEmptySid) {
-    ExpectNoSidWithout<"ConvertSidToStringSidW", decltype(ConvertSidToStringSidW)>();
+TEST(UtilFault, SidWithoutAText_IsAnEmptySidUntilItHasOne) {
+    EXPECT_EQ(kxtest::RunChild("sid-has-no-text").output, kAskedUntilTold);
 }
 
 // --- files

@@ -4,8 +4,16 @@
 
 #include <gtest/gtest.h>
 #include <windows.h>
+// bcrypt.h needs the types of windows.h.
+#include <bcrypt.h>
 
+#include <array>
+#include <cstdint>
+#include <iomanip>
+#include <sstream>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -54,6 +62,42 @@ TEST(UtilFile, DigestOfAFileThatEndsWithinABlock_CoversEveryByte) {
         bytes.push_back(static_cast<char>(static_cast<unsigned char>(index % 251)));
     }
     EXPECT_EQ(DigestOf(bytes), kSha256OfCountingBytes);
+}
+
+/** The digest by Windows' own library. */
+std::string WindowsDigestOf(const std::vector<unsigned char>& bytes) {
+    BCRYPT_ALG_HANDLE algorithm = nullptr;
+    std::array<unsigned char, 32> digest{};
+    BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0);
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0);
+    BCryptHashData(hash, const_cast<PUCHAR>(bytes.data()), static_cast<ULONG>(bytes.size()), 0);
+    EXPECT_EQ(BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0), 0);
+    BCryptDestroyHash(hash);
+    BCryptCloseAlgorithmProvider(algorithm, 0);
+    std::ostringstream text;
+    for (const unsigned char byte : digest) {
+        text << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+    }
+    return text.str();
+}
+
+// The digest's own blocks have 64 bytes, the last of which takes 55; the file is read in pieces of 256 KiB.
+TEST(UtilFile, DigestOfSizesAroundTheBordersOfBlocks_IsTheOneOfWindows) {
+    constexpr std::size_t kPiece = std::size_t{256} * 1024;
+    for (const std::size_t border : {std::size_t{1}, std::size_t{55}, std::size_t{64}, std::size_t{119},
+                                     std::size_t{128}, std::size_t{4096}, kPiece, 2 * kPiece, 5 * kPiece + 64}) {
+        for (const std::size_t size : {border - 1, border, border + 1}) {
+            std::vector<unsigned char> bytes(size);
+            std::uint32_t random = 1;
+            for (unsigned char& byte : bytes) {
+                random = random * 1664525 + 1013904223;
+                byte = static_cast<unsigned char>(random >> 24);
+            }
+            EXPECT_EQ(DigestOf({reinterpret_cast<const char*>(bytes.data()), bytes.size()}), WindowsDigestOf(bytes))
+                << size;
+        }
+    }
 }
 
 TEST(UtilFile, DigestOfWhatIsNoReadableFile_IsEmpty) {
