@@ -580,20 +580,23 @@ bool Post(IPCMessageClient& client, const TagIPCMessageItem& notice) noexcept {
 /** One command under way. It belongs to the run in which it began, however late its answer comes. */
 class Command {
 public:
-    Command(std::atomic<RecordMode>& mode, std::atomic<RunStatus>& status) noexcept
-        : m_mode(mode),
-          m_status(status),
-          m_run(RunState(mode, status).Newest()) {}
+    Command(std::atomic<RecordMode>& mode, std::atomic<RunStatus>& status) noexcept : m_mode(mode), m_status(status) {}
 
     /** @return the status that was found; another than @p from refuses the command and changes nothing */
     RunStatus Begin(RunStatus from, RunStatus inProgress) noexcept {
-        RunStatus found = from;
+        RunStatus found = m_status;
+        if (found != from) { // a refusal moves nothing, so that it needs no lock
+            return found;
+        }
         if (const std::optional<RunNumber> run = RunState(m_mode, m_status).BeginCommand(found, inProgress)) {
             m_run = *run;
             m_inProgress = inProgress;
         }
         return found;
     }
+
+    /** Goes on with what the caller has begun, in the newest run. */
+    void Continue() noexcept { m_run = RunState(m_mode, m_status).Newest(); }
 
     void Succeed(RunStatus done, RecordMode mode) noexcept {
         RunState(m_mode, m_status).CommandSucceeded(m_run, m_inProgress, done, mode);
@@ -630,14 +633,16 @@ public:
 private:
     std::atomic<RecordMode>& m_mode;
     std::atomic<RunStatus>& m_status;
-    RunNumber m_run;
+    RunNumber m_run = 0;
     RunStatus m_inProgress{};
 };
 
 } // namespace
 
 bool ScreenRecordProxy::SendVCRMessage(unsigned int timeoutMs, TagIPCMessageItem& request) {
-    return Command(m_recordMode, m_runStatus).Exchange(m_ipcClient, timeoutMs, request);
+    Command command(m_recordMode, m_runStatus);
+    command.Continue();
+    return command.Exchange(m_ipcClient, timeoutMs, request);
 }
 
 bool ScreenRecordProxy::Prepare(const ScreenRecordParam& param, unsigned int timeoutMs) {
