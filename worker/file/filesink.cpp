@@ -52,14 +52,18 @@ bool FileSink::Start() noexcept {
 
 bool FileSink::Add(const SharedPacket& packet) {
     std::unique_lock lock(m_mutex);
+    ++m_waitForRoom;
     m_roomCame.wait(lock, [this] { return m_cutShort || m_bytesWaiting < m_memoryLimit; });
+    --m_waitForRoom;
     if (m_cutShort) {
         return false;
     }
     m_queue.push_back(packet);
     m_bytesWaiting += MemoryOf(*packet);
-    m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_bytesWaiting);
-    m_packetCame.notify_one();
+    m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_bytesWaiting.load());
+    if (m_queue.size() == 1) { // else the thread has not waited since the one before
+        m_packetCame.notify_one();
+    }
     return true;
 }
 
@@ -80,23 +84,26 @@ void FileSink::WriteAll() noexcept {
     m_owner.onCutShort();
 }
 
-// Waits for a packet, the end, or the time of the next flush. What is settled is asked before the queue is looked at,
-// so that everything before that moment is in the queue or written.
+// Waits for packets, the end, or the time of the next flush. What is settled is asked before the queue is looked at, so
+// that everything before that moment was taken. The queue is taken as a whole: whoever adds many packets, as the end of
+// a replay does, does not meet this thread at each of them.
 std::optional<FileSink::Work> FileSink::WaitForWork() {
-    std::unique_lock lock(m_mutex);
-    const std::int64_t patience = std::max<std::int64_t>(m_flushDue - NowTicks(), 0);
-    m_packetCame.wait_for(lock, std::chrono::duration_cast<std::chrono::microseconds>(TimeOf(patience)),
-                          [this] { return m_ending || !m_queue.empty(); });
-    Work work;
-    work.completeUntil = m_owner.settled();
-    if (m_queue.empty()) {
-        return m_ending ? std::nullopt : std::optional(work);
+    if (m_taken.empty()) {
+        std::unique_lock lock(m_mutex);
+        const std::int64_t patience = std::max<std::int64_t>(m_flushDue - NowTicks(), 0);
+        m_packetCame.wait_for(lock, std::chrono::duration_cast<std::chrono::microseconds>(TimeOf(patience)),
+                              [this] { return m_ending || !m_queue.empty(); });
+        m_settled = m_owner.settled();
+        if (m_queue.empty()) {
+            return m_ending ? std::nullopt : std::optional(Work{nullptr, m_settled});
+        }
+        m_taken.swap(m_queue);
     }
-    work.packet = std::move(m_queue.front());
-    m_queue.pop_front();
+    Work work{std::move(m_taken.front()), m_settled};
+    m_taken.pop_front();
     const auto next =
-        std::ranges::find(m_queue, Stream::Picture, [](const SharedPacket& waiting) { return waiting->stream; });
-    if (next != m_queue.end()) {
+        std::ranges::find(m_taken, Stream::Picture, [](const SharedPacket& waiting) { return waiting->stream; });
+    if (next != m_taken.end()) {
         work.completeUntil = std::min(work.completeUntil, (*next)->time);
     }
     return work;
@@ -113,9 +120,11 @@ bool FileSink::Do(const Work& work) noexcept {
 
 bool FileSink::Write(const SharedPacket& packet) noexcept {
     const bool kept = Give(packet);
-    const std::lock_guard lock(m_mutex);
     m_bytesWaiting -= MemoryOf(*packet);
-    m_roomCame.notify_all();
+    if (m_waitForRoom != 0) { // counted before it looks at the bytes, so that one of the two sees the other
+        const std::lock_guard lock(m_mutex);
+        m_roomCame.notify_all();
+    }
     if (!kept) {
         m_leftOut = packet->time;
         return false;

@@ -119,10 +119,13 @@ private:
     std::condition_variable m_packetCame; // or the end
     std::condition_variable m_roomCame;   // or a refusal
     std::deque<SharedPacket> m_queue;
-    std::size_t m_bytesWaiting = 0;
     bool m_ending = false;
+    std::atomic<std::size_t> m_bytesWaiting = 0; // in the queue and taken out of it
+    std::atomic<unsigned> m_waitForRoom = 0;     // calls of Add()
 
     // The thread's own, until it has ended.
+    std::deque<SharedPacket> m_taken; // out of the queue, and not yet written
+    MediaTime m_settled{};            // when the queue was looked at
     FileStatistics m_statistics;
     FileProgress m_progress;
     std::optional<MediaTime> m_leftOut; // the time of the first packet that was not written
