@@ -82,7 +82,11 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/build/doxygen/html/" DESTINATION docs/r
 if(CMAKE_CROSSCOMPILING)
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
     install(CODE "
-        set(ENV{SOURCE_DATE_EPOCH} \"\${kx_source_date}\")
+        if(kx_source_date STREQUAL \"\")
+            unset(ENV{SOURCE_DATE_EPOCH})
+        else()
+            set(ENV{SOURCE_DATE_EPOCH} \"\${kx_source_date}\")
+        endif()
         execute_process(COMMAND \"${Python3_EXECUTABLE}\" -B \"${PROJECT_SOURCE_DIR}/scripts/bill_of_materials.py\"
             --version ${PROJECT_VERSION} \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\" COMMAND_ERROR_IS_FATAL ANY)"
         COMPONENT Runtime)

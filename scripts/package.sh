@@ -28,7 +28,7 @@ rm -rf "$ZIPS"
 for zip in "$ZIPS"/*.zip; do
     python3 -m zipfile --list "$zip"
 done
-python3 -m zipfile --list "$ZIPS"/*-win64.zip | grep -q '/docs/reference/index.html' ||
+python3 -m zipfile --list "$ZIPS"/*-win64.zip | grep -c '/docs/reference/index.html' >/dev/null ||
     { echo "the reference is missing" >&2; exit 1; }
 python3 -B tests/package/zip_test.py --zips "$ZIPS" --work build/mingw-package/zip-test
 ls -l "$ZIPS"
