@@ -22,7 +22,8 @@ def stripped_size(tools, library):
 
 
 def relocations(tools, library):
-    return len(re.findall(r"^\s*reloc\s+\d+ offset .* DIR64", output_of(tools + "objdump", "-p", library), re.MULTILINE))
+    described = output_of(tools + "objdump", "-p", library)
+    return len(re.findall(r"^\s*reloc\s+\d+ offset .* DIR64", described, re.MULTILINE))
 
 
 def initialisers(tools, library):
@@ -40,8 +41,8 @@ def main():
     print("| --- | --- | --- | --- |")
     for name in LIBRARIES:
         library = arguments.folder / f"{name}.dll"
-        print(f"| `{library.name}` | {stripped_size(arguments.tools, library):,} | {relocations(arguments.tools, library)} "
-              f"| {initialisers(arguments.tools, library)} |")
+        print(f"| `{library.name}` | {stripped_size(arguments.tools, library):,} "
+              f"| {relocations(arguments.tools, library)} | {initialisers(arguments.tools, library)} |")
 
 
 if __name__ == "__main__":
