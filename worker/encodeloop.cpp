@@ -52,9 +52,14 @@ void EncodeLoop::Encode(const QueuedPicture& queued) noexcept {
 }
 
 SharedPacket EncodeLoop::MakePacket(const QueuedPicture& queued, std::int64_t& ticks) {
-    const PictureBuffer& buffer = queued.picture->buffer;
-    const PictureView view{buffer.Pixels(), buffer.Width(),  buffer.Height(),
-                           buffer.Stride(), queued.captured, queued.picture->changed};
+    const Picture& picture = *queued.picture;
+    const PictureBuffer& buffer = picture.buffer;
+    PictureView view{buffer.Pixels(), buffer.Width(), buffer.Height(), buffer.Stride(), queued.captured, {}};
+    // What changed is said of one picture after the other: where the encoder was spared one, all may have.
+    if (picture.number == m_lastNumber || picture.number == m_lastNumber + 1) {
+        view.changed = picture.changed;
+    }
+    m_lastNumber = picture.number;
     SharedPacket packet;
     {
         const Stopwatch watch(ticks);

@@ -54,6 +54,7 @@ private:
     std::uint64_t m_failuresInARow = 0;
     bool m_mustBeKey = true; // the first picture, and the one behind a picture that was lost
     MediaTime m_tryAgainAt{};
+    std::uint64_t m_lastNumber = 0; // of the picture that the encoder was given last
     EncodeStatistics m_statistics;
 };
 

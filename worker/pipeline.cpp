@@ -53,11 +53,11 @@ void Pipeline::LogSummary() const {
     LOG4CPLUS_INFO(GetLogger(), L"Capture finished: "
                                     << capture.looks << L" looks at the screen (" << capture.unchanged
                                     << L" unchanged), " << capture.missed << L" slots missed, " << capture.spared
-                                    << L" spared, " << m_capture.Dropped() << L" dropped; grab "
-                                    << MillisecondsEach(capture.grabTicks, capture.looks) << L" ms each; "
-                                    << encoding.encoded << L" pictures encoded into " << encoding.bytes << L" bytes, "
-                                    << MillisecondsEach(encoding.encodeTicks, encoding.encoded) << L" ms each, "
-                                    << encoding.failed << L" failed");
+                                    << L" spared, " << capture.quiet << L" quiet, " << m_capture.Dropped()
+                                    << L" dropped; grab " << MillisecondsEach(capture.grabTicks, capture.looks)
+                                    << L" ms each; " << encoding.encoded << L" pictures encoded into " << encoding.bytes
+                                    << L" bytes, " << MillisecondsEach(encoding.encodeTicks, encoding.encoded)
+                                    << L" ms each, " << encoding.failed << L" failed");
 }
 
 } // namespace kxvcr

@@ -128,6 +128,18 @@ TEST_F(PipelineTest, PacketThatNobodyCouldTake_IsFollowedByAKey) {
     EXPECT_TRUE(packets[2]->isKey);
 }
 
+TEST_F(PipelineTest, PictureBehindOneThatTheEncoderWasSpared_IsTakenAsChangedInAllOfIt) {
+    failsIn = {3, 4}; // then it rests for a second
+    Begin([](int look) { return look; });
+    WaitUntil([this] { return sink.Packets().size() == 5; });
+
+    pipeline->Stop(false);
+
+    ASSERT_GE(encoder->changes.size(), 6u);
+    EXPECT_EQ(std::vector(encoder->changes.begin(), encoder->changes.begin() + 6),
+              (std::vector<std::size_t>{0, 1, 1, 1, 0, 1}));
+}
+
 TEST_F(PipelineTest, EncoderThatAlwaysFails_IsTriedOnceASecond) {
     alwaysFails = true;
     Begin([](int look) { return look; });

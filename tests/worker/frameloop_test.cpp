@@ -3,9 +3,12 @@
 
 #include "common/win/handle.h"
 #include "pipelinedoubles.h"
+#include "worker/stopwatch.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -20,6 +23,7 @@ constexpr std::uint32_t kFramesPerSecond = 50;
 struct Seen {
     std::uint32_t number;
     MediaTime time;
+    MediaTime captured;
     bool isKey;
 };
 
@@ -28,11 +32,12 @@ protected:
     FrameLoopTest() : pool(PicturePool::Create(PictureQueue::kMost + 2, kxtest::kNumberWidth, kxtest::kNumberHeight)) {}
 
     // Runs until the look at which the source stops it, with a thread that takes what is handed on.
-    void Run(NumberSource& source) {
+    void Run(PictureSource& source) {
         loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond);
         std::jthread taker([this] {
             while (const auto picture = queue.Take()) {
-                seen.push_back({NumberIn(picture->picture->buffer.Pixels()), picture->time, picture->isKey});
+                seen.push_back(
+                    {NumberIn(picture->picture->buffer.Pixels()), picture->time, picture->captured, picture->isKey});
             }
         });
         end = loop->Run(stop.Get());
@@ -185,6 +190,125 @@ TEST_F(FrameLoopTest, FullQueue_DropsSlotsWithoutALookAndFindsTheChangeLater) {
     ASSERT_TRUE(first && second && third);
     EXPECT_EQ(NumberIn(third->picture->buffer.Pixels()), 3u);
     EXPECT_GE(third->time - second->time, SlotTime(5, kFramesPerSecond));
+}
+
+// A screen that tells when it changes: one number for each change, with the moment of its presentation.
+class TellingSource final : public PictureSource {
+public:
+    /** @param onWait what comes of each wait; it may wait itself */
+    explicit TellingSource(std::function<Change(int wait)> onWait) : m_onWait(std::move(onWait)) {}
+
+    Change AwaitChange(std::uint32_t) noexcept override { return m_onWait(++waits); }
+    bool TellsPresentation() const noexcept override { return true; }
+    Grab Take(Picture& target, const Picture*) noexcept override {
+        ++looks;
+        target.changed.clear();
+        target.presentedTicks = presented ? presented(looks) : NowTicks();
+        std::memcpy(target.buffer.Pixels().data(), &looks, sizeof(looks));
+        return Grab::Changed;
+    }
+
+    int waits = 0;
+    int looks = 0;
+    std::function<std::int64_t(int look)> presented;
+
+private:
+    std::function<Change(int wait)> m_onWait;
+};
+
+TEST_F(FrameLoopTest, SourceThatTells_IsLookedAtOnlyWhenSomethingChanged) {
+    TellingSource source([this](int wait) {
+        StopAt(wait, 9);
+        return wait % 3 == 0 ? Change::Came : Change::NotYet;
+    });
+
+    Run(source);
+
+    EXPECT_EQ(source.looks, 1 + 3); // the first picture is not waited for
+    EXPECT_EQ(seen.size(), 4u);
+    EXPECT_EQ(loop->Statistics().looks, 4u);
+    EXPECT_GE(loop->Statistics().quiet, 6u);
+}
+
+TEST_F(FrameLoopTest, WaitOverManySlots_MissesNone) {
+    TellingSource source([this](int wait) {
+        Wait(100); // five slots
+        StopAt(wait, 3);
+        return Change::NotYet;
+    });
+
+    Run(source);
+
+    EXPECT_GE(loop->Statistics().quiet, 12u);
+    EXPECT_LE(loop->Statistics().missed, 3u);
+    EXPECT_GE(end, SlotTime(15, kFramesPerSecond));
+}
+
+TEST_F(FrameLoopTest, ChangesWithoutEnd_AreTakenAtTheFrameRateAtMost) {
+    TellingSource source([this](int wait) {
+        StopAt(wait, 10);
+        return Change::Came;
+    });
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 11u);
+    EXPECT_GE(end, SlotTime(10, kFramesPerSecond));
+}
+
+TEST_F(FrameLoopTest, KeyThatIsAskedForInTheWait_ComesWithoutAChange) {
+    TellingSource source([this](int wait) {
+        if (wait == 2) {
+            loop->RequestKey();
+        }
+        StopAt(wait, 4);
+        return Change::NotYet;
+    });
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_TRUE(seen[1].isKey);
+}
+
+TEST_F(FrameLoopTest, TimeOfAPicture_IsThatOfItsPresentation) {
+    constexpr std::int64_t kBefore = 3; // milliseconds before the look
+    std::vector<std::int64_t> presented;
+    TellingSource source([this](int wait) {
+        Wait(25);
+        StopAt(wait, 5);
+        return Change::Came;
+    });
+    source.presented = [&](int) {
+        presented.push_back(NowTicks() - kBefore * TicksPerSecond() / 1000);
+        return presented.back();
+    };
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 6u);
+    EXPECT_EQ(seen[0].time, MediaTime(0)); // presented before the recording began
+    for (std::size_t i = 2; i < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].time - seen[1].time, TimeOf(presented[i] - presented[1])) << i;
+        EXPECT_EQ(seen[i].captured, seen[i].time);
+    }
+}
+
+// The clock of a presentation may be wrong, and may stand still.
+TEST_F(FrameLoopTest, PresentationInThePastOrTheFuture_LeavesTheTimesInOrder) {
+    TellingSource source([this](int wait) {
+        StopAt(wait, 8);
+        return Change::Came;
+    });
+    source.presented = [](int look) { return look % 2 == 0 ? std::int64_t{1} : NowTicks() + 3600 * TicksPerSecond(); };
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 9u);
+    for (std::size_t i = 1; i < seen.size(); ++i) {
+        EXPECT_GE(seen[i].time - seen[i - 1].time, SlotTime(1, kFramesPerSecond) / 2) << i;
+    }
+    EXPECT_GE(end, seen.back().time);
 }
 
 } // namespace

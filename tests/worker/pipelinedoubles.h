@@ -51,7 +51,7 @@ public:
         if (number < 0) {
             return kxvcr::Grab::Failed;
         }
-        target.changed.clear();
+        target.changed.assign(before == nullptr ? 0 : 1, kxvcr::PictureRect{0, 0, 1, 1});
         std::memcpy(target.buffer.Pixels().data(), &number, sizeof(number));
         const bool same = before != nullptr && NumberIn(before->buffer.Pixels()) == static_cast<std::uint32_t>(number);
         return same ? kxvcr::Grab::Unchanged : kxvcr::Grab::Changed;
@@ -70,6 +70,7 @@ public:
     kxvcr::SharedPacket Encode(const kxvcr::PictureView& picture, kxvcr::MediaTime time, bool key) override {
         times.push_back(time);
         keys.push_back(key);
+        changes.push_back(picture.changed.size());
         onEncode(time);
         const auto call = static_cast<int>(times.size());
         if (noMemoryIn.contains(call)) {
@@ -93,6 +94,7 @@ public:
     std::function<void(kxvcr::MediaTime)> onEncode = [](kxvcr::MediaTime) {};
     std::vector<kxvcr::MediaTime> times;
     std::vector<bool> keys;
+    std::vector<std::size_t> changes; ///< how many rectangles each picture says have changed; 0: all may have
     std::vector<kxvcr::Effort> efforts;
 
 private:

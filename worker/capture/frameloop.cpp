@@ -1,6 +1,7 @@
 // The capture. In each slot the source draws into a free picture and says whether something changed; only then the
 // picture goes to the encoder. When the encoder still has all it can hold, the slot passes without a look: the next one
-// finds everything that changed in between.
+// finds everything that changed in between. A source that can tell when something changes is waited for, and slots pass
+// without a look until it does.
 #include "worker/capture/frameloop.h"
 
 #include "sdk/util/logtool.h"
@@ -12,6 +13,12 @@
 
 namespace kxvcr {
 
+namespace {
+
+constexpr std::uint32_t kLongestWaitMs = 100; // what a stop, or a picture that is asked for, may have to wait
+
+} // namespace
+
 MediaTime FrameLoop::Run(HANDLE stop) {
     const FineTimerResolution fine;
     const FrameTimer timer;
@@ -19,9 +26,18 @@ MediaTime FrameLoop::Run(HANDLE stop) {
     std::uint64_t end = 0;
     bool goesOn = true;
     while (goesOn) {
-        Look(slot);
+        const Change change = AwaitChange();
+        if (change != Change::CannotTell) {
+            slot = Waited(slot);
+        }
+        const std::int64_t looked = NowTicks();
+        if (change == Change::NotYet) {
+            ++m_statistics.quiet;
+        } else {
+            Look(slot);
+        }
         end = slot + 1;
-        m_queue.LookedUntil(SlotTime(end, m_framesPerSecond));
+        NoteLooked(end, looked);
         const std::uint64_t next = slot + m_step;
         m_statistics.spared += next - end;
         m_nextSlot = next;
@@ -29,7 +45,27 @@ MediaTime FrameLoop::Run(HANDLE stop) {
         slot = std::max(next, m_clock.SlotAt(NowTicks()));
         m_statistics.missed += slot - next;
     }
-    return SlotTime(std::max(end, m_clock.SlotAt(NowTicks())), m_framesPerSecond);
+    return std::max(SlotTime(std::max(end, m_clock.SlotAt(NowTicks())), m_framesPerSecond), m_free);
+}
+
+// The first picture, and one that was asked for, are not waited for.
+Change FrameLoop::AwaitChange() {
+    return m_newest && !m_keyWanted ? m_source.AwaitChange(kLongestWaitMs) : Change::CannotTell;
+}
+
+// Slots that passed in the wait had nothing to show.
+std::uint64_t FrameLoop::Waited(std::uint64_t slot) {
+    const std::uint64_t now = std::max(slot, m_clock.SlotAt(NowTicks()));
+    m_statistics.quiet += now - slot;
+    return now;
+}
+
+// A source that tells the time of its pictures may have one that was presented since it was looked at.
+void FrameLoop::NoteLooked(std::uint64_t end, std::int64_t lookedTicks) {
+    const MediaTime until =
+        m_source.TellsPresentation() ? m_clock.TimeAt(lookedTicks) : SlotTime(end, m_framesPerSecond);
+    m_free = std::max(m_free, until);
+    m_queue.LookedUntil(m_free);
 }
 
 void FrameLoop::Look(std::uint64_t slot) {
@@ -52,17 +88,26 @@ void FrameLoop::Look(std::uint64_t slot) {
             const std::lock_guard lock(m_mutex);
             m_newest = target;
         }
-        HandOn(target, slot, target->presentedTicks ? m_clock.TimeAt(*target->presentedTicks) : now);
+        if (target->presentedTicks) {
+            const MediaTime presented = std::min(m_clock.TimeAt(*target->presentedTicks), now);
+            HandOn(target, presented, presented);
+        } else {
+            HandOn(target, SlotTime(slot, m_framesPerSecond), now);
+        }
         return;
     }
     ++m_statistics.unchanged;
     if (m_keyWanted && m_newest) {
-        HandOn(m_newest, slot, now);
+        HandOn(m_newest, SlotTime(slot, m_framesPerSecond), now);
     }
 }
 
-void FrameLoop::HandOn(const SharedPicture& picture, std::uint64_t slot, MediaTime captured) {
-    m_queue.Add({picture, SlotTime(slot, m_framesPerSecond), captured, m_keyWanted.exchange(false)});
+// Two pictures may have been presented closer to each other than slots are; half a slot lies between them at least, so
+// that every format of a file can tell their times apart.
+void FrameLoop::HandOn(const SharedPicture& picture, MediaTime time, MediaTime captured) {
+    const MediaTime shown = std::max(time, m_free);
+    m_free = shown + SlotTime(1, m_framesPerSecond) / 2;
+    m_queue.Add({picture, shown, captured, m_keyWanted.exchange(false)});
 }
 
 SharedPicture FrameLoop::Newest() const noexcept {

@@ -21,10 +21,14 @@ struct CaptureStatistics {
     std::uint64_t unchanged = 0; ///< of these, slots in which nothing had changed or the screen could not be read
     std::uint64_t missed = 0;    ///< slots that were over before anybody could look
     std::uint64_t spared = 0;    ///< slots left out so that the encoder keeps up
+    std::uint64_t quiet = 0;     ///< slots without a look, because the source knew that nothing had changed
     std::int64_t grabTicks = 0;
 };
 
-/** Takes pictures for slots. A slot without a picture shows the one before it. */
+/**
+ * Takes pictures for slots. A slot without a picture shows the one before it. A picture's time is that of its
+ * presentation where its source tells it, else its slot's.
+ */
 class FrameLoop {
 public:
     /** @param pictures of the source's size; at least PictureQueue::kMost + 2 */
@@ -65,8 +69,11 @@ public:
     const CaptureStatistics& Statistics() const noexcept { return m_statistics; }
 
 private:
+    Change AwaitChange();
+    std::uint64_t Waited(std::uint64_t slot);
     void Look(std::uint64_t slot);
-    void HandOn(const SharedPicture& picture, std::uint64_t slot, MediaTime captured);
+    void NoteLooked(std::uint64_t end, std::int64_t lookedTicks);
+    void HandOn(const SharedPicture& picture, MediaTime time, MediaTime captured);
     void NoteReadable(bool readable);
 
     PictureSource& m_source;
@@ -80,6 +87,7 @@ private:
     std::atomic<std::uint64_t> m_dropped = 0;
     bool m_readable = true;
     std::uint64_t m_number = 0;
+    MediaTime m_free{}; // no picture's time is before it any more
     CaptureStatistics m_statistics;
 
     mutable std::mutex m_mutex; // for m_newest, which only Run() changes

@@ -18,8 +18,8 @@ namespace kxvcr {
 /** A picture on its way to the encoder. */
 struct QueuedPicture {
     SharedPicture picture;
-    MediaTime time{};     ///< when it is shown: its slot's
-    MediaTime captured{}; ///< when it was grabbed
+    MediaTime time{};     ///< when it is shown
+    MediaTime captured{}; ///< when it was presented, where that is known, else when it was grabbed
     bool isKey = false;   ///< a key picture is wanted
 };
 

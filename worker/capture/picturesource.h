@@ -6,6 +6,8 @@
 
 #include "worker/capture/picturepool.h"
 
+#include <cstdint>
+
 namespace kxvcr {
 
 enum class Grab {
@@ -14,13 +16,34 @@ enum class Grab {
     Changed,   ///< there is a new picture
 };
 
-/** Takes pictures of one size. Says whether something changed, so that nobody has to find it out again. */
+enum class Change {
+    Came,       ///< a look is worth while
+    NotYet,     ///< nothing has changed
+    CannotTell, ///< only a look can tell
+};
+
+/**
+ * Takes pictures of one size. Says whether something changed, so that nobody has to find it out again. To be used by
+ * one thread at a time.
+ */
 class PictureSource {
 public:
     virtual ~PictureSource() = default;
 
     /**
-     * Takes a picture of the screen as it is now. To be called by one thread at a time.
+     * Waits until something has changed since the picture before, where the source can tell; does not wait otherwise.
+     * The wait cannot be broken off; it may be over early.
+     */
+    virtual Change AwaitChange(std::uint32_t milliseconds) noexcept {
+        static_cast<void>(milliseconds);
+        return Change::CannotTell;
+    }
+
+    /** Whether pictures say when the screen showed them first (presentedTicks), as far as that is known. */
+    virtual bool TellsPresentation() const noexcept { return false; }
+
+    /**
+     * Takes a picture of the screen as it is now.
      * @param target filled when the answer is Changed, all but its number; else its content is not defined
      * @param before the picture that this one is compared with: the newest that was kept; null when there is none, and
      *        the answer is never Unchanged then
