@@ -4,6 +4,7 @@
 #include "worker/recorder.h"
 
 #include "worker/capture/gdicapture.h"
+#include "worker/capture/screencapture.h"
 #include "worker/capture/systemwindow.h"
 #include "worker/capture/windowcapture.h"
 #include "worker/file/outputfile.h"
@@ -93,7 +94,7 @@ ScreenLayout ScreenRecorder::Layout() const {
 Result ScreenRecorder::MakeSource(RecordSettings& settings, PipelineParts& parts) {
     CaptureArea& area = settings.area;
     if (area.window == 0) {
-        parts.source = std::make_unique<GdiCapture>(area, settings.drawCursor);
+        parts.source = std::make_unique<ScreenCapture>(area, settings.drawCursor, std::make_unique<WindowsGraphics>());
         return Result::Accepted;
     }
     auto window = std::make_unique<SystemWindow>(kx::WindowOfNumber(area.window));

@@ -75,6 +75,20 @@ class Capture(RecordCase):
         self.assertEqual(self.pixels_that_differ(with_pointer, *below), 0)
         self.assertEqual(self.pixels_that_differ(without, *around), 0)
 
+    def test_SystemThatDuplicatesNoScreen_IsNamedOnceInTheLog(self):
+        before = self.stage.worker_log() if (self.stage.folder / "KXVCR.log").exists() else ""
+        path = self.stage.new_path("fallback.mp4")
+        with self.host() as host:
+            host.prepare(0, RATE)
+            host.start(path)
+            time.sleep(0.5)
+            self.assertEqual(host.stop(), 0)
+        lines = [line for line in self.stage.worker_log()[len(before):].splitlines() if "GDI" in line]
+        self.assertEqual(len(lines), 1, lines)
+        self.assertRegex(lines[0], "The screen is captured with GDI, because the system does not duplicate it: "
+                                   "DuplicateOutput says 0x80004001, ")
+        expect_pattern(self, Video(path))
+
     def record_while_the_screen_changes(self, region=(0, 0, 0, 0), replay_s=0):
         """A recording with the large, the small and again the large screen; returns the video and a picture of each."""
         path = self.stage.new_path("display.mp4")

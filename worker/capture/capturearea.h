@@ -16,4 +16,15 @@ struct CaptureArea {
     std::uint32_t window = 0;   ///< low 32 bits of the handle of the window whose frame is followed; 0: none
 };
 
+/** Where the area is now; without pixels when its monitor is gone. */
+inline ScreenRect SourceNow(const CaptureArea& area) noexcept {
+    if (area.wholeScreen) {
+        return WholeScreen();
+    }
+    if (area.monitor != nullptr) {
+        return MonitorArea(area.monitor);
+    }
+    return area.rect;
+}
+
 } // namespace kxvcr

@@ -60,18 +60,8 @@ void DrawCursor(HDC picture, const ScreenRect& source, const ScreenRect& target)
 
 } // namespace
 
-ScreenRect GdiCapture::SourceNow() const noexcept {
-    if (m_area.wholeScreen) {
-        return WholeScreen();
-    }
-    if (m_area.monitor != nullptr) {
-        return MonitorArea(m_area.monitor);
-    }
-    return m_area.rect;
-}
-
 Grab GdiCapture::Take(Picture& target, const Picture* before) noexcept {
-    return TakeFrom(SourceNow(), target, before);
+    return TakeFrom(SourceNow(m_area), target, before);
 }
 
 Grab GdiCapture::TakeFrom(const ScreenRect& source, Picture& target, const Picture* before) noexcept {

@@ -23,8 +23,6 @@ public:
     Grab TakeFrom(const ScreenRect& source, Picture& target, const Picture* before) noexcept;
 
 private:
-    ScreenRect SourceNow() const noexcept;
-
     CaptureArea m_area;
     bool m_drawCursor;
 };

@@ -1,13 +1,9 @@
 // The few pictures that a recording needs at a time.
 #include "worker/capture/picturepool.h"
 
+#include "worker/capture/changedarea.h"
+
 namespace kxvcr {
-
-namespace {
-
-constexpr std::size_t kMostRectangles = 64; // a source with more of them gives what encloses them
-
-} // namespace
 
 std::unique_ptr<PicturePool> PicturePool::Create(std::size_t count, std::uint32_t width, std::uint32_t height) {
     std::unique_ptr<PicturePool> pool(new PicturePool(count));
@@ -16,7 +12,7 @@ std::unique_ptr<PicturePool> PicturePool::Create(std::size_t count, std::uint32_
         if (!picture.buffer) {
             return nullptr;
         }
-        picture.changed.reserve(kMostRectangles);
+        picture.changed.reserve(ChangedArea::kMost);
     }
     return pool;
 }

@@ -23,6 +23,7 @@ struct Picture {
     std::vector<PictureRect> changed;           ///< where it differs from the one before; empty when that is not known
     std::optional<std::int64_t> presentedTicks; ///< when the screen showed it first, where its source can tell
     std::uint64_t number = 0;                   ///< another one for each picture of a source
+    std::uint64_t drawn = 0;                    ///< its source's own note of what it drew here last
     std::atomic<int> holders = 0;               ///< SharedPicture's
 };
 
