@@ -233,8 +233,8 @@ public:
     }
 
 private:
-    std::vector<Socket> m_senders;
     Readers m_readers;
+    std::vector<Socket> m_senders; // closed first, which ends the readers
 };
 
 void MeasureViewers(bench::Session& session) {

@@ -15,6 +15,8 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kLeastPairs = 20;
+constexpr std::size_t kMostPairs = 500;
+constexpr std::chrono::milliseconds kLeastTime(700); // quick rounds are repeated so long, however many were asked for
 constexpr int kRoundsOfPoint = 3;
 constexpr double kNanosecondsOfSecond = 1e9;
 
@@ -134,12 +136,13 @@ void Session::Measure(const Row& row) {
     }
     row.operate(); // what only the first time costs is not what is measured
     row.least();
-    const std::size_t pairs = row.pairs == 0 ? m_pairs : std::min(m_pairs, row.pairs);
     std::vector<double> operations;
     std::vector<double> floors;
     std::vector<double> ratios;
     std::vector<double> differences;
-    for (std::size_t i = 0; i < pairs; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto isTooShort = [start] { return std::chrono::steady_clock::now() - start < kLeastTime; };
+    for (std::size_t i = 0; i < m_pairs || (i < kMostPairs && isTooShort()); ++i) {
         operations.push_back(row.operate());
         floors.push_back(row.least());
         ratios.push_back(operations.back() / floors.back());

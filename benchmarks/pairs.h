@@ -48,7 +48,6 @@ struct Row {
     Goal goal;
     Round operate;
     Round least;
-    std::size_t pairs = 0; ///< fewer than the command line asks for, where one takes seconds; 0 is no limit
 };
 
 /** Runs @p work so many times and gives the seconds of one. */
@@ -63,7 +62,7 @@ public:
      */
     Session(int argc, char** argv);
 
-    /** Measures a row and prints it, unless another one is asked for or the growth. */
+    /** Measures a row and prints it, unless another one is asked for or the growth. Quick rounds make more pairs. */
     void Measure(const Row& row);
 
     /** Measures how the time grows with @p sizes and prints a point for each: the median of a few rounds. */

@@ -28,14 +28,14 @@ std::filesystem::path FilePath() {
     return std::filesystem::temp_directory_path() / "replay_benchmark.mp4";
 }
 
-/** The packets of so many seconds; the screen changes in every slot. */
-std::vector<SharedPacket> PacketsOf(std::uint64_t seconds) {
+/** The packets of so many seconds, of ordinary size or smaller; the screen changes in every slot. */
+std::vector<SharedPacket> PacketsOf(std::uint64_t seconds, std::size_t divisor = 1) {
     std::vector<SharedPacket> packets;
     for (std::uint64_t slot = 0; slot < seconds * kFramesPerSecond; ++slot) {
         auto packet = std::make_shared<Packet>();
         packet->isKey = slot % kKeyInterval == 0;
         packet->time = SlotTime(slot, kFramesPerSecond);
-        packet->bytes.resize(packet->isKey ? kKeyBytes : kOtherBytes, static_cast<std::byte>(slot));
+        packet->bytes.resize((packet->isKey ? kKeyBytes : kOtherBytes) / divisor, static_cast<std::byte>(slot));
         packets.push_back(std::move(packet));
     }
     return packets;
@@ -93,8 +93,10 @@ void MeasureSwitch(bench::Session& session) {
 int main(int argc, char** argv) {
     return bench::Run(argc, argv, [](bench::Session& session) {
         if (session.WantsGrowth()) {
-            session.Grow("Replay becomes a file", "seconds", {1, 60, 300, 600, 900, 1200, 1500, 1800},
-                         [](double seconds) { return SwitchToFile(PacketsOf(static_cast<std::uint64_t>(seconds))); });
+            constexpr std::size_t kDivisor = 3; // the longest replay fits into the memory that one may take
+            session.Grow(
+                "Replay becomes a file", "seconds", {1, 60, 300, 600, 900, 1200, 1500, 1800},
+                [](double seconds) { return SwitchToFile(PacketsOf(static_cast<std::uint64_t>(seconds), kDivisor)); });
         } else {
             MeasureSwitch(session);
         }
