@@ -88,12 +88,10 @@ void FrameLoop::Look(std::uint64_t slot) {
             const std::lock_guard lock(m_mutex);
             m_newest = target;
         }
-        if (target->presentedTicks) {
-            const MediaTime presented = std::min(m_clock.TimeAt(*target->presentedTicks), now);
-            HandOn(target, presented, presented);
-        } else {
-            HandOn(target, SlotTime(slot, m_framesPerSecond), now);
-        }
+        const bool isTold = target->presentedTicks.has_value();
+        const MediaTime captured = isTold ? std::min(m_clock.TimeAt(*target->presentedTicks), now) : now;
+        const bool isFirst = target->number == 1; // a file begins with a picture
+        HandOn(target, isTold && !isFirst ? captured : SlotTime(slot, m_framesPerSecond), captured);
         return;
     }
     ++m_statistics.unchanged;
