@@ -1,8 +1,8 @@
 // The command line: options, their limits and the help. What is wrong with an argument is said with its name.
 #include "host/arguments.h"
 
+#include "common/win/utf8.h"
 #include "host/completion.h"
-#include "host/text.h"
 
 #include "sdk/vcr/workerprotocol.h"
 
@@ -106,7 +106,7 @@ std::string CheckQuality(const std::string& text) {
 }
 
 std::string CheckFile(const std::string& text) {
-    return NamesAFormat(WideFromUtf8(text))
+    return NamesAFormat(kx::WideFromUtf8(text))
                ? std::string()
                : "\"" + text + "\" ends in none of .mp4, .webm and .mkv, which name the formats that can be written";
 }
@@ -323,7 +323,7 @@ InfoOptions InfoOptionsOf(const Arguments& arguments) {
     InfoOptions options = arguments.info;
     for (const auto& [argument, texts] : arguments.infoArguments) {
         for (const std::string& text : texts) {
-            options.arguments[argument].push_back(WideFromUtf8(text));
+            options.arguments[argument].push_back(kx::WideFromUtf8(text));
         }
     }
     return options;
@@ -340,7 +340,7 @@ SessionOptions SessionOptionsOf(const Arguments& arguments) {
     if (arguments.isQuiet || arguments.isVerbose) {
         options.verbosity = arguments.isQuiet ? Verbosity::Quiet : Verbosity::Verbose;
     }
-    options.window = WideFromUtf8(arguments.window);
+    options.window = kx::WideFromUtf8(arguments.window);
     options.picture.quality = QualityOf(arguments.quality).value_or(0);
     options.picture.drawCursor = arguments.cursor ? 1 : 0;
     if (const std::optional<std::array<int, 4>> region = RegionOf(arguments.region)) {
@@ -353,7 +353,7 @@ SessionOptions SessionOptionsOf(const Arguments& arguments) {
 }
 
 RecordOptions RecordOptionsOf(const Arguments& arguments) {
-    RecordOptions options{WideFromUtf8(arguments.file), arguments.overwrite, SessionOptionsOf(arguments),
+    RecordOptions options{kx::WideFromUtf8(arguments.file), arguments.overwrite, SessionOptionsOf(arguments),
                           std::chrono::seconds(arguments.replaySeconds)};
     if (options.replay.count() != 0 && NamesWebM(options.file)) {
         options.session.picture.streams |= kxvcr::kStreamVp9;
@@ -377,7 +377,7 @@ ManifestOptions ManifestOptionsOf(const Arguments& arguments) {
     ManifestOptions options;
     options.json = arguments.manifestJson;
     for (const std::string& file : arguments.manifestFiles) {
-        options.files.push_back(WideFromUtf8(file));
+        options.files.push_back(kx::WideFromUtf8(file));
     }
     return options;
 }

@@ -1,7 +1,7 @@
 // Standard streams: a terminal takes wide characters, anything else UTF-8.
 #include "host/console.h"
 
-#include "host/text.h"
+#include "common/win/utf8.h"
 
 #include <windows.h>
 
@@ -72,7 +72,7 @@ void Write(Stream stream, std::wstring_view text) {
         WriteConsoleW(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
         return;
     }
-    const std::string utf8 = Utf8FromWide(text);
+    const std::string utf8 = kx::Utf8FromWide(text);
     WriteFile(HandleOf(stream), utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr);
 }
 

@@ -1,37 +1,26 @@
 // Folders and full paths, of any length.
 #include "host/folders.h"
 
+#include "common/win/modulepath.h"
+#include "common/win/owner.h"
+
 #include "sdk/util/logtool.h"
 
 #include <shlobj.h>
 #include <windows.h>
 
-#include <memory>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace kxrecord {
 
-namespace {
-
-struct TaskMemoryFree {
-    void operator()(void* block) const noexcept { CoTaskMemFree(block); }
-};
-
-} // namespace
-
 std::wstring HostFolder() {
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length == 0) {
-            throw std::runtime_error("the system does not tell where kxrecord.exe lies");
-        }
-        if (length < path.size()) {
-            path.resize(path.find_last_of(L'\\', length));
-            return path;
-        }
-        path.resize(path.size() * 2);
+    std::optional<std::wstring> folder = kx::ModuleFolder(nullptr);
+    if (!folder) {
+        throw std::runtime_error("the system does not tell where kxrecord.exe lies");
     }
+    return *std::move(folder);
 }
 
 std::wstring FullPath(const std::wstring& path) {
@@ -46,10 +35,9 @@ std::wstring FullPath(const std::wstring& path) {
 }
 
 std::wstring LocalLogFolder() {
-    PWSTR text = nullptr;
-    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &text);
-    const std::unique_ptr<wchar_t, TaskMemoryFree> owner(text);
-    return SUCCEEDED(found) ? std::wstring(text) + L"\\" + kLocalLogFolderName : std::wstring();
+    kx::Owner<kx::FreedBy<PWSTR, &CoTaskMemFree>> local;
+    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, local.Receive());
+    return SUCCEEDED(found) ? std::wstring(local.Get()) + L"\\" + kLocalLogFolderName : std::wstring();
 }
 
 bool IsFile(const std::wstring& path) {

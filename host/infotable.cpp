@@ -3,8 +3,8 @@
 #include "host/infotable.h"
 
 #include "agreementsign.h"
+#include "common/win/utf8.h"
 #include "host/folders.h"
-#include "host/text.h"
 #include "systemenvironment.h"
 
 #include "sdk/util/text.h"
@@ -51,7 +51,7 @@ Answer Wide(Text text) {
 }
 
 Answer Utf8(const std::string& text) {
-    return Wide(WideFromUtf8(text));
+    return Wide(kx::WideFromUtf8(text));
 }
 
 Answer Ansi(const std::string& text) {
@@ -129,9 +129,9 @@ struct SwitchName {
 SwitchName SwitchNameOf(const Text& text) {
     const std::size_t slash = text.find(L'/');
     if (slash == Text::npos) {
-        return {Utf8FromWide(text), {}};
+        return {kx::Utf8FromWide(text), {}};
     }
-    return {Utf8FromWide(text.substr(0, slash)), Utf8FromWide(text.substr(slash + 1))};
+    return {kx::Utf8FromWide(text.substr(0, slash)), kx::Utf8FromWide(text.substr(slash + 1))};
 }
 
 Answer DeviceFunction(const Text& text) {

@@ -1,6 +1,7 @@
 // The answers as a table, as lines and as JSON.
 #include "host/infoview.h"
 
+#include "common/win/utf8.h"
 #include "host/console.h"
 #include "host/json.h"
 #include "host/text.h"
@@ -138,10 +139,10 @@ void WriteJson(const std::vector<Fact>& facts) {
     document["answers"] = nlohmann::ordered_json::array();
     for (const Fact& fact : facts) {
         nlohmann::ordered_json object;
-        object["group"] = Utf8FromWide(fact.group);
-        object["function"] = Utf8FromWide(fact.name);
+        object["group"] = kx::Utf8FromWide(fact.group);
+        object["function"] = kx::Utf8FromWide(fact.name);
         object["argument"] =
-            fact.argument.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(Utf8FromWide(fact.argument));
+            fact.argument.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(kx::Utf8FromWide(fact.argument));
         object["asked"] = fact.isAsked;
         object["value"] = nullptr;
         if (const auto* const truth = std::get_if<bool>(&fact.answer.value)) {
@@ -149,17 +150,17 @@ void WriteJson(const std::vector<Fact>& facts) {
         } else if (const auto* const number = std::get_if<std::int64_t>(&fact.answer.value)) {
             object["value"] = *number;
         } else if (IsAnswered(fact.answer)) {
-            object["value"] = Utf8FromWide(std::get<std::wstring>(fact.answer.value));
+            object["value"] = kx::Utf8FromWide(std::get<std::wstring>(fact.answer.value));
         }
         if (!fact.answer.meaning.empty()) {
-            object["meaning"] = Utf8FromWide(fact.answer.meaning);
+            object["meaning"] = kx::Utf8FromWide(fact.answer.meaning);
         }
         if (!fact.note.empty()) {
-            object["note"] = Utf8FromWide(fact.note);
+            object["note"] = kx::Utf8FromWide(fact.note);
         }
         document["answers"].push_back(std::move(object));
     }
-    Write(Stream::Output, WideFromUtf8(document.dump(2)) + L"\n");
+    Write(Stream::Output, kx::WideFromUtf8(document.dump(2)) + L"\n");
 }
 
 } // namespace kxrecord

@@ -2,9 +2,9 @@
 // what the program writes.
 #include "host/report.h"
 
+#include "common/win/utf8.h"
 #include "host/console.h"
 #include "host/json.h"
-#include "host/text.h"
 
 namespace kxrecord {
 
@@ -31,7 +31,7 @@ ordered_json Event(const char* name) {
 }
 
 void Send(const ordered_json& event) {
-    Write(Stream::Output, WideFromUtf8(event.dump()) + L"\n");
+    Write(Stream::Output, kx::WideFromUtf8(event.dump()) + L"\n");
 }
 
 ordered_json OrNull(const std::optional<std::uint64_t>& number) {
@@ -51,7 +51,7 @@ public:
 
     void Warning(const std::wstring& sentence) override {
         ordered_json event = Event("warning");
-        event["message"] = Utf8FromWide(sentence);
+        event["message"] = kx::Utf8FromWide(sentence);
         Send(event);
     }
 
@@ -75,7 +75,7 @@ public:
     }
 
     void Recording(const RecordStart& start) override {
-        m_file = Utf8FromWide(start.file);
+        m_file = kx::Utf8FromWide(start.file);
         ordered_json event = Event("started");
         event["file"] = m_file;
         event["framesPerSecond"] = start.framesPerSecond;
@@ -110,7 +110,7 @@ public:
 
     void Serving(const LiveStart& start) override {
         ordered_json event = Event("started");
-        event["url"] = Utf8FromWide(start.url);
+        event["url"] = kx::Utf8FromWide(start.url);
         event["networkUrl"] = kxrecord::OrNull(start.networkUrl);
         event["port"] = start.port;
         Send(event);
@@ -152,7 +152,7 @@ ordered_json SchemaObject() {
 }
 
 ordered_json OrNull(const std::wstring& text) {
-    return text.empty() ? ordered_json() : ordered_json(Utf8FromWide(text));
+    return text.empty() ? ordered_json() : ordered_json(kx::Utf8FromWide(text));
 }
 
 ordered_json ErrorObject(const Failure& failure) {
@@ -160,7 +160,7 @@ ordered_json ErrorObject(const Failure& failure) {
     ordered_json event = Event("error");
     event["code"] = failure.code != 0 ? ordered_json(failure.code) : ordered_json(exit);
     event["exitCode"] = exit;
-    event["message"] = Utf8FromWide(failure.sentence);
+    event["message"] = kx::Utf8FromWide(failure.sentence);
     return event;
 }
 

@@ -7,8 +7,8 @@
 namespace kxrecord {
 
 struct LineSignal::State {
-    KernelHandle line{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
-    KernelHandle closed{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    kx::KernelHandle line{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    kx::KernelHandle closed{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
 namespace {
@@ -44,7 +44,7 @@ LineSignal::LineSignal() {
     if (GetConsoleMode(input, &mode) && SetConsoleMode(input, mode & ~DWORD{ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT})) {
         m_terminalMode = mode;
     }
-    std::thread([state] { ReadUntilLine(state->line.get(), state->closed.get()); }).detach();
+    std::thread([state] { ReadUntilLine(state->line.Get(), state->closed.Get()); }).detach();
 }
 
 LineSignal::~LineSignal() {
@@ -54,11 +54,11 @@ LineSignal::~LineSignal() {
 }
 
 HANDLE LineSignal::Line() const {
-    return m_state->line.get();
+    return m_state->line.Get();
 }
 
 bool LineSignal::IsClosed() const {
-    return WaitForSingleObject(m_state->closed.get(), 0) == WAIT_OBJECT_0;
+    return WaitForSingleObject(m_state->closed.Get(), 0) == WAIT_OBJECT_0;
 }
 
 } // namespace kxrecord

@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "host/handle.h"
+#include "common/win/handle.h"
 
 #include <memory>
 #include <optional>

@@ -1,6 +1,7 @@
 // Lists what can be recorded, for people and for machines.
 #include "host/listing.h"
 
+#include "common/win/utf8.h"
 #include "host/console.h"
 #include "host/json.h"
 #include "host/text.h"
@@ -47,7 +48,7 @@ void AddArea(const ScreenArea& area, bool isKnown, ordered_json& object) {
 
 std::wstring TextOf(const ordered_json& document) {
     constexpr int kIndent = 2;
-    return WideFromUtf8(document.dump(kIndent)) + L"\n";
+    return kx::WideFromUtf8(document.dump(kIndent)) + L"\n";
 }
 
 std::wstring ScalingText(unsigned int percent) {
@@ -59,7 +60,7 @@ std::wstring ScalingText(unsigned int percent) {
 ordered_json WindowObject(const WindowInfo& window) {
     ordered_json object;
     object["handle"] = window.handle;
-    object["title"] = Utf8FromWide(window.title);
+    object["title"] = kx::Utf8FromWide(window.title);
     object["program"] = OrNull(window.program);
     object["minimized"] = window.isMinimized;
     AddArea(window.frame, !window.isMinimized, object);
@@ -108,7 +109,7 @@ std::wstring DisplaysJson(const std::vector<Display>& displays) {
         AddArea(display.area, true, object);
         object["primary"] = display.isPrimary;
         object["scalingPercent"] = display.scalingPercent == 0 ? ordered_json() : ordered_json(display.scalingPercent);
-        object["name"] = Utf8FromWide(display.name);
+        object["name"] = kx::Utf8FromWide(display.name);
         object["description"] = OrNull(display.description);
         document["displays"].push_back(std::move(object));
     }

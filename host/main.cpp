@@ -1,8 +1,8 @@
 // kxrecord.exe: records or serves the screen, and asks about the machine, through ScreenRecordProxy.dll. This file
 // hands the command line's task to whoever does it.
+#include "common/win/utf8.h"
 #include "host/arguments.h"
 #include "host/console.h"
-#include "host/text.h"
 #include "host/version.h"
 
 #include <exception>
@@ -15,8 +15,8 @@ namespace {
 /** Does a task. @return how the process ends */
 struct Doer {
     Exit operator()(const Notice& notice) const {
-        Write(Stream::Output, WideFromUtf8(notice.output));
-        Write(Stream::Error, WideFromUtf8(notice.complaint));
+        Write(Stream::Output, kx::WideFromUtf8(notice.output));
+        Write(Stream::Error, kx::WideFromUtf8(notice.complaint));
         return notice.exit;
     }
     Exit operator()(const RecordOptions& options) const { return Record(options); }
@@ -35,7 +35,7 @@ struct Doer {
 Exit Run(int count, wchar_t** texts) {
     std::vector<std::string> arguments;
     for (int i = 1; i < count; ++i) {
-        arguments.push_back(Utf8FromWide(texts[i]));
+        arguments.push_back(kx::Utf8FromWide(texts[i]));
     }
     return std::visit(Doer{}, ParseArguments(std::move(arguments), VersionsText()));
 }
@@ -49,7 +49,7 @@ extern "C" int wmain(int count, wchar_t** texts) {
     try {
         return static_cast<int>(Run(count, texts));
     } catch (const std::exception& error) {
-        Write(Stream::Error, L"kxrecord: " + WideFromUtf8(error.what()) + L"\n");
+        Write(Stream::Error, L"kxrecord: " + kx::WideFromUtf8(error.what()) + L"\n");
         return static_cast<int>(Exit::Internal);
     }
 }

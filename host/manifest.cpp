@@ -1,11 +1,11 @@
 // The manifest is changed as a document: what others wrote into it stays.
 #include "host/manifest.h"
 
+#include "common/win/handle.h"
+#include "common/win/utf8.h"
 #include "host/console.h"
 #include "host/folders.h"
-#include "host/handle.h"
 #include "host/json.h"
-#include "host/text.h"
 
 #include "sdk/util/file.h"
 #include "sdk/util/text.h"
@@ -106,11 +106,11 @@ void Enter(tinyxml2::XMLElement& root, const Entry& entry) {
 }
 
 bool WriteWhole(const std::wstring& path, const tinyxml2::XMLPrinter& text) {
-    const FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    const kx::FileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
     const auto size = static_cast<DWORD>(text.CStrSize() - 1);
     DWORD written = 0;
-    return file && WriteFile(file.get(), text.CStr(), size, &written, nullptr) && written == size &&
-           FlushFileBuffers(file.get());
+    return file && WriteFile(file.Get(), text.CStr(), size, &written, nullptr) && written == size &&
+           FlushFileBuffers(file.Get());
 }
 
 bool Replace(const std::wstring& path, const tinyxml2::XMLDocument& document) {
@@ -123,7 +123,7 @@ bool Replace(const std::wstring& path, const tinyxml2::XMLDocument& document) {
 
 Exit Fail(const ManifestOptions& options, const Failure& failure) {
     if (options.json) {
-        Write(Stream::Output, WideFromUtf8(ErrorObject(failure).dump()) + L"\n");
+        Write(Stream::Output, kx::WideFromUtf8(ErrorObject(failure).dump()) + L"\n");
     } else {
         Write(Stream::Error, L"kxrecord: " + failure.sentence + L"\n");
     }
@@ -133,17 +133,17 @@ Exit Fail(const ManifestOptions& options, const Failure& failure) {
 void Tell(const ManifestOptions& options, const std::wstring& manifest, const std::vector<Entry>& entries) {
     if (!options.json) {
         for (std::size_t i = 0; i < entries.size(); ++i) {
-            Write(Stream::Output, WideFromUtf8(entries[i].digest) + L"  " + options.files[i] + L"\n");
+            Write(Stream::Output, kx::WideFromUtf8(entries[i].digest) + L"  " + options.files[i] + L"\n");
         }
         return;
     }
     nlohmann::ordered_json object = SchemaObject();
-    object["manifest"] = Utf8FromWide(manifest);
+    object["manifest"] = kx::Utf8FromWide(manifest);
     object["files"] = nlohmann::ordered_json::array();
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        object["files"].push_back({{"file", Utf8FromWide(options.files[i])}, {"sha256", entries[i].digest}});
+        object["files"].push_back({{"file", kx::Utf8FromWide(options.files[i])}, {"sha256", entries[i].digest}});
     }
-    Write(Stream::Output, WideFromUtf8(object.dump(2)) + L"\n");
+    Write(Stream::Output, kx::WideFromUtf8(object.dump(2)) + L"\n");
 }
 
 } // namespace

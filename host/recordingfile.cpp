@@ -1,7 +1,7 @@
 // A recording's file as the system shows it to the host, while the worker writes it.
 #include "host/recordingfile.h"
 
-#include "host/handle.h"
+#include "common/win/handle.h"
 
 #include <array>
 #include <string_view>
@@ -27,10 +27,10 @@ RecordingFile::RecordingFile(std::wstring path)
 std::optional<std::uint64_t> RecordingFile::Bytes() const {
     // The folder's entry of a file that is being written may lag behind, the file itself does not.
     const DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const FileHandle file(
+    const kx::FileHandle file(
         CreateFileW(m_path.c_str(), FILE_READ_ATTRIBUTES, shared, nullptr, OPEN_EXISTING, 0, nullptr));
     LARGE_INTEGER size = {};
-    if (!file || !GetFileSizeEx(file.get(), &size)) {
+    if (!file || !GetFileSizeEx(file.Get(), &size)) {
         return std::nullopt;
     }
     return static_cast<std::uint64_t>(size.QuadPart);
@@ -53,10 +53,10 @@ Existing WhatExists(const std::wstring& path) {
         return Existing::Other;
     }
     const DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, shared, nullptr, OPEN_EXISTING, 0, nullptr));
+    const kx::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, shared, nullptr, OPEN_EXISTING, 0, nullptr));
     std::array<char, 8> head = {};
     DWORD size = 0;
-    if (!file || !ReadFile(file.get(), head.data(), static_cast<DWORD>(head.size()), &size, nullptr)) {
+    if (!file || !ReadFile(file.Get(), head.data(), static_cast<DWORD>(head.size()), &size, nullptr)) {
         return Existing::Nothing;
     }
     const std::string_view text(head.data(), size);

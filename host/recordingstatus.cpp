@@ -2,7 +2,7 @@
 // read between two equal even numbers belong together.
 #include "host/recordingstatus.h"
 
-#include "host/handle.h"
+#include "common/win/handle.h"
 
 #include <atomic>
 #include <cstring>
@@ -25,9 +25,9 @@ std::uint32_t SequenceOf(const void* view) noexcept {
 StatusView::StatusView() noexcept {
     wchar_t name[64] = {};
     static_cast<void>(std::swprintf(name, std::size(name), kxvcr::kRecordingStatusNameFormat, GetCurrentProcessId()));
-    const KernelHandle section(OpenFileMappingW(FILE_MAP_READ, FALSE, name));
+    const kx::KernelHandle section(OpenFileMappingW(FILE_MAP_READ, FALSE, name));
     if (section) {
-        m_view.reset(MapViewOfFile(section.get(), FILE_MAP_READ, 0, 0, sizeof(kxvcr::RecordingStatus)));
+        m_view.reset(MapViewOfFile(section.Get(), FILE_MAP_READ, 0, 0, sizeof(kxvcr::RecordingStatus)));
     }
 }
 

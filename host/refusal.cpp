@@ -2,7 +2,7 @@
 // others the meaning of the protocol's table.
 #include "host/refusal.h"
 
-#include "host/text.h"
+#include "common/win/utf8.h"
 #include "host/windowlist.h"
 
 #include <algorithm>
@@ -47,7 +47,8 @@ std::wstring MeaningOf(std::int32_t result) {
     const auto* const row = std::find_if(std::begin(kxvcr::kResults), std::end(kxvcr::kResults), [result](auto& known) {
         return static_cast<std::int32_t>(known.result) == result;
     });
-    return row == std::end(kxvcr::kResults) ? L"for a reason that kxrecord does not know" : WideFromUtf8(row->meaning);
+    return row == std::end(kxvcr::kResults) ? L"for a reason that kxrecord does not know"
+                                            : kx::WideFromUtf8(row->meaning);
 }
 
 const wchar_t* Subject(Command command) {

@@ -27,20 +27,20 @@ BOOL WINAPI OnConsoleControl(DWORD kind) {
 StopSignal::StopSignal()
     : m_interrupted(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_finished(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-    g_interrupted = m_interrupted.get();
-    g_finished = m_finished.get();
+    g_interrupted = m_interrupted.Get();
+    g_finished = m_finished.Get();
     if (g_interrupted == nullptr || g_finished == nullptr || SetConsoleCtrlHandler(OnConsoleControl, TRUE) == FALSE) {
         throw std::runtime_error("the system refuses a handler for Ctrl-C");
     }
 }
 
 StopSignal::~StopSignal() {
-    SetEvent(m_finished.get());
+    SetEvent(m_finished.Get());
     SetConsoleCtrlHandler(OnConsoleControl, FALSE);
 }
 
 bool StopSignal::WaitFor(DWORD timeoutMs) const {
-    return WaitForSingleObject(m_interrupted.get(), timeoutMs) == WAIT_OBJECT_0;
+    return WaitForSingleObject(m_interrupted.Get(), timeoutMs) == WAIT_OBJECT_0;
 }
 
 } // namespace kxrecord

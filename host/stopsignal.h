@@ -4,7 +4,7 @@
  */
 #pragma once
 
-#include "host/handle.h"
+#include "common/win/handle.h"
 
 namespace kxrecord {
 
@@ -21,11 +21,11 @@ public:
     bool WaitFor(DWORD timeoutMs) const;
 
     /** The event itself, for a wait on more than one. */
-    HANDLE Handle() const { return m_interrupted.get(); }
+    HANDLE Handle() const { return m_interrupted.Get(); }
 
 private:
-    KernelHandle m_interrupted;
-    KernelHandle m_finished;
+    kx::KernelHandle m_interrupted;
+    kx::KernelHandle m_finished;
 };
 
 } // namespace kxrecord

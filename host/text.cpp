@@ -1,28 +1,10 @@
-// Texts between UTF-16 and UTF-8, and sizes.
+// Texts as the host prints them.
 #include "host/text.h"
-
-#include <windows.h>
 
 #include <cwchar>
 #include <iterator>
 
 namespace kxrecord {
-
-std::string Utf8FromWide(std::wstring_view text) {
-    const int length = static_cast<int>(text.size());
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), size, nullptr, nullptr);
-    return utf8;
-}
-
-std::wstring WideFromUtf8(std::string_view text) {
-    const int size = static_cast<int>(text.size());
-    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<std::size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
-    return wide;
-}
 
 std::wstring Printable(std::wstring_view text) {
     constexpr wchar_t kDigits[] = L"0123456789abcdef";

@@ -1,6 +1,6 @@
 /**
  * @file
- * Conversions between the wide texts of Windows and the UTF-8 texts of CLI11 and of piped output, and sizes as text.
+ * Texts as the host prints them: sizes, and what others wrote.
  */
 #pragma once
 
@@ -9,12 +9,6 @@
 #include <string_view>
 
 namespace kxrecord {
-
-/** @p text in UTF-8; unpaired surrogates become U+FFFD. */
-std::string Utf8FromWide(std::wstring_view text);
-
-/** @p text, which is UTF-8, as a wide text; malformed bytes become U+FFFD. */
-std::wstring WideFromUtf8(std::string_view text);
 
 /** A number of bytes in MB or GB (1024 x 1024, or 1024 times that) with one decimal. */
 std::wstring SizeText(std::uint64_t bytes);
