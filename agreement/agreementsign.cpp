@@ -21,8 +21,8 @@ namespace {
 
 constexpr char kServiceKeyNarrow[] = AGREEMENT_SERVICE_KEY;
 constexpr wchar_t kServiceKey[] = L"" AGREEMENT_SERVICE_KEY;
-constexpr char kUserLoginFlag[] = "UserLoginFlag";
-constexpr char kServerUpdatedFlag[] = "ServerUpdatedFlag";
+constexpr char kUserLoginFlagName[] = "UserLoginFlag";
+constexpr char kServerUpdatedFlagName[] = "ServerUpdatedFlag";
 constexpr char kAgreeCacheNameNarrow[] = AGREE_CACHE_NAME;
 constexpr wchar_t kAgreeCacheName[] = L"" AGREE_CACHE_NAME;
 constexpr wchar_t kAgreeFlagName[] = L"AgreeFlag";
@@ -54,7 +54,7 @@ struct Versions {
 
 /** The server's versions when it has provided any, otherwise the local ones without login, logged in or not. */
 Versions VersionsInForce(const char* serverKey) {
-    const bool fromServer = AccountUtil::GetFlag(kServiceKey, kServerUpdatedFlag) == kFlagSet;
+    const bool fromServer = AccountUtil::GetFlag(kServiceKey, kServerUpdatedFlagName) == kFlagSet;
     const char* key = fromServer ? serverKey : kNoLoginLocalKey;
     Versions inForce;
     inForce.agreement = AccountUtil::GetFlag(DE::ANSIToUnicode(key), DE::UnicodeToANSI(kAgreementName));
@@ -121,7 +121,7 @@ int AgreementSign::JudgeAgreementSign() noexcept try {
     if (IsAgreeCacheSet()) {
         return kSigned;
     }
-    const bool isLoggedIn = AccountUtil::GetFlag(kServiceKey, kUserLoginFlag) == kFlagSet;
+    const bool isLoggedIn = AccountUtil::GetFlag(kServiceKey, kUserLoginFlagName) == kFlagSet;
     return isLoggedIn ? JudgeLogin() : JudgeWithoutLogin();
 } catch (...) {
     return kNoRecord;

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <span>
 
-using namespace ipcmessage;
+namespace ipcmessage {
 
 namespace {
 
@@ -19,7 +19,7 @@ void Require(bool isTrue) {
 }
 
 void CheckAccepted(const FrameHeader& header, std::span<const std::byte, kFrameHeaderSize> bytes) {
-    Require(CheckFrameHeader(header) == FrameFault::kNone);
+    Require(CheckFrameHeader(header) == FrameFault::None);
     Require(header.payloadSize <= kFrameMaxPayload);
     Require(header.hasPayload || header.payloadSize == 0);
     std::array<std::byte, kFrameHeaderSize> encoded{};
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         const auto bytes = stream.first<kFrameHeaderSize>();
         const FrameHeader untouched{.messageId = 0xA5A5A5A5};
         FrameHeader header = untouched;
-        if (DecodeFrameHeader(bytes, header) != FrameFault::kNone) {
+        if (DecodeFrameHeader(bytes, header) != FrameFault::None) {
             Require(header == untouched);
             return 0;
         }
@@ -45,3 +45,5 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     return 0;
 }
+
+} // namespace ipcmessage

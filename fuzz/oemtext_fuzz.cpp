@@ -32,7 +32,7 @@ bool DE::Registry::SetValue(HKEY, const std::wstring&, const std::wstring&, cons
 
 // The query that reads the value back, without its limit: the fuzzer's texts are longer.
 std::string sharedqueries::VersionFromRegistry() {
-    const NarrowText narrow(g_stored.c_str());
+    const kx::NarrowText narrow(g_stored.c_str());
     return narrow ? TrimmedOemVersion(narrow.Get()) : std::string();
 }
 

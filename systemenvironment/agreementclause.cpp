@@ -53,7 +53,7 @@ std::string SystemEnvironment::IsAgreeClause() noexcept try {
     std::string protocol = DE::UnicodeToANSI(storedProtocol);
     if (expiry == kExpired) {
         DE::Registry::SetValue(HKEY_USERS, loginGuideKey, kProtocolName, kResetProtocol, KEY_ALL_ACCESS);
-        WriteDebugLine("SystemEnvironment::IsAgreeClause", "current agreeClause is expired ", sid);
+        debugline::Write("SystemEnvironment::IsAgreeClause", "current agreeClause is expired ", sid);
         return kNotAccepted;
     }
     if (protocol.empty() || !IsProtocolVersionCurrent()) {

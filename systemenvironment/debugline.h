@@ -12,13 +12,15 @@
 #include <sstream>
 #include <string_view>
 
+namespace debugline {
+
 /**
  * Writes @p values, "(", @p function, ")" and a line feed to the debugger output. A line is whole or not sent: one
  * that cannot be built for want of memory is dropped.
  * @param function the emitting function's name, e.g. "SystemEnvironment::CompareFileIntergrity"
  */
 template <class... Values>
-void WriteDebugLine(std::string_view function, const Values&... values) noexcept {
+void Write(std::string_view function, const Values&... values) noexcept {
     try {
         std::wostringstream line;
         kx::messagetext::AppendMessage(line, function, values...);
@@ -28,3 +30,5 @@ void WriteDebugLine(std::string_view function, const Values&... values) noexcept
     } catch (...) { // diagnostics never fail the query that they report on
     }
 }
+
+} // namespace debugline

@@ -57,12 +57,12 @@ bool IsSwitchedOn(const std::string& groupName, const std::string& funcName) {
     }
     KxXMLDocument switches;
     if (switches.LoadFile(path) != 0) {
-        WriteDebugLine(kFunction, "load xml file failed");
+        debugline::Write(kFunction, "load xml file failed");
         return false;
     }
     const KxXmlElement root = switches.RootElement();
     if (root.IsElementNull()) {
-        WriteDebugLine(kFunction, "root is nullptr ");
+        debugline::Write(kFunction, "root is nullptr ");
         return false;
     }
     const KxXmlElement group = FirstChildNamed(root, groupName);

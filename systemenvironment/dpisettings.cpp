@@ -70,7 +70,7 @@ Block<Item> AllocateBlock(UINT32 count) {
 /** Reports a failed display call and yields the failure's result. */
 int DisplayFailure(const char* message, LONG status) {
     const DWORD error = GetLastError();
-    WriteDebugLine("SystemEnvironment::ApplyDpiSetting", message, error, ", status= ", status);
+    debugline::Write("SystemEnvironment::ApplyDpiSetting", message, error, ", status= ", status);
     SetLastError(error); // the caller reports it once more
     return 0;
 }
@@ -109,12 +109,12 @@ bool ReadScaling(int* systemDpi, int* dpiValue) {
     const std::wstring monitorsKey = KXPROCESS::GetCurrentUserSidstr() + kMonitorsKey;
     std::vector<std::wstring> monitors;
     if (!DE::Registry::GetKeys(HKEY_USERS, monitorsKey, monitors, KEY_ALL_ACCESS) || monitors.empty()) {
-        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub-keys");
+        debugline::Write(kFunction, "GetLastestSystemDpi error: no-sub-keys");
         return false;
     }
     const std::wstring monitorKey = monitorsKey + L"\\" + monitors.front();
     if (!DE::Registry::GetValue(HKEY_USERS, monitorKey, kMonitorStepName, *dpiValue, KEY_ALL_ACCESS)) {
-        WriteDebugLine(kFunction, "GetLastestSystemDpi error: no-sub -keys"); // the blank tells it from the other
+        debugline::Write(kFunction, "GetLastestSystemDpi error: no-sub -keys"); // the blank tells it from the other
         return false;
     }
     return true;
@@ -130,11 +130,11 @@ bool SaveScaling(int dpiValue, int dpiIndex) {
         return false;
     }
     if (!WriteRecord(key, kStepName, dpiIndex)) {
-        WriteDebugLine(kFunction, "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step");
+        debugline::Write(kFunction, "SaveLastestSystemDpierror: DE::Registry::SetIndex fail.step");
         return false;
     }
     if (!WriteRecord(key, kDpiName, dpiValue)) {
-        WriteDebugLine(kFunction, "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step");
+        debugline::Write(kFunction, "SaveLastestSystemDpi error: DE::Registry::SetValue fail.step");
         return false;
     }
     return true;
@@ -146,14 +146,14 @@ bool ReleaseChanged(const std::wstring& key) {
     const std::wstring current = kx::WideFromUtf8(sharedqueries::OSReleaseId());
     std::wstring remembered;
     if (!DE::Registry::GetValue(HKEY_USERS, key, kReleaseName, remembered, KEY_ALL_ACCESS)) {
-        WriteDebugLine(kFunction, "RestoreSystemDpi Warning: GetValue failed.");
+        debugline::Write(kFunction, "RestoreSystemDpi Warning: GetValue failed.");
         remembered.clear();
     }
     if (remembered == current) {
         return false;
     }
     DE::Registry::SetValue(HKEY_USERS, key, kReleaseName, current, KEY_ALL_ACCESS);
-    WriteDebugLine(kFunction, "RestoreSystemDpi ok: sysversion changed to ", current);
+    debugline::Write(kFunction, "RestoreSystemDpi ok: sysversion changed to ", current);
     return true;
 }
 
@@ -177,7 +177,7 @@ int SystemEnvironment::ApplyDpiSetting(int scaleStep) noexcept {
     }
     const auto modes = AllocateBlock<DISPLAYCONFIG_MODE_INFO>(modeCount);
     if (!modes) {
-        WriteDebugLine("SystemEnvironment::ApplyDpiSetting", "calloc  display_modes fail:");
+        debugline::Write("SystemEnvironment::ApplyDpiSetting", "calloc  display_modes fail:");
         return NoMemory();
     }
     status = QueryDisplayConfig(QDC_ONLY_ACTIVE_PATHS, &pathCount, paths.get(), &modeCount, modes.get(), nullptr);
@@ -207,14 +207,14 @@ bool SystemEnvironment::RestoreSystemDpi4Common(int stepOffset) noexcept try {
     int dpiValue = 0; // what cannot be read is saved as 0
     ReadScaling(&systemDpi, &dpiValue);
     if (!isRemembered) {
-        WriteDebugLine(kFunction, "RestoreSystemDpi Warning: first save dpi value.");
+        debugline::Write(kFunction, "RestoreSystemDpi Warning: first save dpi value.");
         return SaveScaling(systemDpi, dpiValue);
     }
     if (!releaseChanged || systemDpi == rememberedDpi) {
         return SaveScaling(systemDpi, dpiValue);
     }
     if (ApplyDpiSetting(WrappingSum(rememberedStep, stepOffset)) == 0) {
-        WriteDebugLine(kFunction, "RestoreSystemDpi error: ApplyDpiSetting fail:", GetLastError());
+        debugline::Write(kFunction, "RestoreSystemDpi error: ApplyDpiSetting fail:", GetLastError());
         return false;
     }
     return true;

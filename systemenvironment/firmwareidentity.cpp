@@ -103,13 +103,13 @@ SpareDeviceId g_spareDeviceId;
 
 /** The registry's serial number as identifier; empty when it is too long or cannot be converted. */
 std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
-    const NarrowText narrow(serialNumber.c_str());
+    const kx::NarrowText narrow(serialNumber.c_str());
     if (!narrow) {
         return {};
     }
     char id[kSerialNumberCapacity] = {};
     if (kx::CopyText(id, kSerialNumberCapacity, narrow.Get()) != 0) {
-        WriteDebugLine("SystemEnvironment::GetDeviceId", "strcpy_s fail");
+        debugline::Write("SystemEnvironment::GetDeviceId", "strcpy_s fail");
     }
     return id;
 }
@@ -118,7 +118,7 @@ std::string DeviceIdFromRegistry(const std::wstring& serialNumber) {
 std::string DeviceIdFromWmi() {
     const std::wstring serialNumber = WMI(kWmiNamespace).SelectStr(kWmiQuery, kWmiProperty);
     DE::Registry::SetValue(HKEY_LOCAL_MACHINE, kBiosKey, kSerialNumberName, serialNumber, KEY_ALL_ACCESS);
-    const NarrowText narrow(serialNumber.c_str());
+    const kx::NarrowText narrow(serialNumber.c_str());
     return narrow ? narrow.Get() : std::string();
 }
 
@@ -134,13 +134,13 @@ std::string QueryDeviceId() {
 std::string sharedqueries::BIOSVersion() {
     std::wstring value; // stays empty when it cannot be read
     DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kBiosKey, kBiosVersionName, value, KEY_ALL_ACCESS);
-    const NarrowText narrow(value.c_str());
+    const kx::NarrowText narrow(value.c_str());
     if (!narrow) {
         return {};
     }
     char text[kVersionCapacity + 1] = {};
     if (kx::CopyText(text, kVersionCapacity, narrow.Get()) != 0) {
-        WriteDebugLine("SystemEnvironment::GetBIOSVersion", "strcpy_s byteArray fail");
+        debugline::Write("SystemEnvironment::GetBIOSVersion", "strcpy_s byteArray fail");
     }
     const std::string version = text;
     const std::size_t dot = version.find('.');
@@ -167,7 +167,7 @@ std::string ParseBIOSVersionOfPadLeft(char* version) noexcept try {
     const std::size_t padding = dotAt == 1 ? 1 : 0;
     std::memset(padded, '0', padding);
     if (kx::CopyText(padded + padding, kVersionCapacity - padding, version) != 0) {
-        WriteDebugLine("ParseBIOSVersionOfPadLeft", "strcpy_s fail");
+        debugline::Write("ParseBIOSVersionOfPadLeft", "strcpy_s fail");
     }
     // The position is that of the text as given, without the padding in front: 12.5 becomes 12.505.
     const std::size_t length = std::strlen(version);
@@ -207,7 +207,7 @@ bool SystemEnvironment::GetBIOSSysVersion(std::string& version) noexcept try {
     if (text.empty()) {
         return false;
     }
-    const NarrowText narrow(text.c_str());
+    const kx::NarrowText narrow(text.c_str());
     if (!narrow) {
         return false;
     }
@@ -225,7 +225,7 @@ std::string sharedqueries::TrimmedOemVersion(std::string version) {
 
 std::string TrimOemVersion(const char* eomVersion) noexcept try {
     if (eomVersion == nullptr) {
-        WriteDebugLine("TrimOemVersion", "TrimOemVersion parameter: eomVersion is nullptr");
+        debugline::Write("TrimOemVersion", "TrimOemVersion parameter: eomVersion is nullptr");
         return {};
     }
     return sharedqueries::TrimmedOemVersion(eomVersion);

@@ -38,15 +38,15 @@ bool DigestAgrees(const KxXmlElement& entry, const std::string& fileName, const 
     const KxXmlAttribute digest = entry.FirstAttribute(kDigestAttribute);
     std::string expected;
     if (digest.IsAttributeNull()) {
-        WriteDebugLine(kFunction, "Sha256 Check sha node null");
+        debugline::Write(kFunction, "Sha256 Check sha node null");
     } else {
         expected = digest.Value();
         if (!computed.empty() && expected == computed) { // a file that cannot be read has an empty digest
             return true;
         }
     }
-    WriteDebugLine(kFunction, "Sha256 Check faild ", fileName, " pluginsha256:", computed,
-                   " fileNodeSha256:", expected);
+    debugline::Write(kFunction, "Sha256 Check faild ", fileName, " pluginsha256:", computed,
+                     " fileNodeSha256:", expected);
     return false;
 }
 
@@ -59,12 +59,12 @@ bool ManifestVouchesFor(const std::string& fileName) {
     }
     KxXMLDocument manifest;
     if (manifest.LoadFile(xmlPath) != 0) {
-        WriteDebugLine(kFunction, "load xml file failed");
+        debugline::Write(kFunction, "load xml file failed");
         return false;
     }
     const KxXmlElement root = manifest.RootElement();
     if (root.IsElementNull()) {
-        WriteDebugLine(kFunction, "node1 is nullptr ");
+        debugline::Write(kFunction, "node1 is nullptr ");
         return false;
     }
     // The walk starts at the first entry by name; from there on every sibling is read, whatever its name.
@@ -84,12 +84,12 @@ bool CheckFileAndXmlExist(const std::string& fileName, std::string& filePath, st
     filePath += "\\";
     filePath += fileName;
     if (!DE::FileExists(filePath)) {
-        WriteDebugLine(kFunction, "filePath is not exist: ", fileName);
+        debugline::Write(kFunction, "filePath is not exist: ", fileName);
         return false;
     }
     xmlPath += kManifestPath;
     if (!DE::FileExists(xmlPath)) {
-        WriteDebugLine(kFunction, "CheckFileIntergrity.xml is not exist ");
+        debugline::Write(kFunction, "CheckFileIntergrity.xml is not exist ");
         return false;
     }
     return true;

@@ -23,6 +23,11 @@
 namespace {
 
 constexpr wchar_t kCurrentVersionKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
+constexpr wchar_t kProductNameName[] = L"ProductName";
+constexpr wchar_t kReleaseIdName[] = L"ReleaseId";
+constexpr wchar_t kBuildBranchName[] = L"BuildBranch";
+constexpr wchar_t kBuildLabName[] = L"BuildLabEx";
+constexpr wchar_t kRevisionName[] = L"UBR";
 
 constexpr std::size_t kValueCapacity = 128; // with the terminating zero, as every capacity here
 constexpr std::size_t kProductVersionCapacity = 64;
@@ -33,13 +38,13 @@ constexpr DWORD kPlatformWindowsCE = 3; // not in every Windows header
 
 /** The narrow form of @p value, empty with a debug line when it is too long; nothing when it cannot be converted. */
 std::optional<std::string> BoundedText(const std::wstring& value, const char* function) {
-    const NarrowText narrow(value.c_str());
+    const kx::NarrowText narrow(value.c_str());
     if (!narrow) {
         return std::nullopt;
     }
     char text[kValueCapacity + 1] = {};
     if (kx::CopyText(text, kValueCapacity, narrow.Get()) != 0) {
-        WriteDebugLine(function, "strcpy_s fail");
+        debugline::Write(function, "strcpy_s fail");
     }
     return text;
 }
@@ -109,19 +114,19 @@ std::wstring VersionLine(const OSVERSIONINFOEXW& version) {
 } // namespace
 
 std::string sharedqueries::OSReleaseId() {
-    return CurrentVersionText(L"ReleaseId", "SystemEnvironment::GetOSReleaseId").value_or("");
+    return CurrentVersionText(kReleaseIdName, "SystemEnvironment::GetOSReleaseId").value_or("");
 }
 
 std::string sharedqueries::VersionFromRegistry() {
     constexpr char kFunction[] = "SystemEnvironment::GetVersionFromRegistry";
     std::wstring value;
     if (!DE::Registry::GetValue(HKEY_LOCAL_MACHINE, oemversion::kKey, oemversion::kValueName, value, KEY_ALL_ACCESS)) {
-        WriteDebugLine(kFunction, "Registry GetValue fail");
+        debugline::Write(kFunction, "Registry GetValue fail");
         return {};
     }
-    const NarrowText narrow(value.c_str());
+    const kx::NarrowText narrow(value.c_str());
     if (!narrow) {
-        WriteDebugLine(kFunction, "WcharToChar fail");
+        debugline::Write(kFunction, "WcharToChar fail");
         return {};
     }
     const std::string_view version = narrow.Get();
@@ -132,8 +137,8 @@ std::string sharedqueries::VersionFromRegistry() {
 std::string SystemEnvironment::GetOSVersion() noexcept try {
     constexpr char kFunction[] = "SystemEnvironment::GetOSVersion";
     std::wstring name;
-    if (!ReadCurrentVersion(L"ProductName", name)) {
-        WriteDebugLine(kFunction, "Get registry value fail");
+    if (!ReadCurrentVersion(kProductNameName, name)) {
+        debugline::Write(kFunction, "Get registry value fail");
         return {};
     }
     return BoundedText(name, kFunction).value_or("");
@@ -147,14 +152,15 @@ std::string SystemEnvironment::GetOSReleaseId() noexcept {
 
 std::string SystemEnvironment::GetOSBuildBranch() noexcept {
     return kx::AnswerOr(std::string(), [&] {
-        return CurrentVersionText(L"BuildBranch", "SystemEnvironment::GetOSBuildBranch").value_or("");
+        return CurrentVersionText(kBuildBranchName, "SystemEnvironment::GetOSBuildBranch").value_or("");
     });
 }
 
 std::string SystemEnvironment::GetOSBuildVersion() noexcept try {
-    const std::optional<std::string> lab = CurrentVersionText(L"BuildLabEx", "SystemEnvironment::GetOSBuildVersion");
+    const std::optional<std::string> lab = CurrentVersionText(kBuildLabName, "SystemEnvironment::GetOSBuildVersion");
     unsigned long revision = 0;
-    if (!lab || !DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCurrentVersionKey, L"UBR", revision, KEY_ALL_ACCESS)) {
+    if (!lab ||
+        !DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kCurrentVersionKey, kRevisionName, revision, KEY_ALL_ACCESS)) {
         return {};
     }
     const std::size_t dot = lab->find('.');
@@ -173,7 +179,7 @@ std::string SystemEnvironment::OSVersion() noexcept try {
     GetSystemInfo(&system); // asked for by contract; nothing of the answer is printed
     OSVERSIONINFOEXW version = {};
     if (!QueryVersion(version)) {
-        WriteDebugLine("SystemEnvironment::OSVersion", "GetVersionEx failed error code ", GetLastError());
+        debugline::Write("SystemEnvironment::OSVersion", "GetVersionEx failed error code ", GetLastError());
         return {};
     }
     const std::wstring line = VersionLine(version);

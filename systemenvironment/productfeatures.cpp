@@ -59,7 +59,7 @@ bool Ask(const FeatureQuery& query) noexcept try {
     bool present = false;
     const int code = (ProductFeature::GetInstance().*query.getter)(present);
     if (code != 0) {
-        WriteDebugLine(query.function, query.beforeCode, code, query.beforeFlag, present);
+        debugline::Write(query.function, query.beforeCode, code, query.beforeFlag, present);
     }
     return present;
 } catch (...) {

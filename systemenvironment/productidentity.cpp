@@ -77,7 +77,7 @@ std::string SystemEnvironment::GetDeviceTypeEx() noexcept try {
     std::string name;
     const int code = ProductAdapt::MachineType::GetInstance().GetProductName(name);
     if (code != 0 || name.empty()) {
-        WriteDebugLine("SystemEnvironment::GetDeviceTypeEx", "fail to get product name. result:", code);
+        debugline::Write("SystemEnvironment::GetDeviceTypeEx", "fail to get product name. result:", code);
     }
     return name;
 } catch (...) {
@@ -88,8 +88,8 @@ std::wstring SystemEnvironment::GetProductNameForKxshare() noexcept try {
     ProductAdapt::PromoteParamInfo info;
     const int code = ProductAdapt::MachineType::GetInstance().GetPromoteParamInfo(kPromoteKey, info);
     if (code != 0) {
-        WriteDebugLine("SystemEnvironment::GetProductNameForKxshare",
-                       "fail to get product promote param info. result:", code);
+        debugline::Write("SystemEnvironment::GetProductNameForKxshare",
+                         "fail to get product promote param info. result:", code);
         return {};
     }
     return kx::WideFromUtf8(info.productName);
@@ -104,7 +104,7 @@ std::string SystemEnvironment::GetProductSeries() noexcept try {
         return kOtherSeries;
     }
     const std::string_view prefix(version.data(), dash);
-    for (const ProductSeriesRow& row : kProductSeries) {
+    for (const productseries::Row& row : productseries::kRows) {
         if (row.prefix == prefix) {
             return std::string(row.series);
         }
@@ -115,7 +115,7 @@ std::string SystemEnvironment::GetProductSeries() noexcept try {
 }
 
 std::string SystemEnvironment::GetSystemSkuCode() noexcept try {
-    const NarrowText narrow(SmBiosHelper::GetInstance()->GetSysSKU().c_str());
+    const kx::NarrowText narrow(SmBiosHelper::GetInstance()->GetSysSKU().c_str());
     std::string sku = narrow ? narrow.Get() : "";
     if (sku.find(kSkuMark) != std::string::npos) {
         return sku;

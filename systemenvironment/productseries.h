@@ -9,13 +9,17 @@
 
 #include <string_view>
 
+namespace productseries {
+
 /** One row: a prefix and the name of its series. */
-struct ProductSeriesRow {
+struct Row {
     std::string_view prefix;
     std::string_view series;
 };
 
-inline constexpr ProductSeriesRow kProductSeries[] = {
+inline constexpr Row kRows[] = {
     {"AA", "SeriesA"}, {"BB", "SeriesB"},  {"CC", "SeriesC"},
     {"DD", "SeriesD"}, {"DDX", "SeriesD"}, // a later line of the same series
 };
+
+} // namespace productseries

@@ -70,7 +70,7 @@ bool HasId(const KxXmlElement& element, int id) {
 
 bool SystemEnvironment::ReadValue(const std::wstring& valueName, void* buffer, int size) noexcept try {
     if (valueName.empty() || buffer == nullptr) {
-        WriteDebugLine("SystemEnvironment::ReadValue", "key name is empty or out value ptr is null");
+        debugline::Write("SystemEnvironment::ReadValue", "key name is empty or out value ptr is null");
         return false;
     }
     int storedSize = 0;
@@ -103,7 +103,7 @@ std::wstring sharedqueries::OemFileText() {
     std::wstring text(size / sizeof(wchar_t), L'\0');
     // Half a character at the end does not fit: such a file is no UTF-16 text.
     if (const int error = kx::CopyBytes(text.data(), text.size() * sizeof(wchar_t), bytes.data() + kMarkSize, size)) {
-        WriteDebugLine("SystemEnvironment::GetUnicodeString", "memcpy_s fail err:", error);
+        debugline::Write("SystemEnvironment::GetUnicodeString", "memcpy_s fail err:", error);
         return {};
     }
     return text;
@@ -128,7 +128,7 @@ std::string SystemEnvironment::GetUserLocaleNameCN() noexcept {
 std::string sharedqueries::LogTypeName(int id) {
     KxXMLDocument table;
     if (table.LoadFile(UtilFolder() + kLogTypePath) != 0) {
-        WriteDebugLine("SystemEnvironment::GetStringNameById", "load xml file failed");
+        debugline::Write("SystemEnvironment::GetStringNameById", "load xml file failed");
         return kUnknownLogType;
     }
     // A null root has no children. The walk starts at the first item by name; from there on every sibling is read.

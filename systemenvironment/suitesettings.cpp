@@ -104,14 +104,14 @@ std::string SystemEnvironment::GetSecondarySku() noexcept try {
     if (wideSecondary.empty()) {
         return {};
     }
-    const NarrowText secondary(wideSecondary.c_str());
+    const kx::NarrowText secondary(wideSecondary.c_str());
     if (!secondary) {
         return {};
     }
     const std::string secondarySku = secondary.Get();
     const std::wstring wideSystem = firmware->GetSysSKU();
     if (!wideSystem.empty()) {
-        const NarrowText system(wideSystem.c_str());
+        const kx::NarrowText system(wideSystem.c_str());
         if (!system || secondarySku == system.Get()) {
             return {};
         }

@@ -182,13 +182,13 @@ void HostEnd::ReceiveAll(Session& session) {
     Message message;
     while (session.Receive(message)) {
         switch (message.header.kind) {
-        case FrameKind::kReply:
+        case FrameKind::Reply:
             session.CompleteExchange(std::move(message));
             break;
-        case FrameKind::kNotice:
+        case FrameKind::Notice:
             Dispatch(message);
             break;
-        case FrameKind::kRequest:
+        case FrameKind::Request:
             return;
         }
     }
@@ -259,7 +259,7 @@ bool IPCMessageClient::PostIPCMessage(const TagIPCMessageItem& request) {
     const ipcmessage::Deadline deadline(kIPCWriteLimitMs);
     const std::shared_ptr<ipcmessage::Session> session = m_impl->CurrentSession();
     try {
-        return session && session->Send(ipcmessage::FrameKind::kNotice, 0, request, deadline);
+        return session && session->Send(ipcmessage::FrameKind::Notice, 0, request, deadline);
     } catch (const std::exception&) {
         return false;
     }

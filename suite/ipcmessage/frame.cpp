@@ -56,29 +56,29 @@ void EncodeFrameHeader(const FrameHeader& header, std::span<std::byte, kFrameHea
 }
 
 FrameFault CheckFrameHeader(const FrameHeader& header) noexcept {
-    const bool isNotice = header.kind == FrameKind::kNotice;
-    if (!isNotice && header.kind != FrameKind::kRequest && header.kind != FrameKind::kReply) {
-        return FrameFault::kKind;
+    const bool isNotice = header.kind == FrameKind::Notice;
+    if (!isNotice && header.kind != FrameKind::Request && header.kind != FrameKind::Reply) {
+        return FrameFault::Kind;
     }
     if (isNotice != (header.sequence == 0)) {
-        return FrameFault::kSequence;
+        return FrameFault::Sequence;
     }
     if (header.payloadSize > (header.hasPayload ? kFrameMaxPayload : 0)) {
-        return FrameFault::kPayloadSize;
+        return FrameFault::PayloadSize;
     }
-    return FrameFault::kNone;
+    return FrameFault::None;
 }
 
 FrameFault DecodeFrameHeader(std::span<const std::byte, kFrameHeaderSize> bytes, FrameHeader& header) noexcept {
     if (Get<std::uint32_t>(bytes, kMagicAt) != kFrameMagic) {
-        return FrameFault::kMagic;
+        return FrameFault::Magic;
     }
     if (Get<std::uint16_t>(bytes, kVersionAt) != kFrameVersion) {
-        return FrameFault::kVersion;
+        return FrameFault::Version;
     }
     const auto flags = Get<std::uint32_t>(bytes, kFlagsAt);
     if ((flags & ~kHasPayloadFlag) != 0) {
-        return FrameFault::kFlags;
+        return FrameFault::Flags;
     }
     const FrameHeader decoded{
         .kind = static_cast<FrameKind>(Get<std::uint16_t>(bytes, kKindAt)),
@@ -93,7 +93,7 @@ FrameFault DecodeFrameHeader(std::span<const std::byte, kFrameHeaderSize> bytes,
         .hasPayload = (flags & kHasPayloadFlag) != 0,
     };
     const FrameFault fault = CheckFrameHeader(decoded);
-    if (fault == FrameFault::kNone) {
+    if (fault == FrameFault::None) {
         header = decoded;
     }
     return fault;

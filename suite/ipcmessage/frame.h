@@ -19,15 +19,15 @@ inline constexpr std::uint16_t kFrameVersion = 1;
 inline constexpr std::uint32_t kFrameMaxPayload = 1u << 20; ///< bytes
 
 enum class FrameKind : std::uint16_t {
-    kRequest = 1, ///< expects a reply with the same sequence number
-    kNotice = 2,  ///< expects nothing; its sequence number is 0
-    kReply = 3,   ///< carries the sequence number of its request
+    Request = 1, ///< expects a reply with the same sequence number
+    Notice = 2,  ///< expects nothing; its sequence number is 0
+    Reply = 3,   ///< carries the sequence number of its request
 };
 
-enum class FrameFault { kNone, kMagic, kVersion, kKind, kSequence, kFlags, kPayloadSize };
+enum class FrameFault { None, Magic, Version, Kind, Sequence, Flags, PayloadSize };
 
 struct FrameHeader {
-    FrameKind kind = FrameKind::kNotice;
+    FrameKind kind = FrameKind::Notice;
     std::uint64_t sequence = 0;
     std::uint32_t sourceModuleId = 0;
     std::uint32_t targetModuleId = 0;
@@ -46,7 +46,7 @@ void EncodeFrameHeader(const FrameHeader& header, std::span<std::byte, kFrameHea
 
 /**
  * Reads and checks a header.
- * @return kNone, or the first rule that the bytes break; @p header stays untouched then
+ * @return FrameFault::None, or the first rule that the bytes break; @p header stays untouched then
  */
 FrameFault DecodeFrameHeader(std::span<const std::byte, kFrameHeaderSize> bytes, FrameHeader& header) noexcept;
 

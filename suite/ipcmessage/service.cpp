@@ -23,7 +23,7 @@ public:
           m_request(request) {}
 
     bool Reply(const void* payload, std::uint32_t payloadSize) override {
-        if (payloadSize > kIPCMaxPayload || m_request.kind != FrameKind::kRequest || m_isReplied.exchange(true)) {
+        if (payloadSize > kIPCMaxPayload || m_request.kind != FrameKind::Request || m_isReplied.exchange(true)) {
             return false;
         }
         const TagIPCMessageItem reply{
@@ -36,7 +36,7 @@ public:
             .hasPayload = payload != nullptr,
         };
         try {
-            return m_session.Send(FrameKind::kReply, m_request.sequence, reply, Deadline(kIPCWriteLimitMs));
+            return m_session.Send(FrameKind::Reply, m_request.sequence, reply, Deadline(kIPCWriteLimitMs));
         } catch (const std::exception&) {
             return false;
         }
@@ -133,7 +133,7 @@ DWORD WorkerEnd::OpenPipe(Deadline deadline) {
 
 bool WorkerEnd::Post(const TagIPCMessageItem& message) {
     const std::shared_ptr<Session> session = m_session.load();
-    return session && session->Send(FrameKind::kNotice, 0, message, Deadline(kIPCWriteLimitMs));
+    return session && session->Send(FrameKind::Notice, 0, message, Deadline(kIPCWriteLimitMs));
 }
 
 void WorkerEnd::Run() noexcept {
@@ -157,7 +157,7 @@ void WorkerEnd::Run() noexcept {
 void WorkerEnd::ReceiveAll() {
     const std::shared_ptr<Session> session = m_session.load();
     Message message;
-    while (session->Receive(message) && message.header.kind != FrameKind::kReply) {
+    while (session->Receive(message) && message.header.kind != FrameKind::Reply) {
         Handle(message);
     }
 }

@@ -37,7 +37,7 @@ bool HeaderOf(FrameKind kind, std::uint64_t sequence, const TagIPCMessageItem& i
         .hasPayload = item.hasPayload,
     };
     const bool isPayloadMissing = header.payloadSize != 0 && item.payload == nullptr;
-    return !isPayloadMissing && CheckFrameHeader(header) == FrameFault::kNone;
+    return !isPayloadMissing && CheckFrameHeader(header) == FrameFault::None;
 }
 
 } // namespace
@@ -120,7 +120,7 @@ bool Session::Fill(std::span<std::byte> target) noexcept {
 
 bool Session::Receive(Message& message) {
     std::array<std::byte, kFrameHeaderSize> bytes;
-    if (IsBroken() || !Fill(bytes) || DecodeFrameHeader(bytes, message.header) != FrameFault::kNone) {
+    if (IsBroken() || !Fill(bytes) || DecodeFrameHeader(bytes, message.header) != FrameFault::None) {
         return false;
     }
     message.payload.reset();
@@ -169,7 +169,7 @@ bool Session::Exchange(const TagIPCMessageItem& request, IPCReplyItem& reply, De
         }
     } const withdrawal{*this, sequence};
 
-    if (!Send(FrameKind::kRequest, sequence, request, deadline)) {
+    if (!Send(FrameKind::Request, sequence, request, deadline)) {
         return false;
     }
     {

@@ -116,7 +116,7 @@ class Documents(RecordCase):
         launch = proxy.split("// ---- Launch")[1].split("// ---- Supervision")[0].split("::OnRecordProcessIPCReady")[0]
         logged = re.findall(r'Log(?:Warn|Error)\(kHere, "([^"]*)"', launch)
         manifest = (ROOT / "systemenvironment/integritymanifest.cpp").read_text(encoding="utf-8")
-        sent = re.findall(r'WriteDebugLine\(kFunction, "([^"]*)"', manifest)
+        sent = re.findall(r'debugline::Write\(kFunction, "([^"]*)"', manifest)
         guide = page_text("hosts-guide.md")
         self.assertGreater(len(logged), 6)
         self.assertGreater(len(sent), 5)

@@ -5,13 +5,12 @@
 
 #include <array>
 
-using namespace kxtest;
-using namespace ipcmessage;
+namespace ipcmessage {
 
 namespace {
 
 constexpr FrameHeader kEveryField{
-    .kind = FrameKind::kReply,
+    .kind = FrameKind::Reply,
     .sequence = 0x1112131415161718,
     .sourceModuleId = 0x21222324,
     .targetModuleId = 0x31323334,
@@ -50,7 +49,7 @@ TEST(FrameHeader, Encoded_HasEachFieldAtItsOffset) {
 
 TEST(FrameHeader, EncodedAndDecoded_IsTheSame) {
     FrameHeader decoded;
-    ASSERT_EQ(DecodeFrameHeader(Encoded(kEveryField), decoded), FrameFault::kNone);
+    ASSERT_EQ(DecodeFrameHeader(Encoded(kEveryField), decoded), FrameFault::None);
     EXPECT_TRUE(decoded == kEveryField);
 }
 
@@ -60,11 +59,11 @@ TEST(FrameHeader, BrokenRule_NamedAndOutputUntouched) {
         unsigned char value;
         FrameFault fault;
     } cases[] = {
-        {0, 0, FrameFault::kMagic},        {3, 0, FrameFault::kMagic},        {4, 2, FrameFault::kVersion},
-        {5, 1, FrameFault::kVersion},      {6, 0, FrameFault::kKind},         {6, 4, FrameFault::kKind},
-        {7, 1, FrameFault::kKind},         {6, 2, FrameFault::kSequence},     {44, 3, FrameFault::kFlags},
-        {47, 1, FrameFault::kFlags},       {44, 0, FrameFault::kPayloadSize}, {40, 1, FrameFault::kPayloadSize},
-        {43, 1, FrameFault::kPayloadSize},
+        {0, 0, FrameFault::Magic},        {3, 0, FrameFault::Magic},        {4, 2, FrameFault::Version},
+        {5, 1, FrameFault::Version},      {6, 0, FrameFault::Kind},         {6, 4, FrameFault::Kind},
+        {7, 1, FrameFault::Kind},         {6, 2, FrameFault::Sequence},     {44, 3, FrameFault::Flags},
+        {47, 1, FrameFault::Flags},       {44, 0, FrameFault::PayloadSize}, {40, 1, FrameFault::PayloadSize},
+        {43, 1, FrameFault::PayloadSize},
     };
     for (const auto& [at, value, fault] : cases) {
         HeaderBytes bytes = Encoded(kEveryField);
@@ -77,5 +76,7 @@ TEST(FrameHeader, BrokenRule_NamedAndOutputUntouched) {
 
 TEST(FrameHeader, RequestWithoutSequenceNumber_Refused) {
     FrameHeader decoded;
-    EXPECT_EQ(DecodeFrameHeader(Encoded({.kind = FrameKind::kRequest}), decoded), FrameFault::kSequence);
+    EXPECT_EQ(DecodeFrameHeader(Encoded({.kind = FrameKind::Request}), decoded), FrameFault::Sequence);
 }
+
+} // namespace ipcmessage

@@ -120,7 +120,7 @@ private:
         std::array<std::byte, kFrameHeaderSize> bytes;
         ReadBytes(bytes);
         FrameHeader header;
-        Require(ipcmessage::DecodeFrameHeader(bytes, header) == ipcmessage::FrameFault::kNone);
+        Require(ipcmessage::DecodeFrameHeader(bytes, header) == ipcmessage::FrameFault::None);
         std::vector<std::byte> payload(header.payloadSize);
         ReadBytes(payload);
         m_frames.push_back(header);
@@ -129,7 +129,7 @@ private:
     void Reply() {
         const FrameHeader& request = m_frames.at(std::stoul(Argument()));
         const std::vector<std::byte> payload = FromHex(Argument());
-        const FrameHeader reply{.kind = ipcmessage::FrameKind::kReply,
+        const FrameHeader reply{.kind = ipcmessage::FrameKind::Reply,
                                 .sequence = request.sequence,
                                 .payloadSize = static_cast<std::uint32_t>(payload.size()),
                                 .hasPayload = true};

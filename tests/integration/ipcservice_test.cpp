@@ -6,7 +6,8 @@
 #include <array>
 #include <span>
 
-using namespace kxtest;
+namespace kxtest {
+
 using ipcmessage::FrameHeader;
 using ipcmessage::FrameKind;
 
@@ -157,7 +158,7 @@ TEST(IPCMessageService, HostSendsOversizedFrame_Disconnects) {
 }
 
 TEST(IPCMessageService, HostSendsReply_Disconnects) {
-    ExpectWorkerDisconnects(BytesOf({.kind = FrameKind::kReply, .sequence = 1}));
+    ExpectWorkerDisconnects(BytesOf({.kind = FrameKind::Reply, .sequence = 1}));
 }
 
 TEST(IPCMessageService, HostDies_DisconnectCallbackRuns) {
@@ -170,3 +171,5 @@ TEST(IPCMessageService, HostDies_DisconnectCallbackRuns) {
     host.Kill();
     EXPECT_TRUE(lost.Wait());
 }
+
+} // namespace kxtest

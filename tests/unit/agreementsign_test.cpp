@@ -10,9 +10,10 @@
 #include <tuple>
 #include <type_traits>
 
+namespace agreementtest {
+
 namespace {
 
-using namespace agreementtest;
 using fakeutil::RegistryCalls;
 using testing::AnyOf;
 using testing::ElementsAre;
@@ -165,14 +166,14 @@ std::ostream& operator<<(std::ostream& out, const VersionCase& version) {
     return out << "recorded " << print(version.recorded) << ", in force " << print(version.inForce);
 }
 
-enum class Field { kAgreement, kPrivacy };
+enum class Field { Agreement, Privacy };
 
 class AgreementSignVersionTest : public AgreementSignTest,
                                  public testing::WithParamInterface<std::tuple<VersionCase, Field, bool>> {
 protected:
     static const VersionCase& Versions() { return std::get<0>(GetParam()); }
     static bool FromServer() { return std::get<2>(GetParam()); }
-    static bool IsAgreement() { return std::get<1>(GetParam()) == Field::kAgreement; }
+    static bool IsAgreement() { return std::get<1>(GetParam()) == Field::Agreement; }
     static const wchar_t* ValueName() { return IsAgreement() ? L"133" : L"10021"; }
     static const wchar_t* OtherValueName() { return IsAgreement() ? L"10021" : L"133"; }
 
@@ -210,7 +211,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      // Bytes are compared without a sign.
                                      VersionCase{HighByteText(), L"z", kSigned},
                                      VersionCase{L"z", HighByteText(), kSignAgain}),
-                     testing::Values(Field::kAgreement, Field::kPrivacy), testing::Bool()));
+                     testing::Values(Field::Agreement, Field::Privacy), testing::Bool()));
 
 TEST_P(AgreementSignVersionTest, LoginRecord_IsComparedAsText) {
     SetInForce(kLoginTms);
@@ -398,3 +399,5 @@ static_assert(std::is_trivially_copy_assignable_v<AgreementSign>);
 static_assert(std::is_trivially_move_assignable_v<AgreementSign>);
 
 } // namespace
+
+} // namespace agreementtest

@@ -16,7 +16,8 @@
 namespace {
 
 using ProductAdapt::PromoteParamInfo;
-using namespace querytest;
+
+namespace querytest {
 
 const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";
@@ -115,7 +116,7 @@ TEST(SeriesTable, HasFivePrefixesOfTwoAndThreeLettersAndFourSeries) {
     std::multiset<std::size_t> lengths;
     std::set<std::string_view> prefixes;
     std::set<std::string_view> series;
-    for (const ProductSeriesRow& row : kProductSeries) {
+    for (const productseries::Row& row : productseries::kRows) {
         lengths.insert(row.prefix.size());
         prefixes.insert(row.prefix);
         series.insert(row.series);
@@ -125,7 +126,7 @@ TEST(SeriesTable, HasFivePrefixesOfTwoAndThreeLettersAndFourSeries) {
     EXPECT_EQ(series.size(), 4u);
 }
 
-class SeriesTest : public ProductTest, public testing::WithParamInterface<ProductSeriesRow> {
+class SeriesTest : public ProductTest, public testing::WithParamInterface<productseries::Row> {
 protected:
     static std::string SeriesOf(const std::string& version) {
         SetOemVersion(version);
@@ -133,7 +134,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Rows, SeriesTest, testing::ValuesIn(kProductSeries));
+INSTANTIATE_TEST_SUITE_P(Rows, SeriesTest, testing::ValuesIn(productseries::kRows));
 
 TEST_P(SeriesTest, PrefixBeforeTheFirstDash_GivesItsSeries) {
     const std::string prefix(GetParam().prefix);
@@ -160,16 +161,16 @@ TEST_F(ProductTest, SeriesWithoutAnOemVersion_OtherAndTheReaderReports) {
 
 TEST_F(ProductTest, SeriesFromTheOemFile_FileWinsOverTheRegistry) {
     SetOemVersion("?-1");
-    OemFile::Write(std::string(kProductSeries[0].prefix) + "-1");
-    EXPECT_EQ(SystemEnvironment::GetProductSeries(), kProductSeries[0].series);
+    OemFile::Write(std::string(productseries::kRows[0].prefix) + "-1");
+    EXPECT_EQ(SystemEnvironment::GetProductSeries(), productseries::kRows[0].series);
 }
 
 TEST_F(ProductTest, SeriesThrows_NothingGetsOutAndTheNextWorks) {
-    SetOemVersion(std::string(kProductSeries[0].prefix) + "-1");
+    SetOemVersion(std::string(productseries::kRows[0].prefix) + "-1");
     fakeutil::ThrowFrom("DE::Registry::GetValue");
     EXPECT_NO_THROW(EXPECT_EQ(SystemEnvironment::GetProductSeries(), "other"));
     EXPECT_FALSE(fakeutil::IsThrowPending());
-    EXPECT_EQ(SystemEnvironment::GetProductSeries(), kProductSeries[0].series);
+    EXPECT_EQ(SystemEnvironment::GetProductSeries(), productseries::kRows[0].series);
 }
 
 // --- SKU code
@@ -471,5 +472,7 @@ TEST_F(ProductTest, ProcessorArchitecture_OnlySixIsItanium) {
         EXPECT_EQ(hook.Calls(), 1);
     }
 }
+
+} // namespace querytest
 
 } // namespace
