@@ -5,7 +5,9 @@
 #include "systemenvironment.h"
 
 #include "firmwaretable.h"
+#include "onedisplay.h"
 #include "productprofile.h"
+#include "registrykeys.h"
 #include "support/childprocess.h"
 #include "support/debuglines.h"
 #include "support/hostfolder.h"
@@ -30,6 +32,8 @@
 #include <string>
 #include <vector>
 
+namespace integrationtest {
+
 namespace {
 
 using firmwaretest::Bytes;
@@ -42,14 +46,6 @@ using kxtest::StoreRegistryText;
 using profiletest::WriteProfile;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-const std::wstring kWindows = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
-const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
-const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";
-const std::wstring kSettings = L"SOFTWARE\\Orvane\\Calvora\\setting";
-const std::wstring kInternational = L"Control Panel\\International";
-const std::wstring kMonitors = L"Control Panel\\Desktop\\PerMonitorSettings";
-const std::wstring kDpiRecord = L"Software\\Calvora\\LastestSetting";
 
 constexpr wchar_t kNoVersionLine[] = L"Registry GetValue fail(SystemEnvironment::GetVersionFromRegistry)\n";
 constexpr char kOemRoot[] = "c:\\recovery";
@@ -377,8 +373,8 @@ TEST_F(IdentityIntegrationTest, NoProfile_NamesAreEmptyAndReported) {
 // --- settings, locale and log types
 
 TEST_F(IdentityIntegrationTest, SettingsOfAnyType_AreReadAsTheyAreStored) {
-    StoreRegistryBytes(HKEY_USERS, OfUser(kSettings), L"Raw", REG_MULTI_SZ, "12345");
-    StoreRegistryNumber(HKEY_USERS, OfUser(kSettings), L"Number", 0xFFFFFFFE);
+    StoreRegistryBytes(HKEY_USERS, OfUser(kUserSettings), L"Raw", REG_MULTI_SZ, "12345");
+    StoreRegistryNumber(HKEY_USERS, OfUser(kUserSettings), L"Number", 0xFFFFFFFE);
     std::array<char, 6> buffer{'.', '.', '.', '.', '.', '.'};
     EXPECT_FALSE(SystemEnvironment::ReadValue(L"Raw", buffer.data(), 4));
     EXPECT_TRUE(SystemEnvironment::ReadValue(L"Raw", buffer.data(), 5));
@@ -424,32 +420,6 @@ TEST_F(IdentityIntegrationTest, PowerAndProcessor_AreAsWindowsSays) {
 
 // --- display scaling
 
-using SetHook = kxtest::ImportHook<"USER32.dll", "DisplayConfigSetDeviceInfo", decltype(DisplayConfigSetDeviceInfo)>;
-using SizesHook =
-    kxtest::ImportHook<"USER32.dll", "GetDisplayConfigBufferSizes", decltype(GetDisplayConfigBufferSizes)>;
-using QueryHook = kxtest::ImportHook<"USER32.dll", "QueryDisplayConfig", decltype(QueryDisplayConfig)>;
-
-// A machine with one display, which takes every step.
-class OneDisplay {
-public:
-    const std::vector<std::int32_t>& Steps() const { return m_steps; }
-
-private:
-    std::vector<std::int32_t> m_steps;
-    SizesHook m_sizes{[](UINT32, UINT32* paths, UINT32* modes) -> LONG {
-        *paths = 1;
-        *modes = 1;
-        return ERROR_SUCCESS;
-    }};
-    QueryHook m_query{[](auto...) -> LONG { return ERROR_SUCCESS; }};
-    SetHook m_set{[this](DISPLAYCONFIG_DEVICE_INFO_HEADER* header) -> LONG {
-        std::int32_t step = 0;
-        std::memcpy(&step, reinterpret_cast<const char*>(header) + sizeof *header, sizeof step);
-        m_steps.push_back(step);
-        return ERROR_SUCCESS;
-    }};
-};
-
 TEST_F(IdentityIntegrationTest, DpiRecord_IsWrittenFollowedAndRestored) {
     const OneDisplay display;
     int dpi = 0;
@@ -466,20 +436,27 @@ TEST_F(IdentityIntegrationTest, DpiRecord_IsWrittenFollowedAndRestored) {
     EXPECT_EQ(StoredRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIValue"), static_cast<DWORD>(dpi));
     EXPECT_EQ(TakeLines().size(), 3u);
     EXPECT_FALSE(SystemEnvironment::RestoreSystemDpi());
-    EXPECT_THAT(display.Steps(), IsEmpty());
+    EXPECT_EQ(display.requests, 0);
 
     StoreRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIValue", static_cast<DWORD>(dpi) + 48);
     StoreRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIIndex", 2);
-    for (const wchar_t* release : {L"2009", L"20H2"}) {
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ReleaseId", release);
-        WriteProfile(std::string("<Product name=\"Book\" index=\"") + (release[2] == L'0' ? "4" : "5") + "\"/>");
+    struct Update {
+        std::wstring release;
+        std::string productIndex;
+        std::int32_t step;
+    };
+    int updates = 0;
+    for (const Update& update : {Update{L"2009", "4", 0}, Update{L"20H2", "5", 1}}) {
+        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ReleaseId", update.release);
+        WriteProfile("<Product name=\"Book\" index=\"" + update.productIndex + "\"/>");
         EXPECT_TRUE(SystemEnvironment::RestoreSystemDpi());
-        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kDpiRecord), L"LastestOSVersion"), release);
+        EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kDpiRecord), L"LastestOSVersion"), update.release);
         EXPECT_EQ(StoredRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIIndex"), 2u);
-        EXPECT_THAT(TakeLines(), ElementsAre(std::wstring(L"RestoreSystemDpi ok: sysversion changed to ") + release +
+        EXPECT_THAT(TakeLines(), ElementsAre(L"RestoreSystemDpi ok: sysversion changed to " + update.release +
                                              L"(SystemEnvironment::RestoreSystemDpi4Common)\n"));
+        EXPECT_EQ(display.requests, ++updates);
+        EXPECT_EQ(display.step, update.step);
     }
-    EXPECT_THAT(display.Steps(), ElementsAre(0, 1));
 }
 
 TEST_F(IdentityIntegrationTest, NoMonitor_DpiIsReadButNoStep) {
@@ -493,3 +470,5 @@ TEST_F(IdentityIntegrationTest, NoMonitor_DpiIsReadButNoStep) {
 }
 
 } // namespace
+
+} // namespace integrationtest

@@ -17,7 +17,7 @@
 #include <thread>
 #include <utility>
 
-using namespace kxtest;
+namespace kxtest {
 
 namespace {
 
@@ -38,15 +38,6 @@ auto Fails(Result result) {
         SetLastError(ERROR_NO_SYSTEM_RESOURCES);
         return result;
     };
-}
-
-void ExpectNextWorkerServed(Host& host) {
-    Signal ready;
-    host.client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) { ready.Set(); });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(ready.Wait());
-    EXPECT_EQ(Ask(host.client, kEchoPayload, "still here"), "still here");
-    host.client.UnRegisterMessageCallbackAll();
 }
 
 // There is no channel, and the client says so to whoever sends; the next client has one.
@@ -359,3 +350,5 @@ TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoe
     EXPECT_TRUE(service.PostIPCMessage(ready));
     EXPECT_TRUE(host.ready.Wait());
 }
+
+} // namespace kxtest

@@ -7,13 +7,12 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
-using namespace kxtest;
+namespace kxtest {
+
 using ipcmessage::FrameHeader;
 using ipcmessage::FrameKind;
 
@@ -33,16 +32,6 @@ std::string LargeText(std::size_t size) {
         text[i] = static_cast<char>(i * 31 + (i >> 8));
     }
     return text;
-}
-
-// A new worker connects and answers: what every fault test ends with.
-void ExpectNextWorkerServed(Host& host) {
-    Signal ready;
-    host.client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) { ready.Set(); });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(ready.Wait());
-    EXPECT_EQ(Ask(host.client, kEchoPayload, "still here"), "still here");
-    host.client.UnRegisterMessageCallbackAll();
 }
 
 // The bytes come from a connected worker; the channel closes the connection and serves the next worker.
@@ -237,7 +226,7 @@ TEST(IPCMessageClient, WrongMagicVersionKindOrFlags_Refused) {
 }
 
 TEST(IPCMessageClient, RequestFrameFromWorker_Refused) {
-    ExpectRefused(HexOf(FrameHeader{.kind = FrameKind::kRequest, .sequence = 1}));
+    ExpectRefused(HexOf(FrameHeader{.kind = FrameKind::Request, .sequence = 1}));
 }
 
 TEST(IPCMessageClient, TruncatedFrame_NothingDeliveredAndChannelServes) {
@@ -257,7 +246,7 @@ TEST(IPCMessageClient, TruncatedFrame_NothingDeliveredAndChannelServes) {
 
 TEST(IPCMessageClient, WorkerDiesInTheMiddleOfItsReply_SendFailsAtOnce) {
     Host host;
-    const std::string half = HexOf(FrameHeader{.kind = FrameKind::kReply, .sequence = 1}).substr(0, 40);
+    const std::string half = HexOf(FrameHeader{.kind = FrameKind::Reply, .sequence = 1}).substr(0, 40);
     const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " read write " + half);
     ASSERT_TRUE(host.ready.Wait());
     const Stopwatch watch;
@@ -404,102 +393,6 @@ TEST(IPCMessageClient, WorkersOneAfterTheOther_AllServed) {
     }
 }
 
-namespace {
-struct Counter {
-    void OnReady(TagIPCMessageItem& item) {
-        id = item.messageId;
-        called.Set();
-    }
-    std::uint32_t id = 0;
-    Signal called;
-};
-} // namespace
-
-TEST(IPCMessageClient, MemberFunctionRegisteredAgain_OnlyTheLastIsCalled) {
-    IPCMessageClient client(kTestModule, false, false);
-    Counter first;
-    Counter second;
-    client.RegisterMessageCallback(kReadyNotice, &first, &Counter::OnReady);
-    client.RegisterMessageCallback(kReadyNotice, &second, &Counter::OnReady);
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(second.called.Wait());
-    EXPECT_EQ(second.id, kReadyNotice);
-    EXPECT_FALSE(first.called.Wait(0));
-}
-
-// Does what must wait for a running callback while one runs.
-void ExpectWaitsForCallback(IPCMessageClient& client, const std::function<void()>& act) {
-    Signal entered;
-    Signal mayEnd;
-    Signal done;
-    std::atomic<bool> isEnded = false;
-    bool wasEnded = false;
-    client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
-        entered.Set();
-        mayEnd.Wait();
-        isEnded = true;
-    });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(entered.Wait());
-    std::thread caller([&] {
-        act();
-        wasEnded = isEnded;
-        done.Set();
-    });
-    EXPECT_FALSE(done.Wait(kQuietMs));
-    mayEnd.Set();
-    EXPECT_TRUE(done.Wait());
-    caller.join();
-    EXPECT_TRUE(wasEnded);
-}
-
-TEST(IPCMessageClient, UnregisterWhileCallbackRuns_WaitsForItsEnd) {
-    IPCMessageClient client(kTestModule, false, false);
-    ExpectWaitsForCallback(client, [&client] { client.UnRegisterMessageCallbackAll(); });
-}
-
-TEST(IPCMessageClient, UnregisterWithinCallback_DoesNotWaitAndNoneIsCalledAfter) {
-    IPCMessageClient client(kTestModule, false, false);
-    Signal returned;
-    std::atomic<int> calls = 0;
-    client.RegisterMessageCallback(7, [&](TagIPCMessageItem&) { ++calls; });
-    client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
-        client.UnRegisterMessageCallbackAll();
-        returned.Set();
-    });
-    const std::string later = HexOf(FrameHeader{.messageId = 7});
-    const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + later + " read reply 0 00 closed");
-    ASSERT_TRUE(returned.Wait());
-    EXPECT_EQ(Ask(client, 1, "x"), std::string(1, '\0'));
-    EXPECT_EQ(calls, 0);
-}
-
-TEST(IPCMessageClient, CallbackThrows_ChannelGoesOn) {
-    IPCMessageClient client(kTestModule, false, false);
-    Signal entered;
-    client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
-        entered.Set();
-        throw std::runtime_error("callback");
-    });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(entered.Wait());
-    EXPECT_EQ(Ask(client, kEchoPayload, "x"), "x");
-}
-
-TEST(IPCMessageClient, SendWithinCallback_FailsAtOnce) {
-    IPCMessageClient client(kTestModule, false, false);
-    Signal done;
-    std::string answer;
-    client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) {
-        answer = Ask(client, kEchoPayload, "x", INFINITE);
-        done.Set();
-    });
-    const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(done.Wait());
-    EXPECT_EQ(answer, "(failed)");
-    EXPECT_EQ(Ask(client, kEchoPayload, "x"), "x");
-}
-
 TEST(IPCMessageClient, NameTakenByAnotherObject_SendsFail) {
     const HANDLE squatter =
         CreateNamedPipeW(PipeNameOfThisProcess().c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 2, 0, 0, 0, nullptr);
@@ -539,11 +432,6 @@ TEST(IPCMessageClient, DestroyedWhileSendWaits_SendFails) {
     EXPECT_EQ(worker.ExitCode(), 0u) << "the worker's disconnect callback runs once";
 }
 
-TEST(IPCMessageClient, DestroyedWhileCallbackRuns_WaitsForItsEnd) {
-    auto client = std::make_unique<IPCMessageClient>(kTestModule, false, false);
-    ExpectWaitsForCallback(*client, [&client] { client.reset(); });
-}
-
 TEST(IPCMessageClient, FiftyRounds_LeaveNoHandle) {
     constexpr int kRounds = 50;
     const auto round = [] {
@@ -559,3 +447,5 @@ TEST(IPCMessageClient, FiftyRounds_LeaveNoHandle) {
     }
     EXPECT_FALSE(HandlesLeakedSince(before, kRounds));
 }
+
+} // namespace kxtest

@@ -1,3 +1,4 @@
+// Child processes, signals and frames as text for the tests of the message channel.
 #include "ipctestbed.h"
 
 #include "support/hostfolder.h"
@@ -75,6 +76,15 @@ std::string TextOf(const TagIPCMessageItem& item) {
 std::string Ask(IPCMessageClient& client, std::uint32_t messageId, std::string payload, DWORD timeoutMs) {
     IPCReplyItem reply;
     return client.SendIPCMessage(Request(messageId, payload), reply, timeoutMs) ? TextOf(reply) : "(failed)";
+}
+
+void ExpectNextWorkerServed(Host& host) {
+    Signal ready;
+    host.client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) { ready.Set(); });
+    const Child worker("ipcworker.exe", "serve");
+    ASSERT_TRUE(ready.Wait());
+    EXPECT_EQ(Ask(host.client, kEchoPayload, "still here"), "still here");
+    host.client.UnRegisterMessageCallbackAll();
 }
 
 std::string HexOf(const std::string& text) {

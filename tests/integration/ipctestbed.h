@@ -66,6 +66,9 @@ std::string TextOf(const TagIPCMessageItem& item);
 /** Sends a request with a payload and returns the reply's, or "(failed)". */
 std::string Ask(IPCMessageClient& client, std::uint32_t messageId, std::string payload, DWORD timeoutMs = kLimitMs);
 
+/** A new worker connects and answers: what every fault test ends with. */
+void ExpectNextWorkerServed(Host& host);
+
 std::string HexOf(const ipcmessage::FrameHeader& header);
 std::string HexOf(const std::string& text);
 

@@ -3,12 +3,11 @@
 #include "agreementsign.h"
 #include "systemenvironment.h"
 
-#include "firmwaretable.h"
+#include "memorymachine.h"
 #include "memorymatrix.h"
-#include "productprofile.h"
-#include "support/childprocess.h"
+#include "registrykeys.h"
+#include "support/agreementprivate.h"
 #include "support/hostfolder.h"
-#include "support/privateaccess.h"
 #include "support/scratchregistry.h"
 
 #include "sdk/util/file.h"
@@ -30,224 +29,25 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-struct JudgeWhenLoginTag {
-    using Type = int (*)(const std::wstring&, const std::string&, const std::string&) noexcept;
-};
-struct JudgeBranchIdTag {
-    using Type = int (*)(const std::wstring&) noexcept;
-};
-struct RecordeAgreeFlagTag {
-    using Type = void (*)() noexcept;
-};
-struct DeleteAgreeFlagTag {
-    using Type = void (*)() noexcept;
-};
-
-} // namespace
-
-template struct kxtest::Expose<JudgeWhenLoginTag, &AgreementSign::JudgeWhenLogin>;
-template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
-template struct kxtest::Expose<RecordeAgreeFlagTag, &AgreementSign::RecordeAgreeFlag>;
-template struct kxtest::Expose<DeleteAgreeFlagTag, &AgreementSign::DeleteAgreeFlag>;
+namespace integrationtest {
 
 namespace {
 
-using firmwaretest::Bytes;
-using firmwaretest::Structure;
-using kxtest::Failing;
-using kxtest::kPrivate;
 using kxtest::StoreRegistryNumber;
 using kxtest::StoreRegistryText;
 using memorymatrix::Function;
 using memorymatrix::Judged;
 using memorymatrix::Outcome;
 
-// Every text is longer than what a string holds without asking for memory, where its source allows that.
-const std::wstring kService = L"Software\\Calvora\\AgreementService";
-const std::wstring kGuide = L"SOFTWARE\\Calvora\\KXLoginGuide";
-const std::wstring kSetting = L"SOFTWARE\\Calvora\\setting";
-const std::wstring kExpiry = L"SOFTWARE\\Calvora\\setting\\expireLogin";
-const std::wstring kPowerManager = L"Software\\Calvora\\ZLKPowerManager";
-const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
-const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
-const std::wstring kWindows = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
-const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
-const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";
-const std::wstring kUserSettings = L"SOFTWARE\\Orvane\\Calvora\\setting";
-const std::wstring kInternational = L"Control Panel\\International";
-const std::wstring kMonitors = L"Control Panel\\Desktop\\PerMonitorSettings";
-const std::wstring kDpiRecord = L"Software\\Calvora\\LastestSetting";
-
-constexpr char kSerialNumber[] = "SN-0123456789-ABCDEF";
-constexpr char kDefaultDeviceId[] = "21111111111111111111";
-constexpr char kOemRoot[] = "c:\\recovery";
-constexpr char kOemFile[] = "c:\\recovery\\OEM\\version.txt";
 constexpr wchar_t kNoModesLine[] = L"calloc  display_modes fail:(SystemEnvironment::ApplyDpiSetting)\n";
 constexpr wchar_t kNotAppliedLine[] =
     L"RestoreSystemDpi error: ApplyDpiSetting fail:8(SystemEnvironment::RestoreSystemDpi4Common)\n";
-constexpr char kVictim[] = "a file of the suite that is long.bin";
-
-Bytes SystemFields() {
-    Bytes fields{1, 2, 3, 4};
-    firmwaretest::Append(fields, Bytes(16 + 1, 0xEE));
-    fields.push_back(5);
-    fields.push_back(0);
-    return fields;
-}
-
-Bytes EnclosureFields() {
-    Bytes fields(0x13 - 4, 0);
-    firmwaretest::Append(fields, Bytes{0, 0, 1});
-    return fields;
-}
-
-Bytes FirmwareTable() {
-    return firmwaretest::Table(
-        3, 2,
-        {Structure(1, SystemFields(), {"Maker", "Book", "System version 1.23.45", "SN", "SKU with a C and more"}),
-         Structure(3, EnclosureFields(), {"SECONDARY SKU OF THE CHASSIS"}),
-         Structure(11, {1}, {"$ORV123AB and more text"}), Structure(127, {}, {})});
-}
 
 std::string Utf16File(std::wstring_view text) {
     std::string bytes(text.size() * sizeof(wchar_t), '\0');
     std::memcpy(bytes.data(), text.data(), bytes.size());
     return "\xff\xfe" + bytes;
 }
-
-/** A machine with one display, which takes every step and counts the requests. */
-struct OneDisplay {
-    int requests = 0;
-    std::int32_t step = 0;
-
-    kxtest::ImportHook<"USER32.dll", "GetDisplayConfigBufferSizes", decltype(GetDisplayConfigBufferSizes)> sizes{
-        [](UINT32, UINT32* paths, UINT32* modes) -> LONG {
-            *paths = 1;
-            *modes = 1;
-            return ERROR_SUCCESS;
-        }};
-    kxtest::ImportHook<"USER32.dll", "QueryDisplayConfig", decltype(QueryDisplayConfig)> query{
-        [](auto...) -> LONG { return ERROR_SUCCESS; }};
-    kxtest::ImportHook<"USER32.dll", "DisplayConfigSetDeviceInfo", decltype(DisplayConfigSetDeviceInfo)> set{
-        [this](DISPLAYCONFIG_DEVICE_INFO_HEADER* header) -> LONG {
-            ++requests;
-            std::memcpy(&step, reinterpret_cast<const char*>(header) + sizeof *header, sizeof step);
-            return ERROR_SUCCESS;
-        }};
-};
-
-/** The machine that all functions ask: each arrangement makes it what it was, whatever a call has changed. */
-class Machine {
-public:
-    Machine() : m_sid(KXPROCESS::GetCurrentUserSidstr()) {
-        if (std::filesystem::exists(kOemRoot)) {
-            throw std::runtime_error("the machine has an OEM folder of its own");
-        }
-        const std::filesystem::path host = kxtest::OwnFolder();
-        kxtest::WriteFileBytes(host / kVictim, "bytes");
-        const std::string digest = DE::GetFileSha256Hex((host / kVictim).string());
-        kxtest::WriteFileBytes(
-            host / "config" / "CheckFileIntergrity.xml",
-            std::string("<Files><FileAttributes Path=\"another one of the files.exe\" Sha256=\"0\"/>") +
-                "<FileAttributes Path=\"" + kVictim + "\" Sha256=\"" + digest + "\"/></Files>");
-        kxtest::WriteFileBytes(host / "config" / "DeviceFuncSwitchConf.xml",
-                               "<Switches><AGroupWithALongName><AFunctionWithALongName support=\"Other;Product of the "
-                               "suite;\">1</AFunctionWithALongName></AGroupWithALongName></Switches>");
-        kxtest::WriteFileBytes(host / "config" / "LogType.xml",
-                               "<T><Item ID=\"1\" Value=\"no\"/><Item ID=\"07\" Value=\"a crash of the suite\"/></T>");
-        std::string features;
-        for (const char* name : {"Fingerprint", "TriFingerSnipper", "WifiGpio", "WifiBiosRepair", "BtGpio", "CpuPower",
-                                 "KeyboardLight", "EnergyStar", "SQGData", "TimeBack", "VrAssisant", "LiveBroadcast",
-                                 "OfficeCheck", "IntegratedGraphics", "NpsPop"}) {
-            features += std::string("<Feature name=\"") + name + "\" present=\"true\"/>";
-        }
-        profiletest::WriteProfile("<Product name=\"Product of the suite\" index=\"4\"/><Features>" + features +
-                                  "</Features><PromoteParams><PromoteParam key=\"default\" "
-                                  "productName=\"Name for the sharing service\"/></PromoteParams>"
-                                  "<Plugins><Plugin name=\"SynergyPYP\"/></Plugins>"
-                                  "<AgreementService inUse=\"true\"/>");
-    }
-    ~Machine() {
-        std::error_code ignored;
-        std::filesystem::remove_all(kOemRoot, ignored);
-        std::filesystem::remove(kxtest::OwnFolder() / kVictim, ignored);
-        std::filesystem::remove_all(kxtest::OwnFolder() / "config", ignored);
-    }
-    Machine(const Machine&) = delete;
-    Machine& operator=(const Machine&) = delete;
-
-    std::wstring OfUser(const std::wstring& path) const { return m_sid + L"\\" + path; }
-    void StoreUserText(const std::wstring& path, const std::wstring& name, const std::wstring& text) const {
-        StoreRegistryText(HKEY_USERS, OfUser(path), name, text);
-    }
-
-    /** The whole registry; what calls have written is gone. */
-    void Arrange() {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"HARDWARE");
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE");
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM");
-        RegDeleteTreeW(HKEY_USERS, m_sid.c_str());
-        display.requests = 0;
-        display.step = 0;
-        StoreUserText(kService, L"WndAgreeCache", L"0");
-        StoreUserText(kService, L"UserLoginFlag", L"1");
-        StoreUserText(kService, L"ServerUpdatedFlag", L"1");
-        StoreUserText(kService, L"AgreeFlag", L"1");
-        StoreVersions(L"WithAccountLogin\\TMSVersion");
-        StoreVersions(L"WithoutAccountLogin\\TMSVersion");
-        StoreUserText(kService + L"\\WithAccountLogin\\LocalVersion", L"BranchId", L"a branch with a long name");
-        StoreVersions(L"KXRecordWithLogin");
-        StoreUserText(kService + L"\\KXRecordWithLogin", L"BranchId", L"a branch with a long name");
-        StoreUserText(kService + L"\\KXRecordWithoutLogin\\UserAgreement", L"Version", L"version 5 of the agreement");
-        StoreUserText(kService + L"\\KXRecordWithoutLogin\\PrivacyStatement", L"Version",
-                      L"version 5 of the statement");
-        StoreUserText(kGuide, L"Protocol", L"protocol with a long text");
-        StoreUserText(kGuide, L"ProtocolVer", L"0000000000000000009");
-        StoreUserText(kGuide, L"Capture", L"capture of the whole screen");
-        StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
-        StoreRegistryNumber(HKEY_USERS, OfUser(kUserSettings), L"A value with a long name", 42);
-        StoreUserText(kInternational, L"LocaleName", L"sr-Cyrl-RS-and-more");
-        StoreRegistryNumber(HKEY_USERS, OfUser(kMonitors) + L"\\A monitor with a long name", L"DpiValue", 3);
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"a mode with a long name");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"a switch with a long name");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"a firmware with a long name");
-        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 2);
-        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"A value with a long name", 42);
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ProductName", L"Windows 10 Professional");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ReleaseId", L"a release with a long name");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"BuildBranch", L"a branch with a long name");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"BuildLabEx", L"19041000000000000000.1.amd64fre");
-        StoreRegistryNumber(HKEY_LOCAL_MACHINE, kWindows, L"UBR", 1237);
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kProduct, L"Version", L" DDX-version C-01234567890_2021 ");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSVersion", L"1.23456789012345678.45");
-        StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSSerialNumber", L"SN-0123456789-ABCDEF");
-    }
-
-    /** The expiry mark of the user's clause. */
-    void ExpireClause() const { StoreRegistryText(HKEY_LOCAL_MACHINE, kExpiry, m_sid, L"1"); }
-
-    /** The display scaling that was recorded under @p release. */
-    void RecordScaling(const std::wstring& release, DWORD dpi, DWORD step) const {
-        StoreUserText(kDpiRecord, L"LastestOSVersion", release);
-        StoreRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIValue", dpi);
-        StoreRegistryNumber(HKEY_USERS, OfUser(kDpiRecord), L"LastestDPIIndex", step);
-    }
-
-    OneDisplay display;
-
-private:
-    void StoreVersions(const std::wstring& below) const {
-        StoreUserText(kService + L"\\" + below, L"133", L"version 5 of the agreement");
-        StoreUserText(kService + L"\\" + below, L"10021", L"version 5 of the statement");
-    }
-
-    std::wstring m_sid;
-    kxtest::MappedRoot m_machine{HKEY_LOCAL_MACHINE, L"machine"};
-    kxtest::MappedRoot m_users{HKEY_USERS, L"users"};
-    firmwaretest::MachineTable m_table{FirmwareTable()};
-};
 
 /** The functions that exported names stand for: what the loaded library's export table lists, without parameters. */
 std::set<std::string> ExportedFunctions() {
@@ -358,13 +158,13 @@ void AllFunctionsTest::AddAgreement() {
         "AgreementSign::GetAgreeCache", true, false, [] { return AgreementSign::GetAgreeCache(); },
         [this] { Host().StoreUserText(kService, L"WndAgreeCache", L"1"); });
     Reads("AgreementSign::JudgeWhenLogin", -1, 0,
-          [record, agreement, privacy] { return kPrivate<JudgeWhenLoginTag>(record, agreement, privacy); });
-    Reads("AgreementSign::JudgeBranchId", -1, 1, [record] { return kPrivate<JudgeBranchIdTag>(record); });
+          [record, agreement, privacy] { return agreementprivate::JudgeWhenLogin(record, agreement, privacy); });
+    Reads("AgreementSign::JudgeBranchId", -1, 1, [record] { return agreementprivate::JudgeBranchId(record); });
     Writes("AgreementSign::SetAgreeCache", [] { AgreementSign::SetAgreeCache(true); });
     Writes(
-        "AgreementSign::RecordeAgreeFlag", [] { kPrivate<RecordeAgreeFlagTag>(); },
+        "AgreementSign::RecordeAgreeFlag", [] { agreementprivate::RecordeAgreeFlag(); },
         [this] { Host().StoreUserText(kService, L"AgreeFlag", L"0"); });
-    Writes("AgreementSign::DeleteAgreeFlag", [] { kPrivate<DeleteAgreeFlagTag>(); });
+    Writes("AgreementSign::DeleteAgreeFlag", [] { agreementprivate::DeleteAgreeFlag(); });
 
     const std::string protocol = "protocol with a long text";
     Reads("SystemEnvironment::IsAgreeClause", protocol, std::string("0"),
@@ -666,42 +466,6 @@ TEST_F(AllFunctionsTest, RowsOfTheMatrix_AreAllThatIsExported) {
     EXPECT_THAT(exported, testing::Contains("SystemEnvironment::GetDeviceId"));
 }
 
-// --- the first question for the device's identifier, whose answer the process keeps
-
-/** Asks with failing allocations until the number is known; prints what is neither the number nor the default. */
-void AskForTheDeviceId(Failing (*failing)(std::size_t)) {
-    // Each failed call uses the default that is kept ready. The next call first asks for memory for another.
-    constexpr std::size_t kAllocationsOfADefault = 2;
-    Machine machine;
-    machine.Arrange();
-    const memorymatrix::Registry before = memorymatrix::ReadRegistry();
-    memorymatrix::FixedLines lines;
-    kxtest::MemoryFault memory({"ScreenRecordProxy.dll", "Util.dll"});
-    bool isKnown = false;
-    for (std::size_t nth = 1; !isKnown; nth += nth == 1 ? kAllocationsOfADefault : 1) {
-        bool isDefault = false;
-        memory.Run(failing(nth), [&] {
-            const std::string id = SystemEnvironment::GetDeviceId();
-            isKnown = id == kSerialNumber;
-            isDefault = id == kDefaultDeviceId;
-        });
-        if (!isKnown && !isDefault) {
-            std::printf("allocation %zu: another answer\n", nth);
-            return;
-        }
-    }
-    std::printf("%s", memorymatrix::ReadRegistry() == before ? "the number" : "the registry has changed");
-}
-
-const kxtest::ChildScenario kRecordedOnce("recorded-once", [] { AskForTheDeviceId(&Failing::Once); });
-const kxtest::ChildScenario kRecordedFrom("recorded-from", [] { AskForTheDeviceId(&Failing::From); });
-
-TEST(DeviceIdWithoutMemory, RecordedNumber_DefaultUntilThereIsMemory) {
-    for (const char* const scenario : {"recorded-once", "recorded-from"}) {
-        const kxtest::ChildResult result = kxtest::RunChild(scenario);
-        EXPECT_EQ(result.exitCode, 0u) << scenario;
-        EXPECT_EQ(result.output, "the number") << scenario;
-    }
-}
-
 } // namespace
+
+} // namespace integrationtest

@@ -3,11 +3,12 @@
 #include "systemenvironment.h"
 
 #include "productprofile.h"
+#include "registrykeys.h"
+#include "support/agreementprivate.h"
 #include "support/debuglines.h"
 #include "support/handlecount.h"
 #include "support/hostfolder.h"
 #include "support/logcapture.h"
-#include "support/privateaccess.h"
 #include "support/scratchregistry.h"
 
 #include "sdk/util/process.h"
@@ -23,23 +24,7 @@
 #include <thread>
 #include <vector>
 
-namespace {
-
-struct RecordeAgreeFlagTag {
-    using Type = void (*)();
-};
-struct DeleteAgreeFlagTag {
-    using Type = void (*)();
-};
-struct JudgeBranchIdTag {
-    using Type = int (*)(const std::wstring&);
-};
-
-} // namespace
-
-template struct kxtest::Expose<RecordeAgreeFlagTag, &AgreementSign::RecordeAgreeFlag>;
-template struct kxtest::Expose<DeleteAgreeFlagTag, &AgreementSign::DeleteAgreeFlag>;
-template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
+namespace integrationtest {
 
 namespace {
 
@@ -56,14 +41,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::size_t kLongLength = 40000;
-
-const std::wstring kService = L"Software\\Calvora\\AgreementService";
-const std::wstring kGuide = L"SOFTWARE\\Calvora\\KXLoginGuide";
-const std::wstring kSetting = L"SOFTWARE\\Calvora\\setting";
-const std::wstring kExpiry = L"SOFTWARE\\Calvora\\setting\\expireLogin";
-const std::wstring kPowerManager = L"Software\\Calvora\\ZLKPowerManager";
-const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
-const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
 
 void UseAgreementService(bool inUse) {
     WriteProfile(std::string("<AgreementService inUse=\"") + (inUse ? "true" : "false") + "\"/>");
@@ -172,19 +149,19 @@ TEST_F(SettingsIntegrationTest, NumbersWhereFlagsAndVersionsBelong_ReadAsMissing
 
 TEST_F(SettingsIntegrationTest, BranchIds_AreCompared) {
     const std::wstring record = L"\\Software\\Calvora\\AgreementService\\KXRecordWithLogin";
-    EXPECT_EQ(kxtest::kPrivate<JudgeBranchIdTag>(record), -1);
+    EXPECT_EQ(agreementprivate::JudgeBranchId(record), -1);
     StoreUserText(kService + L"\\WithAccountLogin\\LocalVersion", L"BranchId", L"b");
-    EXPECT_EQ(kxtest::kPrivate<JudgeBranchIdTag>(record), 1);
+    EXPECT_EQ(agreementprivate::JudgeBranchId(record), 1);
     StoreUserText(kService + L"\\KXRecordWithLogin", L"BranchId", L"b");
-    EXPECT_EQ(kxtest::kPrivate<JudgeBranchIdTag>(record), -1);
+    EXPECT_EQ(agreementprivate::JudgeBranchId(record), -1);
 }
 
 TEST_F(SettingsIntegrationTest, AgreeFlag_IsWrittenAndDeletedAlone) {
-    kxtest::kPrivate<DeleteAgreeFlagTag>();
-    kxtest::kPrivate<RecordeAgreeFlagTag>();
+    agreementprivate::DeleteAgreeFlag();
+    agreementprivate::RecordeAgreeFlag();
     StoreUserText(kService, L"Other", L"1");
     EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"1");
-    kxtest::kPrivate<DeleteAgreeFlagTag>();
+    agreementprivate::DeleteAgreeFlag();
     EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), std::nullopt);
     EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"Other"), L"1");
 }
@@ -198,9 +175,9 @@ TEST_F(SettingsIntegrationTest, ServiceKeyWithoutWriteAccess_FlagsAreReadAndWrit
         EXPECT_EQ(AgreementSign::JudgeAgreementSign(), -1);
         AgreementSign::SetAgreeCache(false);
         EXPECT_TRUE(AgreementSign::GetAgreeCache());
-        kxtest::kPrivate<RecordeAgreeFlagTag>();
+        agreementprivate::RecordeAgreeFlag();
         EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
-        kxtest::kPrivate<DeleteAgreeFlagTag>();
+        agreementprivate::DeleteAgreeFlag();
         EXPECT_EQ(StoredRegistryText(HKEY_USERS, OfUser(kService), L"AgreeFlag"), L"0");
     }
     AgreementSign::SetAgreeCache(false);
@@ -461,13 +438,13 @@ TEST_F(EverythingTest, ManyThreads_EachGetsTheRightAnswers) {
 
 TEST_F(EverythingTest, ManyCalls_LeaveNoHandleOpen) {
     constexpr int kRounds = 50;
-    kxtest::kPrivate<RecordeAgreeFlagTag>();
+    agreementprivate::RecordeAgreeFlag();
     EXPECT_TRUE(AskEverything());
     const std::size_t before = kxtest::OpenHandleCount();
     for (int round = 0; round < kRounds; ++round) {
         EXPECT_TRUE(AskEverything());
-        kxtest::kPrivate<RecordeAgreeFlagTag>();
-        kxtest::kPrivate<DeleteAgreeFlagTag>();
+        agreementprivate::RecordeAgreeFlag();
+        agreementprivate::DeleteAgreeFlag();
         SystemEnvironment::SetLogSwitch(false);
     }
     EXPECT_FALSE(kxtest::HandlesLeakedSince(before, kRounds));
@@ -485,3 +462,5 @@ TEST_F(EverythingTest, AnyAnswer_LeavesTheSharedLogAlone) {
 }
 
 } // namespace
+
+} // namespace integrationtest

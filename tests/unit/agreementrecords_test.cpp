@@ -3,36 +3,15 @@
 
 #include "agreementsignfixture.h"
 #include "fakes/fakeutil_fault.h"
-#include "support/privateaccess.h"
+#include "support/agreementprivate.h"
 
 #include <optional>
 #include <ostream>
 
-namespace {
-
-struct JudgeWhenLoginTag {
-    using Type = int (*)(const std::wstring&, const std::string&, const std::string&);
-};
-struct JudgeBranchIdTag {
-    using Type = int (*)(const std::wstring&);
-};
-struct RecordeAgreeFlagTag {
-    using Type = void (*)();
-};
-struct DeleteAgreeFlagTag {
-    using Type = void (*)();
-};
-
-} // namespace
-
-template struct kxtest::Expose<JudgeWhenLoginTag, &AgreementSign::JudgeWhenLogin>;
-template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
-template struct kxtest::Expose<RecordeAgreeFlagTag, &AgreementSign::RecordeAgreeFlag>;
-template struct kxtest::Expose<DeleteAgreeFlagTag, &AgreementSign::DeleteAgreeFlag>;
+namespace agreementtest {
 
 namespace {
 
-using namespace agreementtest;
 using fakeutil::RegistryCalls;
 using fakeutil::RegistryData;
 using testing::ElementsAre;
@@ -42,7 +21,7 @@ using testing::ElementsAre;
 class JudgeWhenLoginTest : public AgreementSignTest {
 protected:
     static int Judge(const std::wstring& key, const std::string& agreement, const std::string& privacy) {
-        return kxtest::kPrivate<JudgeWhenLoginTag>(key, agreement, privacy);
+        return agreementprivate::JudgeWhenLogin(key, agreement, privacy);
     }
 };
 
@@ -101,7 +80,7 @@ std::ostream& operator<<(std::ostream& out, const BranchPlace& place) {
 
 class JudgeBranchIdTest : public AgreementSignTest, public testing::WithParamInterface<BranchPlace> {
 protected:
-    static int Judge() { return kxtest::kPrivate<JudgeBranchIdTag>(GetParam().recordKey); }
+    static int Judge() { return agreementprivate::JudgeBranchId(GetParam().recordKey); }
     static std::vector<Call> ExpectedCalls() {
         return {call::GetFlag(GetParam().acceptedKey, "BranchId"), call::GetFlag(GetParam().inForceKey, "BranchId")};
     }
@@ -180,8 +159,8 @@ TEST_F(AgreementSignTest, SetAgreeCacheFails_IsIgnoredAndTheNextWorks) {
 
 class AgreeFlagTest : public AgreementSignTest {
 protected:
-    static void Recorde() { kxtest::kPrivate<RecordeAgreeFlagTag>(); }
-    static void Delete() { kxtest::kPrivate<DeleteAgreeFlagTag>(); }
+    static void Recorde() { agreementprivate::RecordeAgreeFlag(); }
+    static void Delete() { agreementprivate::DeleteAgreeFlag(); }
     static std::optional<RegistryData> Stored() {
         return fakeutil::StoredValue(HKEY_USERS, OfUser(kService), L"AgreeFlag");
     }
@@ -244,12 +223,14 @@ TEST_F(AgreementSignTest, FlagOperationsThrowInside_NothingGetsOut) {
     fakeutil::ThrowFrom("DE::Registry::SetValue");
     EXPECT_NO_THROW(AgreementSign::SetAgreeCache(true));
     fakeutil::ThrowFrom("DE::Registry::SetValue");
-    EXPECT_NO_THROW(kxtest::kPrivate<RecordeAgreeFlagTag>());
+    EXPECT_NO_THROW(agreementprivate::RecordeAgreeFlag());
     fakeutil::ThrowFrom("DE::Registry::DeleteValue");
-    EXPECT_NO_THROW(kxtest::kPrivate<DeleteAgreeFlagTag>());
+    EXPECT_NO_THROW(agreementprivate::DeleteAgreeFlag());
     fakeutil::ThrowFrom("AccountUtil::GetFlag");
-    EXPECT_NO_THROW(EXPECT_EQ(kxtest::kPrivate<JudgeBranchIdTag>(kLoginRecord), kSignAgain));
+    EXPECT_NO_THROW(EXPECT_EQ(agreementprivate::JudgeBranchId(kLoginRecord), kSignAgain));
     EXPECT_FALSE(fakeutil::IsThrowPending());
 }
 
 } // namespace
+
+} // namespace agreementtest

@@ -6,8 +6,8 @@
 #include "fakes/fakeutil_registry.h"
 #include "fakes/fakeutil_services.h"
 #include "queryfixture.h"
+#include "support/agreementprivate.h"
 #include "support/importpatch.h"
-#include "support/privateaccess.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,24 +17,6 @@
 #include <set>
 #include <sstream>
 #include <tuple>
-
-namespace {
-
-struct JudgeBranchIdTag {
-    using Type = int (*)(const std::wstring&);
-};
-struct RecordeAgreeFlagTag {
-    using Type = void (*)();
-};
-struct DeleteAgreeFlagTag {
-    using Type = void (*)();
-};
-
-} // namespace
-
-template struct kxtest::Expose<JudgeBranchIdTag, &AgreementSign::JudgeBranchId>;
-template struct kxtest::Expose<RecordeAgreeFlagTag, &AgreementSign::RecordeAgreeFlag>;
-template struct kxtest::Expose<DeleteAgreeFlagTag, &AgreementSign::DeleteAgreeFlag>;
 
 namespace {
 
@@ -159,12 +141,12 @@ const std::vector<std::pair<const char*, std::function<void()>>> kFunctions = {
      [] {
          const std::string record = kServiceRecord;
          const std::wstring wide(record.begin(), record.end());
-         kxtest::kPrivate<JudgeBranchIdTag>(wide);
-         kxtest::kPrivate<JudgeBranchIdTag>(wide + L"Cache");
-         kxtest::kPrivate<JudgeBranchIdTag>(L"");
+         agreementprivate::JudgeBranchId(wide);
+         agreementprivate::JudgeBranchId(wide + L"Cache");
+         agreementprivate::JudgeBranchId(L"");
      }},
-    {"RecordeAgreeFlag", [] { kxtest::kPrivate<RecordeAgreeFlagTag>(); }},
-    {"DeleteAgreeFlag", [] { kxtest::kPrivate<DeleteAgreeFlagTag>(); }},
+    {"RecordeAgreeFlag", [] { agreementprivate::RecordeAgreeFlag(); }},
+    {"DeleteAgreeFlag", [] { agreementprivate::DeleteAgreeFlag(); }},
 };
 
 std::string LowerCase(std::string text) {
