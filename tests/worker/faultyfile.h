@@ -38,4 +38,20 @@ private:
     std::size_t m_writes = 0;
 };
 
+/**
+ * Lets one write after the other fail, once and then for good, from number @p first to before @p writes.
+ * @param record records into the file that it is given
+ * @param check called with the number of the write and what the file then holds
+ */
+template <class Record, class Check>
+void FailEachWrite(std::size_t first, std::size_t writes, const Record& record, const Check& check) {
+    for (std::size_t failing = first; failing < writes; ++failing) {
+        for (const std::size_t count : {std::size_t{1}, SIZE_MAX}) {
+            FaultyFile disk(failing, count);
+            record(disk);
+            check(failing, disk.Bytes());
+        }
+    }
+}
+
 } // namespace kxtest

@@ -12,10 +12,9 @@
 #include <numeric>
 #include <string>
 
-namespace {
+namespace kxvcr::test {
 
-using namespace kxvcr;
-using namespace kxvcr::test;
+namespace {
 
 constexpr std::uint32_t kRate = 30;
 constexpr double kGoodPsnr = 35;
@@ -230,29 +229,6 @@ TEST(H264Encoder, ChangedEffort_GoesOnWithTheSameFormat) {
     EXPECT_EQ(encoder->Format().decoderConfig, config);
 }
 
-// A moving picture without rest: the bytes of so many seconds of it.
-std::size_t BytesOf(std::uint32_t bitRate, std::uint64_t seconds) {
-    EncoderSettings settings = Settings(160, 96);
-    settings.bitRate = bitRate;
-    const auto encoder = MakeH264(settings);
-    Picture picture(160, 96);
-    std::size_t bytes = 0;
-    for (std::uint64_t slot = 0; slot < seconds * kRate; ++slot) {
-        picture.FillWithNoise({0, 0, 160, 96}, static_cast<std::uint32_t>(slot));
-        bytes += encoder->Encode(picture.View(), SlotTime(slot, kRate), false)->bytes.size();
-    }
-    return bytes;
-}
-
-TEST(H264Encoder, BitRate_IsKeptOverSomeSeconds) {
-    constexpr std::uint32_t kBitRate = 1'000'000;
-    constexpr std::uint64_t kSeconds = 12;
-    constexpr std::uint64_t kReserveSeconds = 3;
-
-    EXPECT_LE(BytesOf(kBitRate, kSeconds) * 8, kBitRate * (kSeconds + kReserveSeconds));
-    EXPECT_GT(BytesOf(kBitRate * 10, kSeconds) * 8, kBitRate * (kSeconds + kReserveSeconds));
-}
-
 double QualityPsnr(std::uint32_t quality) {
     EncoderSettings settings = Settings(320, 240);
     settings.quality = quality;
@@ -272,17 +248,6 @@ TEST(H264Encoder, Quality_DecidesHowCloseThePictureIs) {
     EXPECT_LT(worst, middle);
     EXPECT_LT(middle, usual);
     EXPECT_LT(usual, best);
-}
-
-TEST(H264Encoder, WrongSize_FailsAndTheNextPictureIsAKeyPicture) {
-    const auto encoder = MakeH264(Settings(320, 240));
-    encoder->Encode(Page(320, 240).View(), SlotTime(0, kRate), false);
-
-    EXPECT_EQ(encoder->Encode(Page(320, 238).View(), SlotTime(1, kRate), false), nullptr);
-    const SharedPacket packet = encoder->Encode(Page(320, 240).View(), SlotTime(2, kRate), false);
-
-    ASSERT_NE(packet, nullptr);
-    EXPECT_TRUE(packet->isKey);
 }
 
 class FakeH264 : public testing::Test {
@@ -423,3 +388,5 @@ TEST_F(FakeH264, Encoder_KeepsItsLibraryLoaded) {
 }
 
 } // namespace
+
+} // namespace kxvcr::test

@@ -11,9 +11,10 @@
 
 #include <algorithm>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using kxvcr::MediaTime;
 using kxvcr::Mp4Writer;
 using kxvcr::SharedPacket;
@@ -24,16 +25,6 @@ constexpr std::string_view kOrdinaryFile = "ftyp mdat moov";
 std::unique_ptr<Mp4Writer> Open(kxvcr::OutputFile& file, const kxvcr::StreamFormat& format = H264(),
                                 MediaTime start = {}) {
     return Mp4Writer::Create(file, format, start);
-}
-
-// Adds pictures until one is refused; returns the number behind the last that was taken.
-std::uint64_t AddPictures(Mp4Writer& writer, std::uint64_t first, std::uint64_t end) {
-    for (std::uint64_t number = first; number < end; ++number) {
-        if (!writer.Add(Picture(number))) {
-            return number;
-        }
-    }
-    return end;
 }
 
 // The track's samples must be the pictures from @p first on, each shown for its slot.
@@ -370,109 +361,6 @@ TEST(Mp4Writer, FirstPictureBehindTheStart_IsShownFromTheStartOn) {
     EXPECT_EQ(file.duration, 180'000u);
 }
 
-TEST(Mp4Writer, Sound_IsHeardFromTheStartOnWithoutItsDecodersDelay) {
-    MemoryFile disk;
-    const auto writer = Open(disk, H264(Aac()));
-    AddPictures(*writer, 0, 30);
-    for (std::int64_t i = 0; i < 60; ++i) {
-        ASSERT_TRUE(writer->Add(Sound(Aac(), i)));
-    }
-
-    writer->Finish(Seconds(1));
-
-    const Mp4File file = ReadMp4(disk.bytes);
-    ASSERT_EQ(file.tracks.size(), 2u);
-    const Mp4Track& sound = file.tracks[1];
-    EXPECT_EQ(sound.edits, (std::vector<Mp4Edit>{{90'000, 1024}})) << "cut at the last picture's end";
-    ASSERT_EQ(sound.samples.size(), 60u);
-    for (std::size_t i = 0; i < sound.samples.size(); ++i) {
-        EXPECT_EQ(sound.samples[i].time, static_cast<std::int64_t>(i) * 1024);
-        EXPECT_EQ(sound.samples[i].duration, 1024);
-        EXPECT_EQ(BytesOf(disk.bytes, sound.samples[i]), Sound(Aac(), static_cast<std::int64_t>(i))->bytes);
-    }
-}
-
-TEST(Mp4Writer, SoundInFragments_HasTheSameTimesAsPictures) {
-    MemoryFile disk;
-    const auto writer = Open(disk, H264(Aac()));
-    writer->Add(Picture(0));
-    for (std::int64_t i = 0; i < 200; ++i) {
-        writer->Add(Sound(Aac(), i));
-    }
-
-    writer->Flush(Seconds(4));
-
-    const Mp4Track sound = ReadMp4(disk.bytes).tracks[1];
-    EXPECT_EQ(sound.edits, (std::vector<Mp4Edit>{{0, 2048}}));
-    ASSERT_EQ(sound.samples.size(), 200u);
-    EXPECT_EQ(sound.samples[1].time - 2048, 0) << "packet 1 is heard at the file's time 0";
-    EXPECT_EQ(sound.samples[199].time - 2048, 198 * 1024);
-}
-
-TEST(Mp4Writer, SoundBeforeTheStart_BeginsOnePacketEarlyForTheDecoder) {
-    MemoryFile disk;
-    const auto writer = Open(disk, H264(Aac()), Seconds(1));
-    for (std::int64_t i = 0; i < 100; ++i) {
-        writer->Add(Sound(Aac(), i));
-    }
-    AddPictures(*writer, 0, 60);
-
-    writer->Finish(Seconds(2));
-
-    // Second 1 is sample 48,000: 896 samples into packet 47, whose time is 46 * 1024 samples.
-    const Mp4Track sound = ReadMp4(disk.bytes).tracks[1];
-    EXPECT_EQ(BytesOf(disk.bytes, sound.samples.at(0)), Sound(Aac(), 46)->bytes);
-    EXPECT_EQ(sound.edits, (std::vector<Mp4Edit>{{90'000, 1024 + 896}}));
-}
-
-TEST(Mp4Writer, SoundThatComesLate_BeginsWithSilence) {
-    MemoryFile disk;
-    const auto writer = Open(disk, H264(Aac()));
-    AddPictures(*writer, 0, 60);
-    for (std::int64_t i = 48; i < 90; ++i) { // from sample 47 * 1024 on
-        writer->Add(Sound(Aac(), i));
-    }
-
-    writer->Finish(Seconds(2));
-
-    const Mp4Track sound = ReadMp4(disk.bytes).tracks[1];
-    const std::uint64_t silence = std::uint64_t{47} * 1024 * 90'000 / 48'000;
-    const std::uint64_t heard = std::uint64_t{89} * 1024 * 90'000 / 48'000 - silence;
-    EXPECT_EQ(sound.edits, (std::vector<Mp4Edit>{{silence, -1}, {heard, 0}}));
-    EXPECT_EQ(sound.duration, silence + heard);
-}
-
-TEST(Mp4Writer, GapInTheSound_IsKept) {
-    for (const bool finished : {false, true}) {
-        MemoryFile disk;
-        const auto writer = Open(disk, H264(Aac()));
-        writer->Add(Picture(0));
-        for (const std::int64_t i : {0, 1, 2, 12, 13}) {
-            writer->Add(Sound(Aac(), i));
-        }
-        if (finished) {
-            writer->Finish(Seconds(1));
-        } else {
-            writer->Flush(Seconds(1));
-        }
-
-        const Mp4Track sound = ReadMp4(disk.bytes).tracks[1];
-        ASSERT_EQ(sound.samples.size(), 5u);
-        EXPECT_EQ(sound.samples[2].duration, 10 * 1024);
-        EXPECT_EQ(sound.samples[4].time - sound.samples[0].time, 13 * 1024);
-    }
-}
-
-TEST(Mp4Writer, FileWithoutASoundsPackets_HasNoTrackOfSound) {
-    MemoryFile disk;
-    const auto writer = Open(disk, H264(Aac()));
-    AddPictures(*writer, 0, 10);
-
-    writer->Finish(Seconds(1));
-
-    EXPECT_EQ(ReadMp4(disk.bytes).tracks.size(), 1u);
-}
-
 TEST(Mp4Writer, RecordingOfDays_KeepsItsTimes) {
     constexpr double kTenHours = 36'000;
     MemoryFile disk;
@@ -581,22 +469,19 @@ TEST(Mp4Writer, AnyWriteThatFails_LeavesAFileThatPlays) {
     constexpr std::size_t kWritesOfTheHead = 2; // the second one with the first picture's edit list
     constexpr std::size_t kWritesOfAFragment = 2;
 
-    for (std::size_t failing = kWritesOfTheHead; failing < faultless.Writes(); ++failing) {
-        for (const std::size_t count : {std::size_t{1}, SIZE_MAX}) {
-            FaultyFile disk(failing, count);
-
-            record(disk);
-
-            const Mp4File file = ReadMp4(disk.Bytes());
-            ASSERT_FALSE(file.tracks.empty()) << failing;
-            EXPECT_FALSE(file.hasTornEnd) << failing;
-            const std::vector<Mp4Sample>& samples = file.tracks[0].samples;
-            for (std::size_t i = 0; i < samples.size(); ++i) {
-                ASSERT_EQ(BytesOf(disk.Bytes(), samples[i]), Picture(i)->bytes) << failing;
-            }
-            EXPECT_EQ(samples.empty(), failing < kWritesOfTheHead + kWritesOfAFragment) << failing;
-        }
-    }
+    FailEachWrite(kWritesOfTheHead, faultless.Writes(), record,
+                  [](std::size_t failing, const std::vector<std::byte>& bytes) {
+                      const Mp4File file = ReadMp4(bytes);
+                      ASSERT_FALSE(file.tracks.empty()) << failing;
+                      EXPECT_FALSE(file.hasTornEnd) << failing;
+                      const std::vector<Mp4Sample>& samples = file.tracks[0].samples;
+                      for (std::size_t i = 0; i < samples.size(); ++i) {
+                          ASSERT_EQ(BytesOf(bytes, samples[i]), Picture(i)->bytes) << failing;
+                      }
+                      EXPECT_EQ(samples.empty(), failing < kWritesOfTheHead + kWritesOfAFragment) << failing;
+                  });
 }
 
 } // namespace
+
+} // namespace kxtest

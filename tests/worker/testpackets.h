@@ -4,11 +4,13 @@
  */
 #pragma once
 
+#include "worker/file/mediawriter.h"
 #include "worker/packet.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace kxtest {
@@ -30,6 +32,16 @@ inline kxvcr::SharedPacket Picture(std::uint64_t number, kxvcr::MediaTime time) 
 }
 inline kxvcr::SharedPacket Picture(std::uint64_t number) {
     return Picture(number, kxvcr::SlotTime(number, kRate));
+}
+
+/** Adds the pictures from @p first to before @p end until one is refused; returns the number behind the last taken. */
+inline std::uint64_t AddPictures(kxvcr::MediaWriter& writer, std::uint64_t first, std::uint64_t end) {
+    for (std::uint64_t number = first; number < end; ++number) {
+        if (!writer.Add(Picture(number))) {
+            return number;
+        }
+    }
+    return end;
 }
 
 inline kxvcr::SoundFormat Aac() {

@@ -12,10 +12,9 @@
 #include <optional>
 #include <string>
 
-namespace {
+namespace kxvcr::test {
 
-using namespace kxvcr;
-using namespace kxvcr::test;
+namespace {
 
 constexpr std::uint32_t kRate = 30;
 constexpr double kGoodPsnr = 35;
@@ -194,37 +193,6 @@ TEST(Vp9Encoder, Quality_DecidesHowCloseThePictureIs) {
     EXPECT_LT(usual, best);
 }
 
-std::size_t BytesOf(std::uint32_t bitRate, std::uint64_t seconds) {
-    EncoderSettings settings = Settings(160, 96);
-    settings.bitRate = bitRate;
-    const auto encoder = MakeVp9(settings);
-    Picture picture(160, 96);
-    std::size_t bytes = 0;
-    for (std::uint64_t slot = 0; slot < seconds * kRate; ++slot) {
-        picture.FillWithNoise({0, 0, 160, 96}, static_cast<std::uint32_t>(slot));
-        bytes += encoder->Encode(picture.View(), SlotTime(slot, kRate), false)->bytes.size();
-    }
-    return bytes;
-}
-
-TEST(Vp9Encoder, BitRate_IsKeptOverSomeSeconds) {
-    constexpr std::uint32_t kBitRate = 1'000'000;
-    constexpr std::uint64_t kSeconds = 12;
-    constexpr std::uint64_t kReserveSeconds = 3;
-
-    EXPECT_LE(BytesOf(kBitRate, kSeconds) * 8, kBitRate * (kSeconds + kReserveSeconds));
-    EXPECT_GT(BytesOf(kBitRate * 10, kSeconds) * 8, kBitRate * (kSeconds + kReserveSeconds));
-}
-
-TEST(Vp9Encoder, WrongSize_FailsAndTheNextPictureIsAKeyPicture) {
-    const auto encoder = MakeVp9(Settings(320, 240));
-    encoder->Encode(Page(320, 240).View(), SlotTime(0, kRate), false);
-
-    EXPECT_EQ(encoder->Encode(Page(320, 238).View(), SlotTime(1, kRate), false), nullptr);
-    const SharedPacket packet = encoder->Encode(Page(320, 240).View(), SlotTime(2, kRate), false);
-
-    ASSERT_NE(packet, nullptr);
-    EXPECT_TRUE(packet->isKey);
-}
-
 } // namespace
+
+} // namespace kxvcr::test

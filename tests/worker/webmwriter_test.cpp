@@ -10,9 +10,10 @@
 
 #include <algorithm>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using kxvcr::DocType;
 using kxvcr::MediaTime;
 using kxvcr::MediaWriter;
@@ -20,16 +21,6 @@ using kxvcr::MediaWriter;
 std::unique_ptr<MediaWriter> Open(kxvcr::OutputFile& file, const kxvcr::StreamFormat& format = Vp9(),
                                   MediaTime start = {}) {
     return kxvcr::CreateWebmWriter(file, DocType::WebM, format, start);
-}
-
-// Adds pictures until one is refused; returns the number behind the last that was taken.
-std::uint64_t AddPictures(MediaWriter& writer, std::uint64_t first, std::uint64_t end) {
-    for (std::uint64_t number = first; number < end; ++number) {
-        if (!writer.Add(Picture(number))) {
-            return number;
-        }
-    }
-    return end;
 }
 
 std::int64_t MillisecondsOfSlot(std::uint64_t slot) {
@@ -300,19 +291,13 @@ TEST(WebmWriter, AnyWriteThatFails_LeavesEveryPacketBeforeIt) {
     record(faultless);
     ASSERT_EQ(ReadMatroska(faultless.Bytes()).frames.size(), 70u);
 
-    for (std::size_t failing = 1; failing < faultless.Writes(); ++failing) {
-        for (const std::size_t count : {std::size_t{1}, SIZE_MAX}) {
-            FaultyFile disk(failing, count);
-
-            record(disk);
-
-            const MatroskaFile file = ReadMatroska(disk.Bytes());
-            EXPECT_EQ(file.codec, "V_VP9");
-            for (std::size_t i = 0; i < file.frames.size(); ++i) {
-                ASSERT_EQ(file.frames[i].bytes, Picture(i)->bytes) << failing;
-            }
+    FailEachWrite(1, faultless.Writes(), record, [](std::size_t failing, const std::vector<std::byte>& bytes) {
+        const MatroskaFile file = ReadMatroska(bytes);
+        EXPECT_EQ(file.codec, "V_VP9");
+        for (std::size_t i = 0; i < file.frames.size(); ++i) {
+            ASSERT_EQ(file.frames[i].bytes, Picture(i)->bytes) << failing;
         }
-    }
+    });
 }
 
 TEST(WebmWriter, PictureAfterAnHour_KeepsItsTimeAndTheLengthIsExact) {
@@ -330,3 +315,5 @@ TEST(WebmWriter, PictureAfterAnHour_KeepsItsTimeAndTheLengthIsExact) {
 }
 
 } // namespace
+
+} // namespace kxtest

@@ -65,7 +65,7 @@ public:
     }
     template <class... Boxes>
     void Put(const std::variant<Boxes...>& box) {
-        std::visit([this](const auto& chosen) { Put(chosen); }, box);
+        std::visit([this](const auto& chosen) { this->Put(chosen); }, box);
     }
 
 private:
