@@ -2,7 +2,8 @@
 """Runs a compiler or analyser over what build/mingw-release compiles, with the flags that it is compiled with.
 
 clang    every source of the rooms compiles with clang for the target, warnings are errors
-headers  every header of the rooms compiles alone, with the cross compiler
+headers  every header of the rooms compiles alone, with clang for the target. A header that its own source includes
+         before anything else is left out, because the build has shown it
 tidy     clang-tidy finds nothing in the sources of the rooms
 """
 import argparse
@@ -10,6 +11,7 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import shlex
 import subprocess
 import sys
@@ -24,10 +26,11 @@ def output_of(*command, **options):
     return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
 
 
-def cross_headers():
+def clang_arguments():
     """Clang reads the C++ headers of the cross compiler."""
     folder = output_of(GCC, "-print-file-name=include").strip()
-    return [f"-isystem{folder}/c++", f"-isystem{folder}/c++/x86_64-w64-mingw32"]
+    return [TARGET, "-Wno-unknown-warning-option", "-Wreserved-identifier", "-Wreserved-macro-identifier",
+            f"-isystem{folder}/c++", f"-isystem{folder}/c++/x86_64-w64-mingw32"]
 
 
 def compiled_sources():
@@ -80,25 +83,34 @@ def affected_since(base):
 
 
 def clang_commands(options):
-    extra = [TARGET, "-fsyntax-only", "-Wno-unknown-warning-option", *cross_headers()]
+    extra = ["-fsyntax-only", *clang_arguments()]
     for source, arguments in sorted(compiled_sources().items()):
         if is_in(source, options.room):
             yield source, ["clang++-16", *arguments, *extra, str(ROOT / source)]
 
 
+def is_first_in_its_source(header):
+    source = (ROOT / header).with_suffix(".cpp")
+    if not source.is_file():
+        return False
+    first = re.search(r'^\s*#\s*include\s*[<"]([^">]+)[">]', source.read_text(encoding="utf-8"), re.MULTILINE)
+    return first is not None and pathlib.PurePosixPath(first[1]).name == source.with_suffix(".h").name
+
+
 def headers_commands(options):
     sources = compiled_sources()
+    extra = ["-fsyntax-only", *clang_arguments()]
     for header in tracked("*.h"):
-        if not is_in(header, options.room):
+        if not is_in(header, options.room) or is_first_in_its_source(header):
             continue
         # The flags of the source that lies nearest: most folders in common, then the first by name.
         nearest = max(sorted(sources), key=lambda source: len(os.path.commonprefix([source, header])))
-        yield header, [GCC, *sources[nearest], "-fsyntax-only", "-include", str(ROOT / header), "-x", "c++", os.devnull]
+        yield header, ["clang++-16", *sources[nearest], *extra, "-include", str(ROOT / header), "-x", "c++", os.devnull]
 
 
 def tidy_commands(options):
     chosen = affected_since(options.changed) if options.changed else None
-    extra = ["--extra-arg=" + argument for argument in [TARGET, "-Wno-unknown-warning-option", *cross_headers()]]
+    extra = ["--extra-arg=" + argument for argument in clang_arguments()]
     for source in sorted(compiled_sources()):
         if is_in(source, options.room) and (chosen is None or source in chosen):
             yield source, ["clang-tidy-16", "--quiet", "-p", str(BUILD), *extra, str(ROOT / source)]

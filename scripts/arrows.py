@@ -1,5 +1,9 @@
 #!/usr/bin/env python3
-"""Checks which room of the repository includes which: every include must follow an arrow of the table below."""
+"""Checks which room of the repository includes which: every include must follow an arrow of the table below.
+
+Checks, too, that private members are reached through tests/support/ only, that every file begins with a comment, and
+that no using directive stands at file scope.
+"""
 import argparse
 import collections
 import pathlib
@@ -54,6 +58,9 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')
 PRIVATE_MEMBERS = re.compile(r"^\s*#\s*define\s+(?:private|protected|class)\b"
                              r"|^\s*template\s+(?:struct|class)\s+(?!kxtest::Expose\b)[\w:]+<[^;]*&\w+::")
 
+USING_DIRECTIVE = re.compile(r"^using namespace ")
+NAMED_NAMESPACE = re.compile(r"^(namespace|} // namespace) [\w:]")
+
 
 def room_of(path):
     """The innermost room that a file lies in."""
@@ -84,7 +91,15 @@ def check_file(path, arrows):
     if room is None:
         return [f"{path}: lies in no room of scripts/arrows.py"]
     findings = []
-    for number, line in enumerate((ROOT / path).read_text(encoding="utf-8").splitlines(), 1):
+    lines = (ROOT / path).read_text(encoding="utf-8").splitlines()
+    if not lines[0].startswith(("//", "/*")):
+        findings.append(f"{path}:1: the file does not begin with a comment that says what it is")
+    depth = 0
+    for number, line in enumerate(lines, 1):
+        if named := NAMED_NAMESPACE.match(line):
+            depth += 1 if named[1] == "namespace" else -1
+        if depth == 0 and USING_DIRECTIVE.match(line):
+            findings.append(f"{path}:{number}: a using directive at file scope")
         if PRIVATE_MEMBERS.match(line) and room != "tests/support":
             findings.append(f"{path}:{number}: private members are reached through tests/support/ only")
         include = INCLUDE.match(line)
@@ -106,7 +121,7 @@ def check_file(path, arrows):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--count", action="store_true",
                         help="list the arrows between rooms and how many includes each has")
     options = parser.parse_args()

@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'HELP'
-usage: scripts/bootstrap.sh [--help]
+usage: scripts/bootstrap.sh [--lint | --help]
 
 Prepares a Debian machine for building and testing:
   1. installs the host packages that are missing (cross compiler, Wine, virtual display, browser, ffmpeg);
@@ -13,11 +13,12 @@ Prepares a Debian machine for building and testing:
      for 64-bit Windows into build/deps/x86_64-w64-mingw32;
   3. makes the template Wine prefix that test runs are copied from, in build/deps/wineprefix.
 
+With --lint only the host packages that scripts/lint.sh calls are installed.
 What is there is skipped: a second run does nothing and needs no network.
 HELP
 }
 case "${1:-}" in
-    "") ;;
+    "" | --lint) ;;
     -h | --help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
 esac
@@ -32,6 +33,7 @@ readonly HOST_PACKAGES=(
     ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix make nasm ninja-build
     procps python3 util-linux wine64 x11-utils xauth xvfb
 )
+readonly LINT_PACKAGES=(clang-16 clang-format-16 clang-tidy-16 doxygen eslint flake8 shellcheck)
 
 say() { printf '== %s\n' "$*"; }
 
@@ -39,9 +41,10 @@ as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-install_host_packages() {
+# install PACKAGE...: installs those that are missing.
+install() {
     local missing=() package
-    for package in "${HOST_PACKAGES[@]}"; do
+    for package in "$@"; do
         dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' || missing+=("$package")
     done
     [ "${#missing[@]}" -eq 0 ] && return
@@ -209,7 +212,11 @@ make_template_prefix() {
     touch "$template/.ready"
 }
 
-install_host_packages
+if [ "${1:-}" = --lint ]; then
+    install "${LINT_PACKAGES[@]}"
+    exit
+fi
+install "${HOST_PACKAGES[@]}"
 # Without its thread pool: the pool's threads outlive main, and the library then waits for them for ever.
 readonly LOG4CPLUS_OPTIONS=(
     -DUNICODE=ON -DLOG4CPLUS_BUILD_TESTING=OFF -DWITH_UNIT_TESTS=OFF -DLOG4CPLUS_BUILD_LOGGINGSERVER=OFF

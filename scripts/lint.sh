@@ -8,31 +8,24 @@ usage() {
 usage: scripts/lint.sh [CHECK...]
        scripts/lint.sh tidy --all | --changed BASE
 
-Checks; without arguments those that need no build: arrows, format, docs, shell, python and script.
-  arrows   every include follows an arrow between rooms that scripts/arrows.py allows
+Checks; without arguments all of them:
+  arrows   every include follows an arrow between rooms that scripts/arrows.py allows; every file says what it is
   format   every source file is as .clang-format would write it
   headers  every header compiles alone
-  clang    product, suite libraries, worker and host compile with clang for the target, too
-  tidy     clang-tidy finds nothing in the product and the suite libraries; with --all in everything that is built,
-           with --changed BASE in every source that the changes since commit BASE affect
+  clang    worker and host compile with clang for the target, too
+  tidy     product and suite libraries compile with clang, and clang-tidy finds nothing in them; with --all in everything
+           that is built, with --changed BASE in every source that the changes since commit BASE affect
   docs     the public headers document everything (doxygen)
   shell    shellcheck finds nothing in the scripts
   python   flake8 finds nothing in the Python scripts and tests
   script   eslint finds nothing in the live page's script
-Installs the tools that are missing. headers, clang and tidy build first.
+Installs the tools that are missing (scripts/bootstrap.sh --lint). headers, clang and tidy build first.
 HELP
 }
 
-readonly PRODUCT=(libraries systemenvironment agreement suite)
-readonly SHIPPED=(common "${PRODUCT[@]}" worker host)
-readonly BUILT=("${SHIPPED[@]}" tests benchmarks)
-
-# need COMMAND PACKAGE: installs the distribution's package when the command is missing.
-need() {
-    command -v "$1" >/dev/null && return
-    local install=(apt-get install -y -qq --no-install-recommends "$2")
-    if [ "$(id -u)" -eq 0 ]; then "${install[@]}" >/dev/null; else sudo "${install[@]}" >/dev/null; fi
-}
+readonly PRODUCT=(common libraries systemenvironment agreement suite)
+readonly PROGRAMS=(worker host)
+readonly BUILT=("${PRODUCT[@]}" "${PROGRAMS[@]}" tests benchmarks)
 
 # The build makes the compile commands and the generated sources that the analysers read.
 built=no
@@ -46,7 +39,6 @@ check_arrows() {
 }
 
 check_format() {
-    need clang-format-16 clang-format-16
     git ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-16 --dry-run -Werror
 }
 
@@ -56,13 +48,11 @@ check_headers() {
 }
 
 check_clang() {
-    need clang++-16 clang-16
     build
-    scripts/analyse.py clang "${SHIPPED[@]}"
+    scripts/analyse.py clang "${PROGRAMS[@]}"
 }
 
 check_tidy() {
-    need clang-tidy-16 clang-tidy-16
     build
     case "${1:-}" in
         '') scripts/analyse.py tidy "${PRODUCT[@]}" ;;
@@ -73,23 +63,19 @@ check_tidy() {
 }
 
 check_docs() {
-    need doxygen doxygen
     mkdir -p build/doxygen
     doxygen docs/Doxyfile
 }
 
 check_shell() {
-    need shellcheck shellcheck
     git ls-files -z '*.sh' .ci/run | xargs -0 shellcheck
 }
 
 check_python() {
-    need flake8 flake8
     git ls-files -z '*.py' | xargs -0 flake8 --max-line-length 120
 }
 
 check_script() {
-    need eslint eslint
     # A Node that is not the distribution's does not look where the distribution keeps its modules.
     git ls-files -z 'worker/live/page/*.js' |
         NODE_PATH=/usr/share/nodejs:/usr/lib/nodejs xargs -0 -r eslint --format unix --max-warnings 0
@@ -104,8 +90,11 @@ run() {
 
 case "${1:-}" in
     -h | --help) usage; exit 0 ;;
+esac
+scripts/bootstrap.sh --lint
+case "${1:-}" in
     tidy) run "$@"; exit ;;
-    '') set -- arrows format docs shell python script ;;
+    '') set -- arrows format docs shell python script headers clang tidy ;;
 esac
 for check in "$@"; do
     case "$check" in
