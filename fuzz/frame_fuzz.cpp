@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <span>
 
-namespace ipcmessage {
+using namespace ipcmessage;
 
 namespace {
 
@@ -45,5 +45,3 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     return 0;
 }
-
-} // namespace ipcmessage

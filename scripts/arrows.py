@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """Checks which room of the repository includes which: every include must follow an arrow of the table below.
 
-Checks, too, that private members are reached through tests/support/ only, that every file begins with a comment, and
-that no using directive stands at file scope.
+Checks, too, that private members are reached through tests/support/ only, and that every file begins with a comment.
 """
 import argparse
 import collections
@@ -58,9 +57,6 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')
 PRIVATE_MEMBERS = re.compile(r"^\s*#\s*define\s+(?:private|protected|class)\b"
                              r"|^\s*template\s+(?:struct|class)\s+(?!kxtest::Expose\b)[\w:]+<[^;]*&\w+::")
 
-USING_DIRECTIVE = re.compile(r"^using namespace ")
-NAMED_NAMESPACE = re.compile(r"^(namespace|} // namespace) [\w:]")
-
 
 def room_of(path):
     """The innermost room that a file lies in."""
@@ -94,12 +90,7 @@ def check_file(path, arrows):
     lines = (ROOT / path).read_text(encoding="utf-8").splitlines()
     if not lines[0].startswith(("//", "/*")):
         findings.append(f"{path}:1: the file does not begin with a comment that says what it is")
-    depth = 0
     for number, line in enumerate(lines, 1):
-        if named := NAMED_NAMESPACE.match(line):
-            depth += 1 if named[1] == "namespace" else -1
-        if depth == 0 and USING_DIRECTIVE.match(line):
-            findings.append(f"{path}:{number}: a using directive at file scope")
         if PRIVATE_MEMBERS.match(line) and room != "tests/support":
             findings.append(f"{path}:{number}: private members are reached through tests/support/ only")
         include = INCLUDE.match(line)

@@ -1,3 +1,4 @@
+// Lays out firmware tables byte by byte and hands them to the real Util.dll in place of the machine's own.
 #include "firmwaretable.h"
 
 #include <cstring>

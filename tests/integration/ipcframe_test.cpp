@@ -33,18 +33,18 @@ HeaderBytes Encoded(const FrameHeader& header) {
 } // namespace
 
 TEST(FrameHeader, Encoded_HasEachFieldAtItsOffset) {
-    EXPECT_EQ(HexOf(kEveryField), "4b584950"
-                                  "0100"
-                                  "0300"
-                                  "1817161514131211"
-                                  "24232221"
-                                  "34333231"
-                                  "44434241"
-                                  "54535251"
-                                  "64636261"
-                                  "74737271"
-                                  "00001000"
-                                  "01000000");
+    EXPECT_EQ(kxtest::HexOf(kEveryField), "4b584950"
+                                          "0100"
+                                          "0300"
+                                          "1817161514131211"
+                                          "24232221"
+                                          "34333231"
+                                          "44434241"
+                                          "54535251"
+                                          "64636261"
+                                          "74737271"
+                                          "00001000"
+                                          "01000000");
 }
 
 TEST(FrameHeader, EncodedAndDecoded_IsTheSame) {

@@ -1,3 +1,4 @@
+// Runs one row: counts the allocations of a call, then lets each of them fail, and compares what is left behind.
 #include "memorymatrix.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Writes the product profile where Util.dll looks for it.
 #include "productprofile.h"
 
 #include "support/hostfolder.h"

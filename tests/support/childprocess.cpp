@@ -1,3 +1,4 @@
+// Starts this program once more for a scenario, and waits for it within a limit.
 #include "support/childprocess.h"
 
 #include "common/win/handle.h"

@@ -1,3 +1,4 @@
+// Takes the place of OutputDebugStringW in the import table of the library under test.
 #include "support/debuglines.h"
 
 namespace kxtest {

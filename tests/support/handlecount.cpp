@@ -1,3 +1,4 @@
+// Counts by the system's list of all handles, because Wine does not count a process's own.
 #include "support/handlecount.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// Files and folders of a test program, made and removed with an object.
 #include "support/hostfolder.h"
 
 #include "common/win/modulepath.h"

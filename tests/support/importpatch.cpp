@@ -1,3 +1,4 @@
+// Walks the import directory of a loaded module and swaps one entry of its address table.
 #include "support/importpatch.h"
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// What replacing an imported function promises: one module's calls only, restored with the object, never silently.
 #include "support/importpatch.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// An appender on the suite's shared logger that keeps what it is given.
 #include "support/logcapture.h"
 
 #include "sdk/util/logtool.h"

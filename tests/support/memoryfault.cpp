@@ -1,3 +1,4 @@
+// The replaced allocators: they count on the thread under test only, and refuse where they are told.
 #include "support/memoryfault.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// The one place that names private members of the proxy; an explicit instantiation may do that.
 #include "support/proxyprivate.h"
 
 using KxScreenRecord::ScreenRecordProxy;

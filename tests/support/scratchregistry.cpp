@@ -1,3 +1,4 @@
+// Maps roots of this process onto keys of a throw-away user registry.
 #include "support/scratchregistry.h"
 
 #include <sddl.h>

@@ -1,3 +1,4 @@
+// What the tools of the tests promise: child processes, counted handles, files that go again, private members.
 #include "support/childprocess.h"
 #include "support/handlecount.h"
 #include "support/hostfolder.h"

@@ -8,9 +8,9 @@
 #include <optional>
 #include <ostream>
 
-namespace {
+namespace querytest {
 
-using namespace querytest;
+namespace {
 
 const std::wstring kExpiryKey = L"\\SOFTWARE\\Calvora\\setting\\expireLogin";
 const std::wstring kGuideKey = std::wstring(fakeutil::kDefaultSid) + L"\\SOFTWARE\\Calvora\\KXLoginGuide";
@@ -400,3 +400,5 @@ TEST_F(AgreementClauseTest, JudgementThrowsInside_Zero) {
 }
 
 } // namespace
+
+} // namespace querytest

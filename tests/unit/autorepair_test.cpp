@@ -3,9 +3,9 @@
 
 #include "queryfixture.h"
 
-namespace {
+namespace querytest {
 
-using namespace querytest;
+namespace {
 
 const std::wstring kSid = fakeutil::kDefaultSid;
 const std::wstring kSetting = kSid + L"\\SOFTWARE\\Calvora\\setting";
@@ -98,3 +98,5 @@ TEST_F(AutoRepairTest, AnySettingRead_WritesNothing) {
 }
 
 } // namespace
+
+} // namespace querytest

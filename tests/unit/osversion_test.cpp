@@ -7,9 +7,9 @@
 #include <functional>
 #include <ostream>
 
-namespace {
+namespace querytest {
 
-using namespace querytest;
+namespace {
 
 const std::wstring kWindows = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";
@@ -455,3 +455,5 @@ TEST(BoundedCopies, CheckedCopiesOfTheRunTime_AreNotImported) {
 }
 
 } // namespace
+
+} // namespace querytest

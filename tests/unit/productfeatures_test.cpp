@@ -6,9 +6,9 @@
 #include <optional>
 #include <ostream>
 
-namespace {
+namespace querytest {
 
-using namespace querytest;
+namespace {
 
 struct Query {
     const char* name;
@@ -149,3 +149,5 @@ TEST_F(QueryTest, TimeBacksShelfThrows_False) {
 }
 
 } // namespace
+
+} // namespace querytest

@@ -13,11 +13,11 @@
 #include <ostream>
 #include <set>
 
+namespace querytest {
+
 namespace {
 
 using ProductAdapt::PromoteParamInfo;
-
-namespace querytest {
 
 const std::wstring kBios = L"HARDWARE\\DESCRIPTION\\System\\BIOS";
 const std::wstring kProduct = L"HARDWARE\\DESCRIPTION\\System\\Product";
@@ -473,6 +473,6 @@ TEST_F(ProductTest, ProcessorArchitecture_OnlySixIsItanium) {
     }
 }
 
-} // namespace querytest
-
 } // namespace
+
+} // namespace querytest

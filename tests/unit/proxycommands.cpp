@@ -1,3 +1,4 @@
+// The table of the proxy's commands, and how each is called.
 #include "unit/proxycommands.h"
 
 namespace proxytest {

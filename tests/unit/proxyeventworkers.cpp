@@ -1,3 +1,4 @@
+// Events take the place of worker processes: a signalled one has ended.
 #include "unit/proxyeventworkers.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// A fresh proxy for each test, the fakes in their first state, and workers that live as long as a test says.
 #include "unit/proxyfixture.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// How a message of the proxy looks as a whole, its line found in the source, and how lists of them are compared.
 #include "unit/proxymessages.h"
 
 #include "support/hostfolder.h"

@@ -9,9 +9,9 @@
 #include <functional>
 #include <ostream>
 
-namespace {
+namespace querytest {
 
-using namespace querytest;
+namespace {
 
 const std::wstring kCrashControl = L"SYSTEM\\CurrentControlSet\\Control\\CrashControl";
 const std::wstring kSessionPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
@@ -390,3 +390,5 @@ TEST_F(SecondarySkuTest, AnyCallThrows_EmptyAndTheCopiesAreFreed) {
 }
 
 } // namespace
+
+} // namespace querytest

@@ -6,9 +6,9 @@
 
 #include <cstring>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 TEST(Letterbox, SameProportions_FillThePicture) {
     EXPECT_EQ(Letterbox({0, 0, 1280, 720}, 1280, 720), (ScreenRect{0, 0, 1280, 720}));
@@ -96,3 +96,5 @@ TEST_F(DifferentRowsTest, RowsFromTheFirstToTheLast_AreTold) {
 }
 
 } // namespace
+
+} // namespace kxvcr

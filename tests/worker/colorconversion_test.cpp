@@ -10,10 +10,9 @@
 #include <random>
 #include <string>
 
-namespace {
+namespace kxvcr::test {
 
-using namespace kxvcr;
-using namespace kxvcr::test;
+namespace {
 
 struct Triple {
     int luma;
@@ -232,3 +231,5 @@ TEST(EncoderInput, TooLargePicture_IsScaledAsAWhole) {
 }
 
 } // namespace
+
+} // namespace kxvcr::test

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr std::uint16_t kPort = 8080;
 constexpr auto kWrongOrder = static_cast<std::int32_t>(Result::WrongOrder);
@@ -146,3 +146,5 @@ TEST_F(Commands, EmptyPayload_IsRefused) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -5,9 +5,10 @@
 
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
 
 // An encoder at work, one picture in each tenth of a second.
@@ -95,3 +96,5 @@ TEST_F(EffortLadderTest, TryThatFails_IsRepeatedAfterALongerCalm) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -10,9 +10,10 @@
 #include <algorithm>
 #include <atomic>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using kxtest::KeepingSink;
 using kxtest::NumberEncoder;
 using kxtest::NumberSource;
@@ -193,3 +194,5 @@ TEST_F(PipelineTest, SlowEncoder_IsAskedForLessAndTheTimesStayRight) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -6,9 +6,10 @@
 
 #include <gtest/gtest.h>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using kxvcr::CreateWriter;
 using kxvcr::FileFormat;
 using kxvcr::FormatOfPath;
@@ -45,3 +46,5 @@ TEST(FileFormat, Writer_TakesTheFormatsOwnCodecsAlone) {
 }
 
 } // namespace
+
+} // namespace kxtest

@@ -11,10 +11,12 @@
 #include <atomic>
 #include <chrono>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
+
 using kx::KernelHandle;
 using kxtest::ForwardingFile;
 using kxtest::MemoryFile;
@@ -272,3 +274,5 @@ TEST_F(FileSinkTest, Discard_RemovesTheFile) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -5,9 +5,10 @@
 
 #include <chrono>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
 
 Fragment FragmentAt(MediaTime time, bool isKey, Stream stream = Stream::Picture, std::size_t size = 1000) {
@@ -95,3 +96,5 @@ TEST(FragmentQueue, Gap_LosesTheGroup) {
 }
 
 } // namespace
+
+} // namespace kxvcr

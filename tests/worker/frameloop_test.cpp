@@ -12,9 +12,10 @@
 #include <thread>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using kxtest::NumberIn;
 using kxtest::NumberSource;
 
@@ -311,3 +312,5 @@ TEST_F(FrameLoopTest, PresentationInThePastOrTheFuture_LeavesTheTimesInOrder) {
 }
 
 } // namespace
+
+} // namespace kxvcr

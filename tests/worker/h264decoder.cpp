@@ -1,3 +1,4 @@
+// Hands the decoder units with start codes, as its library wants them, and copies the picture it gives back.
 #include "tests/worker/h264decoder.h"
 
 #include <wels/codec_api.h>

@@ -14,9 +14,9 @@
 
 namespace kxtest {
 
-using namespace kxvcr;
-
 namespace {
+
+using namespace kxvcr;
 
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 

@@ -8,9 +8,10 @@
 
 #include <atomic>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using namespace kxvcr;
 using namespace std::chrono_literals;
 
@@ -278,3 +279,5 @@ TEST_F(LiveRequests, PortInUse_IsRefusedWithTheSystemsError) {
 }
 
 } // namespace
+
+} // namespace kxtest

@@ -7,9 +7,9 @@
 #include <array>
 #include <string>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 HttpRequest RequestFor(const std::string& target, std::vector<std::string> hosts = {"localhost"}) {
     return {"GET", target, std::move(hosts), true};
@@ -126,3 +126,5 @@ TEST(HostRule, AllInterfaces_AllowAddressesAndTheMachinesNames) {
 }
 
 } // namespace
+
+} // namespace kxvcr

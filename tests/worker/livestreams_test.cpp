@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <numeric>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using namespace kxvcr;
 using namespace std::chrono_literals;
 
@@ -395,3 +396,5 @@ TEST_F(LiveStreams, StopBeforeStartAndTwice_DoesNothing) {
 }
 
 } // namespace
+
+} // namespace kxtest

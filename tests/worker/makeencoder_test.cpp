@@ -5,10 +5,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace kxvcr::test {
 
-using namespace kxvcr;
-using namespace kxvcr::test;
+namespace {
 
 constexpr EncoderSettings kSettings = {64, 64, 30, kDefaultQuality, 0};
 constexpr int kMostAllocations = 1000;
@@ -76,3 +75,5 @@ INSTANTIATE_TEST_SUITE_P(Codecs, ScarceMemory, testing::Values(Codec::H264, Code
                          [](const auto& codec) { return codec.param == Codec::H264 ? "H264" : "Vp9"; });
 
 } // namespace
+
+} // namespace kxvcr::test

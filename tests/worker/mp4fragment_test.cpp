@@ -6,9 +6,10 @@
 
 #include <gtest/gtest.h>
 
+namespace kxtest {
+
 namespace {
 
-using namespace kxtest;
 using kxvcr::FragmentedMp4Head;
 using kxvcr::FragmentOfPacket;
 
@@ -65,3 +66,5 @@ TEST(Mp4Fragment, Sound_LastsItsPacketsLength) {
 }
 
 } // namespace
+
+} // namespace kxtest

@@ -9,10 +9,12 @@
 #include <chrono>
 #include <thread>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
+
 using kxtest::KeepingSink;
 using kxtest::NumberPacket;
 
@@ -129,3 +131,5 @@ TEST(PacketHub, AfterTheEnd_NothingCanBeStarted) {
 }
 
 } // namespace
+
+} // namespace kxvcr

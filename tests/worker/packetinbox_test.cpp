@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 SharedPacket PacketOf(std::size_t size) {
     auto packet = std::make_shared<Packet>();
@@ -59,3 +59,5 @@ TEST(PacketInbox, PacketAboveTheLimit_IsKeptAlone) {
 }
 
 } // namespace
+
+} // namespace kxvcr

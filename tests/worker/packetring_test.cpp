@@ -7,10 +7,12 @@
 
 #include <chrono>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
+
 using kxtest::NumberIn;
 using kxtest::NumberPacket;
 
@@ -171,3 +173,5 @@ TEST(PacketRing, AfterTake_KeepsNothingMore) {
 }
 
 } // namespace
+
+} // namespace kxvcr

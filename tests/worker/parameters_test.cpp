@@ -10,9 +10,10 @@
 #include <string>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using KxScreenRecord::LiveServerParam;
 using KxScreenRecord::ScreenRecordParam;
 
@@ -272,3 +273,5 @@ TEST(ReadLiveServer, OtherSizes_AreRefusedAndLeaveTheSettings) {
 }
 
 } // namespace
+
+} // namespace kxvcr

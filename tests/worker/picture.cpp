@@ -1,3 +1,4 @@
+// Draws test pictures, counts how far two are apart, and turns planes back into colours.
 #include "tests/worker/picture.h"
 
 #include <algorithm>

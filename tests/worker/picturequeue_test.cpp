@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 QueuedPicture At(int time) {
     return {{}, MediaTime(time), MediaTime(time), false};
@@ -79,3 +79,5 @@ TEST(PicturePool, Picture_IsFreeAgainWhenItsLastHolderLetsGo) {
 }
 
 } // namespace
+
+} // namespace kxvcr

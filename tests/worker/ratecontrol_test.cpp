@@ -5,9 +5,10 @@
 
 #include <chrono>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using namespace std::chrono_literals;
 
 constexpr int kQuantiser = 24;
@@ -74,3 +75,5 @@ TEST(RateControl, LongRest_SavesNoMoreThanTheReserve) {
 }
 
 } // namespace
+
+} // namespace kxvcr

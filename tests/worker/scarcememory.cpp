@@ -1,3 +1,4 @@
+// Replaces operator new for the whole test program; it refuses only where a test asks for it.
 #include "tests/worker/scarcememory.h"
 
 #include <cstdlib>

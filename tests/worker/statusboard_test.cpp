@@ -6,9 +6,9 @@
 #include <cwchar>
 #include <thread>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr std::uint32_t kHost = 4'000'000'001; // no process has such an id
 
@@ -107,3 +107,5 @@ TEST(StatusBoard, WithoutASection_TakesFigures) {
 }
 
 } // namespace
+
+} // namespace kxvcr

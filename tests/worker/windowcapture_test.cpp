@@ -8,9 +8,10 @@
 #include <functional>
 #include <optional>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using kx::WindowState;
 
 constexpr std::uint32_t kWidth = 8;
@@ -176,3 +177,5 @@ TEST_F(WindowCaptureTest, ScreenThatCannotBeRead_IsAFailure) {
 }
 
 } // namespace
+
+} // namespace kxvcr
