@@ -31,7 +31,7 @@ readonly TOOLCHAIN="$PWD/cmake/mingw-w64-x86_64.cmake"
 readonly NO_OWN_PATHS="-ffile-prefix-map=$DEPS/src/= -ffile-prefix-map=$DEPS/obj/="
 readonly HOST_PACKAGES=(
     ca-certificates chromium cmake dpkg-dev ffmpeg g++-mingw-w64-x86-64-posix make nasm ninja-build
-    procps python3 util-linux wine64 x11-utils xauth xvfb
+    procps pulseaudio pulseaudio-utils python3 util-linux wine64 x11-utils xauth xvfb
 )
 readonly LINT_PACKAGES=(clang-16 clang-format-16 clang-tidy-16 doxygen eslint flake8 shellcheck)
 
@@ -177,6 +177,17 @@ build_botan() {
         cp "$tree/libbotan-2.a" "$prefix/lib/" && cp -r "$tree/build/include/botan" "$prefix/include/botan-2/"
 }
 
+build_with_configure() {
+    local tree="$1" source="$2"
+    shift 2
+    (cd "$tree" && "$source/configure" --host="$TARGET" --prefix="$prefix" --disable-shared --enable-static \
+        CC="$TARGET-gcc-posix" CFLAGS="-O2 $NO_OWN_PATHS" "$@") &&
+        make -C "$tree" -j "$(nproc)" && make -C "$tree" install
+}
+
+build_opus() { build_with_configure "$@"; }
+build_vo-aacenc() { build_with_configure "$@"; }
+
 # Boost's headers come from the distribution's package for programs of its own: of what is called here, nothing is
 # compiled, so they serve every target. They lie in a
 # folder of the target's, because the cross compiler must not see the machine's own.
@@ -233,6 +244,8 @@ build openh264 2.3.1
 build libvpx 1.12.0 --disable-vp8 --disable-examples --disable-tools --disable-docs \
     --disable-unit-tests --disable-webm-io --disable-libyuv --disable-install-bins
 build libyuv 0.0~git20230123.b2528b0 -DCMAKE_DISABLE_FIND_PACKAGE_JPEG=ON
+build vo-aacenc 0.1.3
+build opus 1.3.1 --disable-doc --disable-extra-programs
 build cli11 2.1.2+ds -DCLI11_BUILD_TESTS=OFF -DCLI11_BUILD_EXAMPLES=OFF -DCLI11_BUILD_DOCS=OFF
 build nlohmann-json3 3.11.2 -DJSON_BuildTests=OFF
 install_boost_headers
