@@ -67,6 +67,7 @@ install(CODE "
 install(FILES "${PROJECT_SOURCE_DIR}/suite/util/ProductProfile.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/CheckFileIntergrity.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/DeviceFuncSwitchConf.sample.xml"
+    "${PROJECT_SOURCE_DIR}/samples/KXVCR.sample.ini"
     "${PROJECT_SOURCE_DIR}/samples/LogType.sample.xml"
     "${PROJECT_SOURCE_DIR}/samples/log4cplus.sample.properties"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/screenrecordproxy" COMPONENT Runtime)

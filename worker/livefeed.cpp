@@ -11,9 +11,9 @@
 
 namespace kxvcr {
 
-LiveFeed::LiveFeed(const PictureFormat& format, std::uint32_t quality)
-    : m_format{format, {}},
-      m_encoder(format.width, format.height, quality) {}
+LiveFeed::LiveFeed(const StreamFormat& format, std::uint32_t quality)
+    : m_format(format),
+      m_encoder(format.picture.width, format.picture.height, quality) {}
 
 MediaTime LiveFeed::Now() const noexcept {
     const Pipeline* const pipeline = m_pipeline;

@@ -22,7 +22,7 @@ public:
      * @param format of the packets that the server is given
      * @param quality of the JPEG pictures, 1 to 100
      */
-    LiveFeed(const PictureFormat& format, std::uint32_t quality);
+    LiveFeed(const StreamFormat& format, std::uint32_t quality);
 
     /** @param pipeline must live as long as the server asks */
     void Use(Pipeline& pipeline) noexcept { m_pipeline = &pipeline; }

@@ -101,6 +101,7 @@ Result ReadPrepare(std::span<const std::byte> payload, const ScreenLayout& layou
     }
     read.bitRate = param.bitRate;
     read.vp9Replay = (param.streams & kStreamVp9) != 0;
+    read.sound = {(param.streams & kStreamMachineSound) != 0, (param.streams & kStreamMicrophone) != 0};
     read.drawCursor = param.drawCursor != 0;
     read.replaySeconds = timeMachineSeconds;
     settings = read;

@@ -7,13 +7,14 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <exception>
 #include <new>
-#include <system_error>
 
 namespace kxvcr {
 
 Pipeline::Pipeline(const PipelineParts& parts, PacketSink& sink)
     : m_encoder(*parts.encoder),
+      m_sound(parts.sound.get()),
       m_framesPerSecond(parts.framesPerSecond),
       m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_capture(*parts.source, *parts.pictures, m_queue, parts.framesPerSecond),
@@ -24,7 +25,10 @@ Pipeline::Pipeline(const PipelineParts& parts, PacketSink& sink)
     m_encoderThread = std::thread([this] { m_encoding.Run(); });
     try {
         m_captureThread = std::thread([this] { m_end = m_capture.Run(m_stop.Get()); });
-    } catch (const std::system_error&) {
+        if (m_sound != nullptr) {
+            m_sound->Start([this](std::int64_t ticks) { return m_capture.TimeAt(ticks); }, *parts.soundEncoder, sink);
+        }
+    } catch (const std::exception&) {
         Stop(true);
         throw;
     }
@@ -43,6 +47,9 @@ MediaTime Pipeline::Stop(bool dropWaiting) noexcept {
     if (m_encoderThread.joinable()) {
         m_encoderThread.join();
         LogSummary();
+    }
+    if (m_sound != nullptr) {
+        m_sound->Finish(m_end, dropWaiting);
     }
     return m_end;
 }

@@ -1,6 +1,7 @@
 /**
  * @file
- * From the screen to packets: a thread that captures, a short queue, and a thread that encodes.
+ * From the screen to packets: a thread that captures, a short queue, and a thread that encodes. Beside them, where
+ * sound is recorded, the sound's thread.
  */
 #pragma once
 
@@ -11,6 +12,8 @@
 #include "worker/capture/picturesource.h"
 #include "worker/encodeloop.h"
 #include "worker/packet.h"
+#include "worker/sound/soundcapture.h"
+#include "worker/sound/soundencoder.h"
 #include "worker/video/videoencoder.h"
 
 #include <cstdint>
@@ -24,6 +27,8 @@ struct PipelineParts {
     std::unique_ptr<PictureSource> source;
     std::unique_ptr<PicturePool> pictures; ///< at least kPicturesOfPipeline
     std::unique_ptr<VideoEncoder> encoder;
+    std::unique_ptr<SoundEncoder> soundEncoder; ///< null without sound
+    std::unique_ptr<SoundCapture> sound;        ///< null without sound; makes packets for one pipeline only
     std::uint32_t framesPerSecond = 0;
 };
 
@@ -46,7 +51,7 @@ public:
     Pipeline(const Pipeline&) = delete;
     Pipeline& operator=(const Pipeline&) = delete;
 
-    /** The format of all packets. */
+    /** The format of all packets of pictures. */
     const PictureFormat& Format() const noexcept { return m_encoder.Format(); }
 
     /** The present moment on the packets' clock. */
@@ -68,8 +73,8 @@ public:
     std::uint64_t Dropped() const noexcept { return m_capture.Dropped(); }
 
     /**
-     * Ends both threads; to be called once.
-     * @param dropWaiting whether pictures that were captured but not encoded are left out
+     * Ends all threads; to be called once.
+     * @param dropWaiting whether what was captured but not encoded is left out
      * @return the end of the recording
      */
     MediaTime Stop(bool dropWaiting) noexcept;
@@ -78,6 +83,7 @@ private:
     void LogSummary() const;
 
     VideoEncoder& m_encoder;
+    SoundCapture* m_sound; // null without sound
     std::uint32_t m_framesPerSecond;
     kx::KernelHandle m_stop;
     PictureQueue m_queue;

@@ -9,6 +9,8 @@
 #include "worker/capture/windowcapture.h"
 #include "worker/file/outputfile.h"
 #include "worker/hostprocess.h"
+#include "worker/sound/makesoundencoder.h"
+#include "worker/sound/wasapisource.h"
 #include "worker/stopwatch.h"
 #include "worker/video/makeencoder.h"
 
@@ -80,6 +82,14 @@ MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const 
     return made;
 }
 
+// Begins to listen, so that the devices are awake when the recording starts.
+std::unique_ptr<SoundCapture> OpenSound(const SoundSettings& settings) {
+    if (!settings) {
+        return nullptr;
+    }
+    return std::make_unique<SoundCapture>(MakeSoundSources(settings, ReadSoundChoice()));
+}
+
 } // namespace
 
 ScreenRecorder::~ScreenRecorder() {
@@ -138,6 +148,7 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     }
     RecordSettings settings = asked;
     PipelineParts parts;
+    parts.sound = OpenSound(settings.sound); // which goes on while the picture is prepared
     parts.framesPerSecond = settings.framesPerSecond;
     if (const Result result = MakeSource(settings, parts); result != Result::Accepted) {
         return result;
@@ -156,18 +167,41 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
         return made.result;
     }
     parts.encoder = std::move(made.encoder);
+    if (parts.sound != nullptr && !parts.sound->IsOpen()) {
+        return Result::NoSound;
+    }
     m_parts = std::move(parts);
     m_settings = settings;
     if (settings.replaySeconds == 0) {
         return Result::Accepted;
     }
     m_hub.KeepReplay(std::chrono::seconds(settings.replaySeconds), kReplayMemoryLimit);
-    if (const Result result = StartCapturing(); result != Result::Accepted) {
+    Result result = EnsureSoundEncoder(m_parts.encoder->Format().codec);
+    if (result == Result::Accepted) {
+        result = StartCapturing();
+    }
+    if (result != Result::Accepted) {
         m_parts = {};
         return result;
     }
     LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
     return Result::Accepted;
+}
+
+Result ScreenRecorder::EnsureSoundEncoder(Codec picture) {
+    if (m_parts.sound == nullptr || m_pipeline != nullptr) {
+        return Result::Accepted;
+    }
+    m_parts.soundEncoder = MakeSoundEncoder(picture);
+    return m_parts.soundEncoder != nullptr ? Result::Accepted : Result::NoSound;
+}
+
+StreamFormat ScreenRecorder::Format() const {
+    StreamFormat format{m_parts.encoder->Format(), {}};
+    if (m_parts.soundEncoder != nullptr) {
+        format.sound = m_parts.soundEncoder->Format();
+    }
+    return format;
 }
 
 // A replay has its encoder; otherwise the one that was made in advance is kept when it is the right one.
@@ -210,10 +244,15 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
         LOG4CPLUS_ERROR(GetLogger(), L"The file's name must end in .mp4, .webm or .mkv: " << path);
         return Result::UnknownFormat;
     }
-    if (const Result result = EnsureEncoder(RowOf(*format).picture); result != Result::Accepted) {
+    const Codec codec = RowOf(*format).picture;
+    Result result = EnsureEncoder(codec);
+    if (result == Result::Accepted) {
+        result = EnsureSoundEncoder(codec);
+    }
+    if (result != Result::Accepted) {
         return result;
     }
-    const Result result = StartFile(path, *format);
+    result = StartFile(path, *format);
     if (result != Result::Accepted) {
         m_hub.ReleaseReplay();
         return result;
@@ -277,7 +316,7 @@ std::shared_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path, Fil
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
-    std::unique_ptr<MediaWriter> writer = CreateWriter(format, *file, {m_parts.encoder->Format(), {}}, start);
+    std::unique_ptr<MediaWriter> writer = CreateWriter(format, *file, Format(), start);
     if (writer == nullptr) {
         const DWORD error = GetLastError();
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
@@ -324,10 +363,14 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
         return {Result::WrongOrder};
     }
     const Codec codec = m_parts.encoder != nullptr ? m_parts.encoder->Format().codec : Codec::H264;
-    if (const Result result = EnsureEncoder(codec); result != Result::Accepted) {
+    Result result = EnsureEncoder(codec);
+    if (result == Result::Accepted) {
+        result = EnsureSoundEncoder(codec);
+    }
+    if (result != Result::Accepted) {
         return {result};
     }
-    auto feed = std::make_unique<LiveFeed>(m_parts.encoder->Format(), m_settings.quality);
+    auto feed = std::make_unique<LiveFeed>(Format(), m_settings.quality);
     auto live = std::make_shared<LiveServer>(*feed);
     const LiveStart start = live->Start(settings);
     if (start.result != Result::Accepted) {
@@ -336,7 +379,7 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
     if (!m_hub.SwitchToWithoutReplay(live)) {
         return {Result::OutOfResources};
     }
-    if (const Result result = StartCapturing(); result != Result::Accepted) {
+    if (result = StartCapturing(); result != Result::Accepted) {
         m_hub.Detach();
         return {result};
     }

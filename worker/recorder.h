@@ -75,6 +75,8 @@ private:
     void OnWindowClosed() noexcept;
     void NoteStarted();
     Result EnsureEncoder(Codec codec);
+    Result EnsureSoundEncoder(Codec picture);
+    StreamFormat Format() const;
     Result StartCapturing();
     Result StartFile(const std::wstring& path, FileFormat format);
     Result Record(const std::shared_ptr<FileSink>& file, MediaTime start);

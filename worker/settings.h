@@ -13,6 +13,15 @@
 
 namespace kxvcr {
 
+/** Whose sound is recorded; neither: none is. */
+struct SoundSettings {
+    bool machine = false;    ///< what the machine plays
+    bool microphone = false; ///< what is spoken into it
+
+    /** Whether there is any. */
+    explicit operator bool() const noexcept { return machine || microphone; }
+};
+
 /** What a prepare command asks for. */
 struct RecordSettings {
     CaptureArea area;
@@ -21,6 +30,7 @@ struct RecordSettings {
     std::uint32_t bitRate = 0; ///< the most kilobits a second; 0: the encoder's default
     bool vp9Replay = false;    ///< the replay is kept as VP9 instead of H.264
     bool drawCursor = false;
+    SoundSettings sound;
     std::uint32_t replaySeconds = 0; ///< of the screen, kept from prepare on until a recording begins with them
 };
 

@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kxvcr {
@@ -81,6 +82,20 @@ TEST(ReadPrepare, GivenValues_AreTaken) {
     EXPECT_EQ(settings.framesPerSecond, 60u);
     EXPECT_EQ(settings.quality, 100u);
     EXPECT_TRUE(settings.drawCursor);
+}
+
+TEST(ReadPrepare, FlagsOfSound_ChooseItsSources) {
+    const auto soundOf = [](std::uint32_t streams) {
+        ScreenRecordParam param;
+        param.streams = streams;
+        RecordSettings settings;
+        EXPECT_EQ(ReadPrepare(BytesOf(param), TwoMonitors(), settings), Result::Accepted);
+        return std::pair(settings.sound.machine, settings.sound.microphone);
+    };
+    EXPECT_EQ(soundOf(0), std::pair(false, false));
+    EXPECT_EQ(soundOf(kStreamMachineSound), std::pair(true, false));
+    EXPECT_EQ(soundOf(kStreamMicrophone | kStreamVp9), std::pair(false, true));
+    EXPECT_EQ(soundOf(kStreamMachineSound | kStreamMicrophone), std::pair(true, true));
 }
 
 TEST(ReadPrepare, Monitor_IsTheAreaAndTheLimitOfARectangle) {

@@ -54,7 +54,10 @@ public:
     void TakeEvery(std::uint32_t step) noexcept { m_step = step; }
 
     /** The present moment on the packets' clock. */
-    MediaTime Now() const noexcept { return m_clock.TimeAt(NowTicks()); }
+    MediaTime Now() const noexcept { return TimeAt(NowTicks()); }
+
+    /** The moment of a tick of the performance counter on the packets' clock. */
+    MediaTime TimeAt(std::int64_t ticks) const noexcept { return m_clock.TimeAt(ticks); }
 
     /** The slot that is looked at next. */
     std::uint64_t NextSlot() const noexcept { return m_nextSlot; }

@@ -36,8 +36,15 @@ inline constexpr std::uint32_t kMaxLiveClients = 64;         ///< most viewers a
 inline constexpr unsigned int kMaxPathCharacters = 260; ///< of the path of a recording, without its terminating zero
 
 // Flags of ScreenRecordParam::streams.
-inline constexpr std::uint32_t kStreamVp9 = 0x100; ///< a replay is kept as VP9, so that it can become a .webm file
-inline constexpr std::uint32_t kStreamFlags = kStreamVp9; ///< all flags that have a meaning
+inline constexpr std::uint32_t kStreamMachineSound = 1; ///< what the machine plays is recorded
+inline constexpr std::uint32_t kStreamMicrophone = 2;   ///< the microphone is recorded; with the machine's: both, mixed
+inline constexpr std::uint32_t kStreamVp9 = 0x100;      ///< a replay is kept as VP9, so that it can become a .webm file
+inline constexpr std::uint32_t kStreamFlags =
+    kStreamMachineSound | kStreamMicrophone | kStreamVp9; ///< all flags that have a meaning
+
+// Environment variables of the worker: the id or name of the device to record instead of the system's default.
+inline constexpr wchar_t kMachineSoundVariable[] = L"KXVCR_MACHINE_SOUND"; ///< for the machine's sound
+inline constexpr wchar_t kMicrophoneVariable[] = L"KXVCR_MICROPHONE";      ///< for the microphone
 
 /** Answer to a command: 0 accepted, negative refused. */
 enum class Result : std::int32_t {
@@ -66,6 +73,7 @@ enum class Result : std::int32_t {
     BadInterfaceFlag = -22,
     CannotListen = -23,
     BadWindow = -24,
+    NoSound = -25,
 };
 
 /** One row of the table of results. */
@@ -108,6 +116,7 @@ inline constexpr ResultMeaning kResults[] = {
      "the port is in use, or the system refused it; the log has the system's error"},
     {Result::BadWindow, "BadWindow",
      "bad window: no top-level window that is shown and has pixels, or given together with a rectangle or a monitor"},
+    {Result::NoSound, "NoSound", "the sound cannot be recorded; the log says which device and why"},
 };
 
 /**

@@ -1,0 +1,124 @@
+// The sound's thread: from a device that is always there to packets.
+#include "worker/sound/soundcapture.h"
+
+#include "worker/sound/makesoundencoder.h"
+#include "worker/soundsignals.h"
+#include "worker/stopwatch.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+namespace {
+
+using namespace kxvcr;
+using namespace kxtest;
+
+constexpr auto kLimit = std::chrono::seconds(10);
+
+// Gives a tone in real time, or is not there.
+class SteadySource final : public SoundSource {
+public:
+    explicit SteadySource(bool isThere) : m_isThere(isThere) {}
+
+    std::wstring Name() const override { return L"the microphone"; }
+    std::wstring Problem() const override { return L"it is not plugged in"; }
+    DeviceFormat Format() const override { return {}; }
+    bool Open() override {
+        m_next = NowTicks();
+        return m_isThere;
+    }
+    Read Next(SoundPiece& piece) override {
+        const std::int64_t length = TicksPerSecond() / 100;
+        if (m_next + length > NowTicks()) {
+            return Read::Nothing;
+        }
+        m_bytes = FloatSamples(Tone(440, 0.5), 0, 48'000, 480, 2);
+        piece = {m_bytes, 480, m_next, false};
+        m_next += length;
+        return Read::Given;
+    }
+
+private:
+    bool m_isThere;
+    std::int64_t m_next = 0;
+    std::vector<std::byte> m_bytes;
+};
+
+class KeptPackets final : public PacketSink {
+public:
+    bool Add(const SharedPacket& packet) override {
+        const std::lock_guard lock(m_mutex);
+        m_packets.push_back(packet);
+        m_came.notify_all();
+        return true;
+    }
+    void Finish(MediaTime) override {}
+
+    bool WaitFor(std::size_t count) {
+        std::unique_lock lock(m_mutex);
+        return m_came.wait_for(lock, kLimit, [&] { return m_packets.size() >= count; });
+    }
+    std::vector<SharedPacket> Packets() {
+        const std::lock_guard lock(m_mutex);
+        return m_packets;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_came;
+    std::vector<SharedPacket> m_packets;
+};
+
+std::vector<std::unique_ptr<SoundSource>> One(bool isThere) {
+    std::vector<std::unique_ptr<SoundSource>> sources;
+    sources.push_back(std::make_unique<SteadySource>(isThere));
+    return sources;
+}
+
+TEST(SoundCapture, DeviceThatIsThere_IsOpen) {
+    SoundCapture capture(One(true));
+    EXPECT_TRUE(capture.IsOpen());
+}
+
+TEST(SoundCapture, DeviceThatIsNotThere_IsNotOpen) {
+    SoundCapture capture(One(false));
+    EXPECT_FALSE(capture.IsOpen());
+}
+
+TEST(SoundCapture, Finish_MakesPacketsUpToTheEnd) {
+    const auto encoder = MakeSoundEncoder(Codec::H264);
+    KeptPackets packets;
+    SoundCapture capture(One(true));
+    ASSERT_TRUE(capture.IsOpen());
+    const std::int64_t start = NowTicks();
+    capture.Start([start](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+    ASSERT_TRUE(packets.WaitFor(10));
+    const MediaTime end = TimeOf(NowTicks() - start);
+    capture.Finish(end, false);
+
+    const auto made = packets.Packets();
+    const SoundFormat& format = encoder->Format();
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        EXPECT_EQ(made[i]->time, FrameTime(static_cast<std::int64_t>(i) * format.samplesPerPacket -
+                                           std::int64_t{format.delaySamples}));
+    }
+    const std::int64_t last = FrameAt(made.back()->time) + format.samplesPerPacket;
+    EXPECT_GE(last, FrameAt(end)) << "a decoder gives all sound up to the end";
+    EXPECT_LT(last, FrameAt(end) + format.samplesPerPacket) << "and no packet more";
+}
+
+TEST(SoundCapture, FinishThatDropsWhatWaits_MakesNothingMore) {
+    const auto encoder = MakeSoundEncoder(Codec::H264);
+    KeptPackets packets;
+    SoundCapture capture(One(true));
+    ASSERT_TRUE(capture.IsOpen());
+    const std::int64_t start = NowTicks();
+    capture.Start([start](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+    ASSERT_TRUE(packets.WaitFor(2));
+    capture.Finish(std::chrono::hours(1), true);
+    EXPECT_LT(packets.Packets().back()->time, TimeOf(NowTicks() - start));
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+// Chooses the encoder of the sound and its bit rate.
+#include "worker/sound/makesoundencoder.h"
+
+#include "worker/sound/aacencoder.h"
+#include "worker/sound/opusencoder.h"
+
+#include "sdk/util/logtool.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <new>
+
+namespace kxvcr {
+
+namespace {
+
+// Bits a second at which music in stereo is hardly told from its source; Opus needs fewer.
+constexpr std::uint32_t kAacBitRate = 160'000;
+constexpr std::uint32_t kOpusBitRate = 128'000;
+
+} // namespace
+
+std::unique_ptr<SoundEncoder> MakeSoundEncoder(Codec picture) noexcept {
+    try {
+        if (picture == Codec::Vp9) {
+            return OpusSoundEncoder::Create(kOpusBitRate);
+        }
+        return AacEncoder::Create(kAacBitRate);
+    } catch (const std::bad_alloc&) {
+        LOG4CPLUS_ERROR(GetLogger(), L"No memory for a sound encoder");
+        return nullptr;
+    }
+}
+
+} // namespace kxvcr
