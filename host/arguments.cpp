@@ -47,6 +47,8 @@ struct Arguments {
     std::string window;
     std::string quality;
     bool cursor = false;
+    std::string sound;
+    std::vector<std::string> soundDevices;
     unsigned int replaySeconds = 0;
     bool isQuiet = false;
     bool isVerbose = false;
@@ -181,6 +183,18 @@ void AddSession(CLI::App& command, Arguments& arguments) {
         ->excludes(region)
         ->excludes(monitor);
     command.add_flag("--cursor", arguments.cursor, "Draw the mouse pointer into the picture");
+    CLI::Option* const sound =
+        command.add_option("--sound", arguments.sound, "Record sound: machine (what it plays), microphone, or both")
+            ->type_name("SOURCE")
+            ->check(CLI::IsMember({"machine", "microphone", "both"}).description(""));
+    command
+        .add_option("--sound-device", arguments.soundDevices,
+                    "The device's id or a part of its name, instead of the default; with both, given twice: the "
+                    "machine's, then the microphone's. See kxrecord sounds")
+        ->type_name("ID")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->needs(sound);
     command
         .add_option("--timeout", arguments.session.timeoutMs,
                     "Milliseconds that the worker may take to start, to answer, and to finish")
@@ -306,6 +320,12 @@ CLI::App* AddDisplays(CLI::App& app, Arguments& arguments) {
     return displays;
 }
 
+CLI::App* AddSounds(CLI::App& app, Arguments& arguments) {
+    CLI::App* const sounds = app.add_subcommand("sounds", "List the sound devices that --sound-device takes");
+    sounds->add_flag("--json", arguments.list.json, kListJsonHelp);
+    return sounds;
+}
+
 std::string ExitCodesText() {
     std::ostringstream text;
     text << "Exit codes:\n";
@@ -329,6 +349,29 @@ InfoOptions InfoOptionsOf(const Arguments& arguments) {
     return options;
 }
 
+// Which sources are recorded, as flags of the streams.
+std::uint32_t SoundStreams(const std::string& sound) {
+    constexpr std::uint32_t kBoth = kxvcr::kStreamMachineSound | kxvcr::kStreamMicrophone;
+    const std::map<std::string, std::uint32_t> streams = {
+        {"", 0}, {"machine", kxvcr::kStreamMachineSound}, {"microphone", kxvcr::kStreamMicrophone}, {"both", kBoth}};
+    return streams.at(sound);
+}
+
+SoundDevices SoundDevicesOf(const Arguments& arguments) {
+    const std::vector<std::string>& given = arguments.soundDevices;
+    if (arguments.sound == "both") {
+        if (!given.empty() && given.size() != 2) {
+            throw CLI::ValidationError("--sound-device", "with both it is given twice, the machine's first");
+        }
+        return given.empty() ? SoundDevices{} : SoundDevices{kx::WideFromUtf8(given[0]), kx::WideFromUtf8(given[1])};
+    }
+    if (given.size() > 1) {
+        throw CLI::ValidationError("--sound-device", "it is given twice only with --sound both");
+    }
+    const std::wstring device = given.empty() ? std::wstring() : kx::WideFromUtf8(given[0]);
+    return arguments.sound == "machine" ? SoundDevices{device, {}} : SoundDevices{{}, device};
+}
+
 SessionOptions SessionOptionsOf(const Arguments& arguments) {
     SessionOptions options = arguments.session;
     if (arguments.seconds > 0) {
@@ -343,6 +386,8 @@ SessionOptions SessionOptionsOf(const Arguments& arguments) {
     options.window = kx::WideFromUtf8(arguments.window);
     options.picture.quality = QualityOf(arguments.quality).value_or(0);
     options.picture.drawCursor = arguments.cursor ? 1 : 0;
+    options.picture.streams = SoundStreams(arguments.sound);
+    options.soundDevices = SoundDevicesOf(arguments);
     if (const std::optional<std::array<int, 4>> region = RegionOf(arguments.region)) {
         options.picture.left = (*region)[0];
         options.picture.top = (*region)[1];
@@ -444,6 +489,7 @@ Task ParseArguments(std::vector<std::string> arguments, const std::string& versi
     const CLI::App* const live = AddLive(app, values);
     const CLI::App* const windows = AddWindows(app, values);
     const CLI::App* const displays = AddDisplays(app, values);
+    const CLI::App* const sounds = AddSounds(app, values);
     const CLI::App* const info = AddInfo(app, values);
     const CLI::App* const manifest = AddManifest(app, values);
     AddCompletion(app, values);
@@ -467,6 +513,9 @@ Task ParseArguments(std::vector<std::string> arguments, const std::string& versi
         }
         if (displays->parsed()) {
             return ListOptionsOf(Listed::Displays, values);
+        }
+        if (sounds->parsed()) {
+            return ListOptionsOf(Listed::Sounds, values);
         }
         if (info->parsed()) {
             return InfoOptionsOf(values);

@@ -116,6 +116,32 @@ std::wstring DisplaysJson(const std::vector<Display>& displays) {
     return TextOf(document);
 }
 
+std::wstring SoundLines(const std::vector<kx::SoundEndpoint>& sounds) {
+    if (sounds.empty()) {
+        return L"There is no sound device\n";
+    }
+    std::vector<Row<4>> rows;
+    for (const kx::SoundEndpoint& sound : sounds) {
+        rows.push_back({sound.isCapture ? L"microphone" : L"machine", sound.isDefault ? L"default" : L"",
+                        Printable(sound.name), Printable(sound.id)});
+    }
+    return Aligned(rows);
+}
+
+std::wstring SoundsJson(const std::vector<kx::SoundEndpoint>& sounds) {
+    ordered_json document = SchemaObject();
+    document["sounds"] = ordered_json::array();
+    for (const kx::SoundEndpoint& sound : sounds) {
+        ordered_json object;
+        object["id"] = kx::Utf8FromWide(sound.id);
+        object["name"] = kx::Utf8FromWide(sound.name);
+        object["source"] = sound.isCapture ? "microphone" : "machine";
+        object["default"] = sound.isDefault;
+        document["sounds"].push_back(std::move(object));
+    }
+    return TextOf(document);
+}
+
 void PrintList(const ListOptions& options) {
     switch (options.what) {
     case Listed::Windows:
@@ -123,6 +149,9 @@ void PrintList(const ListOptions& options) {
         return;
     case Listed::Displays:
         Write(Stream::Output, options.json ? DisplaysJson(CurrentDisplays()) : DisplayLines(CurrentDisplays()));
+        return;
+    case Listed::Sounds:
+        Write(Stream::Output, options.json ? SoundsJson(CurrentSounds()) : SoundLines(CurrentSounds()));
         return;
     }
 }

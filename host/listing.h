@@ -5,6 +5,7 @@
 #pragma once
 
 #include "host/displays.h"
+#include "host/sounddevices.h"
 #include "host/windowlist.h"
 
 #include <string>
@@ -13,7 +14,7 @@
 namespace kxrecord {
 
 /** Of what a list is asked for. */
-enum class Listed { Windows, Displays };
+enum class Listed { Windows, Displays, Sounds };
 
 struct ListOptions {
     Listed what = Listed::Windows;
@@ -28,9 +29,11 @@ void PrintList(const ListOptions& options);
 /** A line for each window, in columns; a sentence when there is none. */
 std::wstring WindowLines(const std::vector<WindowInfo>& windows);
 std::wstring DisplayLines(const std::vector<Display>& displays);
+std::wstring SoundLines(const std::vector<kx::SoundEndpoint>& sounds);
 
 /** One JSON object; docs/kxrecord.md has every key. */
 std::wstring WindowsJson(const std::vector<WindowInfo>& windows);
 std::wstring DisplaysJson(const std::vector<Display>& displays);
+std::wstring SoundsJson(const std::vector<kx::SoundEndpoint>& sounds);
 
 } // namespace kxrecord

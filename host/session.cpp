@@ -63,6 +63,7 @@ Exit Session::Begin(std::chrono::seconds replay) {
         return Fail(HostFailure(Exit::NoProxy, L"the recorder could not be set up for lack of memory; close other "
                                                L"programs and try again"));
     }
+    ChooseSoundDevices(m_options.soundDevices);
     const unsigned long started = m_proxy->RunProcess(m_options.timeoutMs);
     // A worker that ends with code 0 before it is ready leaves nothing to command.
     if (started != ERROR_SUCCESS || Is(RecordMode::NoWorker)) {

@@ -6,6 +6,7 @@
 
 #include "host/librarylog.h"
 #include "host/report.h"
+#include "host/sounddevices.h"
 #include "host/stopsignal.h"
 #include "screenrecordproxy.h"
 
@@ -17,8 +18,9 @@ namespace kxrecord {
 
 /** What a recording and a live view have in common. */
 struct SessionOptions {
-    KxScreenRecord::ScreenRecordParam picture;       ///< what is shown
+    KxScreenRecord::ScreenRecordParam picture;       ///< what is shown and heard
     std::wstring window;                             ///< title or handle, see ChooseWindow(); empty: none
+    SoundDevices soundDevices;                       ///< whose sound is recorded
     std::optional<std::chrono::milliseconds> length; ///< none: until Ctrl-C
     unsigned int timeoutMs = 10000;                  ///< limit of each step of the start, and of the end
     bool json = false;                               ///< objects for machines instead of sentences

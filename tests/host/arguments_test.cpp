@@ -95,6 +95,29 @@ TEST(Arguments, ReplayIntoWebM_IsKeptAsVp9) {
     EXPECT_EQ(std::get<RecordOptions>(Parsed({"record", "a.webm"})).session.picture.streams, 0u);
 }
 
+TEST(Arguments, Sound_IsAFlagForEachSource) {
+    const auto streams = [](const char* sound) { return Recording({"--sound", sound}).session.picture.streams; };
+    EXPECT_EQ(streams("machine"), kxvcr::kStreamMachineSound);
+    EXPECT_EQ(streams("microphone"), kxvcr::kStreamMicrophone);
+    EXPECT_EQ(streams("both"), kxvcr::kStreamMachineSound | kxvcr::kStreamMicrophone);
+}
+
+TEST(Arguments, SoundDevice_IsThatOfTheSource) {
+    const SoundDevices machine = Recording({"--sound", "machine", "--sound-device", "USB"}).session.soundDevices;
+    EXPECT_EQ(machine.machine, L"USB");
+    EXPECT_EQ(machine.microphone, L"");
+    const SoundDevices microphone = Recording({"--sound", "microphone", "--sound-device", "USB"}).session.soundDevices;
+    EXPECT_EQ(microphone.machine, L"");
+    EXPECT_EQ(microphone.microphone, L"USB");
+}
+
+TEST(Arguments, SoundDevicesOfBoth_AreTheMachinesAndThenTheMicrophones) {
+    const SoundDevices both =
+        Recording({"--sound", "both", "--sound-device", "one", "--sound-device", "two"}).session.soundDevices;
+    EXPECT_EQ(both.machine, L"one");
+    EXPECT_EQ(both.microphone, L"two");
+}
+
 struct BadArgument {
     std::vector<std::string> arguments;
     std::string complaint; ///< begins so
@@ -103,8 +126,8 @@ struct BadArgument {
 TEST(Arguments, BadValue_IsSaidWithItsName) {
     const BadArgument rows[] = {
         {{"paint"},
-         "kxrecord: there is no command \"paint\"; the commands are record, live, windows, displays, info, manifest, "
-         "completion\n"},
+         "kxrecord: there is no command \"paint\"; the commands are record, live, windows, displays, sounds, info, "
+         "manifest, completion\n"},
         {{"record", ""}, "FILE: \"\" ends in none of .mp4, .webm and .mkv"},
         {{"record", "a.avi"}, "FILE: \"a.avi\" ends in none of .mp4, .webm and .mkv"},
         {{"record", "a.mp4", "--seconds", "nan"}, "--seconds: \"nan\" is not a length from 0.1 to 604800 seconds"},
@@ -113,6 +136,12 @@ TEST(Arguments, BadValue_IsSaidWithItsName) {
         {{"record", "a.mp4", "--seconds", "604801"}, "--seconds: \"604801\" is not a length"},
         {{"record", "a.mp4", "--seconds", "1s"}, "--seconds: \"1s\" is not a length"},
         {{"record", "a.mp4", "--fps", "61"}, "--fps: "},
+        {{"record", "a.mp4", "--sound", "radio"}, "--sound: radio not in {machine,microphone,both}"},
+        {{"record", "a.mp4", "--sound-device", "USB"}, "--sound-device requires --sound"},
+        {{"record", "a.mp4", "--sound", "both", "--sound-device", "USB"},
+         "--sound-device: with both it is given twice, the machine's first"},
+        {{"record", "a.mp4", "--sound", "machine", "--sound-device", "a", "--sound-device", "b"},
+         "--sound-device: it is given twice only with --sound both"},
         {{"record", "a.mp4", "--region", "1,2,3"}, "--region: \"1,2,3\" is not X,Y,W,H"},
         {{"record", "a.mp4", "--region", "0,0,0,5"}, "--region: \"0,0,0,5\" is not X,Y,W,H"},
         {{"record", "a.mp4", "--region", "1,2,3,4,5"}, "--region: \"1,2,3,4,5\" is not X,Y,W,H"},

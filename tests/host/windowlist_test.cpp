@@ -135,5 +135,24 @@ TEST(DisplayList, Json_HasEveryDisplayWithItsNumber) {
               R"("description":null}]})");
 }
 
+const std::vector<kx::SoundEndpoint> kSounds = {{L"{A}", L"Speakers", false, true},
+                                                {L"{B}", L"Headset \"USB\"", true, false}};
+
+TEST(SoundList, Lines_HaveSourceNameAndId) {
+    EXPECT_EQ(SoundLines(kSounds), L"machine     default  Speakers       {A}\n"
+                                   L"microphone           Headset \"USB\"  {B}\n");
+}
+
+TEST(SoundList, NoDevice_IsASentence) {
+    EXPECT_EQ(SoundLines({}), L"There is no sound device\n");
+}
+
+TEST(SoundList, Json_HasEveryKey) {
+    EXPECT_EQ(nlohmann::ordered_json::parse(SoundsJson(kSounds)).dump(),
+              R"({"schema":2,"sounds":[)"
+              R"({"id":"{A}","name":"Speakers","source":"machine","default":true},)"
+              R"({"id":"{B}","name":"Headset \"USB\"","source":"microphone","default":false}]})");
+}
+
 } // namespace
 } // namespace kxrecord
