@@ -14,11 +14,19 @@ if(MSVC)
     )
     target_link_options(kx_options INTERFACE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /guard:cf)
 else()
+    # Folders of this machine stand in no file that is built. Those of the dependencies may have been reached through a
+    # link, in whose place the packages name the folder that it leads to.
+    set(kx_mapped_folders "${PROJECT_SOURCE_DIR}/=" "${PROJECT_BINARY_DIR}/=build/")
+    foreach(prefix IN LISTS CMAKE_PREFIX_PATH)
+        file(REAL_PATH "${prefix}" folder)
+        list(APPEND kx_mapped_folders "${folder}/=deps/" "${prefix}/=deps/")
+    endforeach()
+    list(TRANSFORM kx_mapped_folders PREPEND "-ffile-prefix-map=")
     target_compile_options(kx_options INTERFACE
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
         -Woverloaded-virtual -Wnull-dereference -Wformat=2 -Wundef $<$<BOOL:${KX_WARNINGS_AS_ERRORS}>:-Werror>
         -fstack-protector-strong -fcf-protection
-        -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/
+        ${kx_mapped_folders}
         $<$<BOOL:${KX_DEBUG_SYMBOLS}>:-g1>)
     target_compile_definitions(kx_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
     target_link_options(kx_options INTERFACE
