@@ -90,7 +90,8 @@ TEST_F(FrameLoopTest, NothingChanges_NothingIsHandedOnAndTimeGoesOn) {
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(loop->Statistics().unchanged, 9u);
     EXPECT_GE(end, SlotTime(10, kFramesPerSecond));
-    EXPECT_EQ(queue.Settled(), SlotTime(10, kFramesPerSecond));
+    EXPECT_GE(queue.Settled(), SlotTime(10, kFramesPerSecond));
+    EXPECT_LE(queue.Settled(), SlotTime(10 + loop->Statistics().missed, kFramesPerSecond));
 }
 
 TEST_F(FrameLoopTest, KeyIsAskedForWhileNothingChanges_TheSamePictureComesAgainOnce) {
