@@ -1,7 +1,7 @@
 # Libraries of Windows that are not on the system's list of known DLLs (HKLM\SYSTEM\CurrentControlSet\Control\Session
 # Manager\KnownDLLs). A program that imports one of them plainly gets it from its own folder if somebody puts a file of
-# that name there. The worker therefore loads them at the first call: by then it has told the system, at the top of
-# WinMain, to look for libraries in the system folder only (SetDefaultDllDirectories), and the delay-load helper's
+# that name there. Worker and host therefore load them at the first call: by then they have told the system, before all
+# else, to look for libraries in the system folder only (SetDefaultDllDirectories), and the delay-load helper's
 # LoadLibrary obeys.
 
 # kx_load_from_system_folder(TARGET LIBRARY...): TARGET and whoever links it call the functions that

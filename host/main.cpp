@@ -5,6 +5,8 @@
 #include "host/console.h"
 #include "host/version.h"
 
+#include <windows.h>
+
 #include <exception>
 #include <variant>
 
@@ -46,6 +48,10 @@ Exit Run(int count, wchar_t** texts) {
 
 extern "C" int wmain(int count, wchar_t** texts) {
     using namespace kxrecord;
+    // What is loaded from here on are libraries of Windows; one of that name beside the program is not meant.
+    if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+        return static_cast<int>(Exit::Internal);
+    }
     try {
         return static_cast<int>(Run(count, texts));
     } catch (const std::exception& error) {
