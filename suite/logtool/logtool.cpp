@@ -39,7 +39,7 @@ constexpr wchar_t kConfigFile[] = L"config\\log4cplus.properties";
 // The century by itself: the first line of a thread is formatted into as much as its pattern is long, and some systems
 // cut there what does not fit.
 constexpr wchar_t kLinePattern[] = L"%D{20%y-%m-%d} %D{%H:%M:%S.%q} %-5p [%i:%t] %m [%F:%L %M]\r%n";
-constexpr std::uint64_t kMaxFileBytes = 1024 * 1024;
+constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1024} * 1024;
 constexpr int kOldFilesKept = 3;
 
 // @throws std::system_error
