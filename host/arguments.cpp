@@ -29,6 +29,7 @@ constexpr char kDescription[] =
 constexpr double kShortestSeconds = 0.1;
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
 constexpr unsigned int kLongestTimeoutMs = 3600000;
+constexpr char kComplaintPrefix[] = "kxrecord: ";
 constexpr std::size_t kHelpWidth = 80;
 constexpr std::size_t kOptionColumn = 27;
 
@@ -427,6 +428,10 @@ ManifestOptions ManifestOptionsOf(const Arguments& arguments) {
     return options;
 }
 
+Notice Complaint(const std::string& sentence) {
+    return {Exit::BadArguments, {}, kComplaintPrefix + sentence};
+}
+
 // The parser itself would only say that a command is needed.
 std::optional<Notice> UnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
     if (arguments.empty() || arguments.front().starts_with('-')) {
@@ -439,9 +444,7 @@ std::optional<Notice> UnknownCommand(const CLI::App& app, const std::vector<std:
         }
         names += (names.empty() ? "" : ", ") + command->get_name();
     }
-    return Notice{Exit::BadArguments,
-                  {},
-                  "kxrecord: there is no command \"" + arguments.front() + "\"; the commands are " + names + "\n"};
+    return Complaint("there is no command \"" + arguments.front() + "\"; the commands are " + names + "\n");
 }
 
 // Help and version are "errors" with code 0 to the parser.
@@ -449,8 +452,10 @@ Notice NoticeOf(const CLI::App& app, const CLI::ParseError& error) {
     std::ostringstream output;
     std::ostringstream complaint;
     app.exit(error, output, complaint);
-    return {error.get_exit_code() == 0 ? Exit::Success : Exit::BadArguments, Wrapped(output.str(), kHelpWidth),
-            complaint.str()};
+    if (error.get_exit_code() == 0) {
+        return {Exit::Success, Wrapped(output.str(), kHelpWidth), {}};
+    }
+    return Complaint(complaint.str());
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "host/console.h"
 #include "host/text.h"
 
+#include <cstdint>
 #include <cwchar>
 #include <initializer_list>
 #include <iterator>
@@ -18,9 +19,13 @@ using std::chrono::milliseconds;
 constexpr wchar_t kPrefix[] = L"kxrecord: ";
 constexpr std::wstring_view kGap = L"  ";
 
+std::wstring CountText(std::uint64_t count, const std::wstring& noun) {
+    return std::to_wstring(count) + L" " + noun + (count == 1 ? L"" : L"s");
+}
+
 std::wstring PicturesText(const RecordState& state) {
-    return state.worker ? std::to_wstring(state.worker->pictures) + L" pictures"
-                        : std::to_wstring(state.framesDue) + L" frames due";
+    return state.worker ? CountText(state.worker->pictures, L"picture")
+                        : CountText(state.framesDue, L"frame") + L" due";
 }
 
 class TextReport : public Report {

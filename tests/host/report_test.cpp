@@ -63,6 +63,15 @@ TEST(Progress, WideTerminal_ShowsEveryField) {
     EXPECT_EQ(ProgressText(StateAt(milliseconds(1500)), 120), L"00:00:01.5  40 pictures  3.0 MB  5.0 GB free");
 }
 
+TEST(Progress, OnePicture_IsNotCalledPictures) {
+    RecordState state = StateAt(milliseconds(0));
+    state.worker->pictures = 1;
+    EXPECT_EQ(ProgressText(state, 120), L"00:00:00.0  1 picture  3.0 MB  5.0 GB free");
+    state.worker.reset();
+    state.framesDue = 1;
+    EXPECT_EQ(ProgressText(state, 120), L"00:00:00.0  1 frame due  3.0 MB  5.0 GB free");
+}
+
 TEST(Progress, NarrowTerminal_KeepsOneLine) {
     EXPECT_EQ(ProgressText(StateAt(milliseconds(1500)), 40), L"00:00:01.5  40 pictures  3.0 MB");
     for (std::size_t width = 11; width < 60; ++width) {
