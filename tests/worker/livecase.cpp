@@ -199,6 +199,15 @@ std::string RawClient::ReceiveAll() {
     return all;
 }
 
+bool RawClient::WaitClosed() {
+    std::array<char, 4096> dropped;
+    int received = 0;
+    do {
+        received = recv(m_socket, dropped.data(), static_cast<int>(dropped.size()), 0);
+    } while (received > 0);
+    return received == 0 || WSAGetLastError() != WSAETIMEDOUT;
+}
+
 std::string Request(const std::string& method, const std::string& path, const std::string& host) {
     return method + " " + path + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n";
 }

@@ -97,6 +97,9 @@ public:
     std::string Receive();
     std::string ReceiveAll();
 
+    // Reads until the connection is closed; false when the server says nothing in time.
+    bool WaitClosed();
+
 private:
     std::uintptr_t m_socket;
     bool m_connected = false;

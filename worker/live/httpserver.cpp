@@ -3,7 +3,7 @@
 //
 // One request a connection: a viewer's answer ends with the connection anyway. Ways a connection ends: the answer was
 // sent and the client has taken it (Farewell); the time is over or the client is gone (Beast closes the socket); it is
-// the oldest of too many (DropOldest); the server stops (Close).
+// the oldest of too many (MakeRoom); the server stops (Close).
 #include "worker/live/httpserver.h"
 
 #include "sdk/util/logtool.h"
@@ -43,7 +43,12 @@ using std::chrono::milliseconds;
 
 constexpr std::uint32_t kMostHeadBytes = 16 * 1024;
 constexpr std::size_t kMostUnreadBytes = std::size_t{256} * 1024; // of a request's body, dropped after the answer
-constexpr std::size_t kMostConnections = 256;                     // besides the streams
+constexpr std::size_t kMostAnswers = 256;                         // under way, besides the streams
+
+// Each turn of the thread costs a look at every connection, and clients that finish no head would have all of them
+// looked at for nothing. A client is read from several times before those that come behind it can push it out.
+constexpr std::size_t kMostHeads = 64;
+constexpr std::size_t kClientsATurn = 16;
 constexpr int kSendBuffer = 64 * 1024; // small, so that a slow viewer is not shown old pictures
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kAcceptAgain(10);
@@ -112,7 +117,8 @@ public:
         const Tcp::endpoint wanted(
             allInterfaces ? asio::ip::address(asio::ip::address_v4::any()) : asio::ip::address_v4::loopback(), port);
         if (m_acceptor.open(wanted.protocol(), error) || m_acceptor.set_option(ExclusiveAddress(), error) ||
-            m_acceptor.bind(wanted, error) || m_acceptor.listen(asio::socket_base::max_listen_connections, error)) {
+            m_acceptor.non_blocking(true, error) || m_acceptor.bind(wanted, error) ||
+            m_acceptor.listen(asio::socket_base::max_listen_connections, error)) {
             return {0, error.value()};
         }
         const std::uint16_t bound = m_acceptor.local_endpoint().port();
@@ -149,6 +155,7 @@ public:
 
 private:
     class Connection;
+    using Connections = std::list<Connection*>;
 
     void Run() noexcept {
         for (;;) {
@@ -162,27 +169,47 @@ private:
     }
 
     void Accept() {
-        m_acceptor.async_accept([this](error_code error, Tcp::socket socket) {
-            if (m_isClosed) {
-                return;
+        m_acceptor.async_wait(Tcp::acceptor::wait_read, [this](error_code) {
+            if (!m_isClosed) {
+                TakeClients();
             }
-            if (error) { // the client is gone again, or there is no memory for it
-                return After(kAcceptAgain, [this] { Accept(); });
-            }
-            Accept();
-            Serve(std::move(socket));
         });
     }
 
+    // Listens again before anything is done for a client, because that may throw.
+    void TakeClients() {
+        std::vector<Tcp::socket> clients;
+        clients.reserve(kClientsATurn);
+        error_code error;
+        while (!error && clients.size() < kClientsATurn) {
+            clients.emplace_back(m_io);
+            m_acceptor.accept(clients.back(), error);
+        }
+        if (!error || error == asio::error::would_block) {
+            Accept();
+        } else { // a client is gone again, or there is no memory for it
+            After(kAcceptAgain, [this] { Accept(); });
+        }
+        if (error) {
+            clients.pop_back();
+        }
+        for (Tcp::socket& client : clients) {
+            Serve(std::move(client));
+        }
+    }
+
     void Serve(Tcp::socket socket);
-    void DropOldest();
+    void MakeRoom(Connections& connections, std::size_t most);
     void CloseEverything() noexcept;
 
     HttpPatience m_patience;
     std::vector<HttpField> m_fields;
     Handler m_handler;
-    std::list<Connection*> m_connections; // without streams, the oldest first; they take themselves out
-    std::list<Connection*> m_streams;
+    // Each connection is in one of them and takes itself out. The oldest is the first.
+    Connections m_heads; // that are waited for
+    Connections m_answers;
+    Connections m_streams;
+    Connections m_closed;     // that still wait to hear so
     asio::io_context m_io{1}; // destroys tasks that were not run, before the lists that they know
     asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
     Tcp::acceptor m_acceptor;
@@ -195,16 +222,19 @@ private:
 // One client, from its request's head to the end of its answer.
 class HttpServer::Impl::Connection final : public HttpExchange, public std::enable_shared_from_this<Connection> {
 public:
-    Connection(Impl& server, Tcp::socket socket) : m_server(server), m_stream(std::move(socket)) {
+    Connection(Impl& server, Tcp::socket socket)
+        : m_server(server),
+          m_list(&server.m_heads),
+          m_stream(std::move(socket)) {
         error_code ignored; // all of these are a matter of speed
         m_stream.socket().non_blocking(true, ignored);
         m_stream.socket().set_option(Tcp::no_delay(true), ignored);
         m_stream.socket().set_option(asio::socket_base::send_buffer_size(kSendBuffer), ignored);
         m_parser.header_limit(kMostHeadBytes);
         m_parser.body_limit(boost::none);
-        m_place = server.m_connections.insert(server.m_connections.end(), this);
+        m_place = m_list->insert(m_list->end(), this);
     }
-    ~Connection() override { (m_body == nullptr ? m_server.m_connections : m_server.m_streams).erase(m_place); }
+    ~Connection() override { m_list->erase(m_place); }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -226,7 +256,7 @@ public:
         if (body == nullptr || m_isHead) {
             return SendHead([this] { Farewell(); });
         }
-        m_server.m_streams.splice(m_server.m_streams.end(), m_server.m_connections, m_place);
+        MoveTo(m_server.m_streams);
         m_body = std::move(body);
         SendHead([this] {
             WatchReader();
@@ -240,10 +270,23 @@ public:
         }
     }
 
-    void Close() noexcept { m_stream.close(); }
+    void Close() noexcept {
+        MoveTo(m_server.m_closed);
+        m_stream.close();
+    }
 
 private:
+    void MoveTo(Connections& list) noexcept {
+        list.splice(list.end(), *m_list, m_place);
+        m_list = &list;
+    }
+
     void OnHead(error_code error) {
+        if (m_list == &m_server.m_closed) {
+            return;
+        }
+        m_server.MakeRoom(m_server.m_answers, kMostAnswers);
+        MoveTo(m_server.m_answers);
         if (IsMistakeOfTheClient(error)) {
             return Answer(Refusal(error));
         }
@@ -354,7 +397,8 @@ private:
     }
 
     Impl& m_server;
-    std::list<Connection*>::iterator m_place;
+    Connections* m_list;
+    Connections::iterator m_place;
     boost::beast::tcp_stream m_stream;
     boost::beast::flat_buffer m_buffer{kMostHeadBytes};
     http::request_parser<http::empty_body> m_parser;
@@ -369,13 +413,13 @@ private:
 };
 
 void HttpServer::Impl::Serve(Tcp::socket socket) {
-    DropOldest();
+    MakeRoom(m_heads, kMostHeads);
     std::make_shared<Connection>(*this, std::move(socket))->ReadHead();
 }
 
-void HttpServer::Impl::DropOldest() {
-    if (m_connections.size() >= kMostConnections) {
-        m_connections.front()->Close();
+void HttpServer::Impl::MakeRoom(Connections& connections, std::size_t most) {
+    if (connections.size() >= most) {
+        connections.front()->Close();
     }
 }
 
@@ -390,9 +434,9 @@ void HttpServer::Impl::CloseEverything() noexcept {
     m_isClosed = true;
     error_code ignored;
     m_acceptor.close(ignored);
-    for (const std::list<Connection*>* connections : {&m_connections, &m_streams}) {
-        for (Connection* connection : *connections) {
-            connection->Close();
+    for (const Connections* connections : {&m_heads, &m_answers, &m_streams}) {
+        while (!connections->empty()) {
+            connections->front()->Close();
         }
     }
     for (asio::steady_timer& timer : m_timers) {

@@ -74,9 +74,9 @@ struct HttpPatience {
 };
 
 /**
- * One thread serves all connections, one request each; a connection that waits costs memory alone, and of those that
- * are no streams the oldest makes room when there are too many. Post(), Start() and Stop() may be called from any
- * thread, the other members from the server's.
+ * One thread serves all connections, one request each. A connection that waits costs no thread; the oldest of those
+ * whose head is waited for makes room when there are too many, and so does the oldest of those that are answered.
+ * Post(), Start() and Stop() may be called from any thread, the other members from the server's.
  */
 class HttpServer {
 public:
