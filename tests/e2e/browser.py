@@ -31,14 +31,14 @@ class Browser:
     """One browser with one page; its profile is empty and is removed when the browser is closed. Headless, or with a
     window of a size on a display."""
 
-    def __init__(self, profile, display=None, size=(WIDTH, HEIGHT)):
+    def __init__(self, profile, display=None, size=(WIDTH, HEIGHT), flags=()):
         self._profile = profile
         self._held = b""
         self._last_id = 0
         self.complaints = []
         theirs_in, self._to_browser = map(_away_from_the_pipe, os.pipe())
         self._from_browser, theirs_out = map(_away_from_the_pipe, os.pipe())
-        flags = [f"--window-size={size[0]},{size[1]}", "--headless" if display is None else "--kiosk"]
+        flags = [*flags, f"--window-size={size[0]},{size[1]}", "--headless" if display is None else "--kiosk"]
         environment = os.environ if display is None else {**os.environ, "DISPLAY": display}
         command = ["bash", "-c", f'exec "$@" 3<&{theirs_in} 4>&{theirs_out}', "bash",
                    "chromium", *FLAGS, *flags, f"--user-data-dir={profile}", "about:blank"]
@@ -73,6 +73,14 @@ class Browser:
     def before_every_page(self, script):
         """Has a script run in each new page before its own."""
         self._call("Page.addScriptToEvaluateOnNewDocument", session=self._session, source=script)
+
+    def prefer(self, feature, value):
+        """Says what a media query of the page finds, e.g. that the system is dark."""
+        self._call("Emulation.setEmulatedMedia", session=self._session, features=[{"name": feature, "value": value}])
+
+    def pretend_phone(self, width, height):
+        self._call("Emulation.setDeviceMetricsOverride", session=self._session, width=width, height=height,
+                   deviceScaleFactor=2, mobile=True)
 
     def open(self, url):
         answer = self._call("Page.navigate", session=self._session, url=url)

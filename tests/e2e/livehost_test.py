@@ -73,6 +73,10 @@ class LiveView(RecordCase):
         self.assertRegex(result.output, r"\AServing the screen at http://127\.0\.0\.1:\d+/[0-9a-f]{32}/ "
                                         r"\(Ctrl-C stops\)\nServed for 00:00:01\.\d\n\Z")
 
+    def test_Key_IsNewInEachRun(self):
+        keys = {re.search("/([0-9a-f]{32})/", self.stage.run("live", "--seconds", 1).output).group(1) for _ in range(2)}
+        self.assertEqual(len(keys), 2)
+
     def test_AllInterfaces_NamesTheMachineAndWarns(self):
         for options, key, warning in (
                 ((), "[0-9a-f]{32}/", "the screen travels unencrypted: whoever can listen to the network can see it"),

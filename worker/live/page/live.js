@@ -6,6 +6,7 @@ const RETRY_MS = 1000;
 const SILENCE_MS = 5000; // the server says something every second
 const STATUS_MS = 2000;
 const RATE_SPAN_MS = 2000;
+const LOOK_MS = 250; // between pictures whose delay is measured: a look at each would delay them all
 const REFRESH_MS = 500;
 const FASTEST = 1.08;
 const SLOWEST = 0.97;
@@ -28,14 +29,21 @@ let decoderFailures = 0; // in a row
 let streamFrom = 0; // the moment from which the stream may be tried
 let startSound = null; // plays the sound of the stream that is shown; null when it has none
 let sound = null; // what plays it
-let shown = []; // of the last pictures: when each was displayed, and how long after its arrival
+let shown = []; // of some of the last pictures: when each was displayed, and how long after its arrival
+let counts = []; // of the pictures that were displayed so far, and when they were counted
 let way = null; // milliseconds from the capture to this page, as far as the server and a request's time tell
 
 class Trouble extends Error {}
 
+// A text that is set is laid out and painted again, also when it is the same: beside it, the picture would wait.
+function say(id, text) {
+  if (byId(id).textContent !== text) byId(id).textContent = text;
+}
+
 function showState(state, text) {
   document.body.dataset.state = state;
-  byId("state").textContent = text;
+  if (state === "live") byId("stage").dataset.hasPicture = "";
+  say("state", text);
 }
 
 // --- MP4: what must be known of its boxes ---
@@ -360,12 +368,14 @@ async function playVideo(answer) {
     stopSound();
     offerSound(head, codecs[1]);
     if (wasHeard && startSound) startSound();
+    const look = () => video.requestVideoFrameCallback(watch);
     const watch = (now, picture) => {
       if (player.picture.isClosed) return;
       player.picture.note(picture.mediaTime, picture.expectedDisplayTime);
-      video.requestVideoFrameCallback(watch);
+      setTimeout(look, LOOK_MS);
     };
-    if (video.requestVideoFrameCallback) video.requestVideoFrameCallback(watch);
+    counts = [];
+    if (video.requestVideoFrameCallback) look();
     else video.addEventListener("timeupdate", () => showState("live", "Live"), { once: true });
     for (;;) {
       const fragment = new Fragment(await boxes.pair("moof", "mdat"), tracks);
@@ -423,8 +433,8 @@ async function askStatus() {
   const status = await (await get("status")).json();
   const halfWay = (performance.now() - asked) / 2;
   way = status.delayMilliseconds === null ? null : status.delayMilliseconds + halfWay;
-  byId("size").textContent = `${status.width} \u00d7 ${status.height}`;
-  if (!still.hidden) byId("rate").textContent = `${status.framesPerSecond} fps`;
+  say("size", `${status.width} \u00d7 ${status.height}`);
+  if (!still.hidden) say("rate", `${status.framesPerSecond} fps`);
   return status;
 }
 
@@ -453,14 +463,24 @@ function median(numbers) {
   return numbers.sort((a, b) => a - b)[Math.floor(numbers.length / 2)];
 }
 
+// Pictures that were displayed each second, in the span that is looked at.
+function rateShown() {
+  const now = performance.now();
+  const { totalVideoFrames, droppedVideoFrames } = video.getVideoPlaybackQuality();
+  counts.push({ moment: now, pictures: totalVideoFrames - droppedVideoFrames });
+  while (counts.length > 1 && counts[1].moment <= now - RATE_SPAN_MS) counts.shift();
+  const first = counts[0];
+  const span = Math.max(now - first.moment, REFRESH_MS);
+  return ((counts[counts.length - 1].pictures - first.pictures) * 1000) / span;
+}
+
 function refresh() {
   const isLive = document.body.dataset.state === "live";
   if (still.hidden) {
+    say("rate", isLive ? `${rateShown().toFixed(1)} fps` : "\u2013");
     shown = shown.filter((picture) => picture.moment > performance.now() - RATE_SPAN_MS);
-    const rate = ((shown.length * 1000) / RATE_SPAN_MS).toFixed(1);
-    byId("rate").textContent = isLive ? `${rate} fps` : "\u2013";
     const delay = way === null || shown.length === 0 ? null : way + median(shown.map((picture) => picture.late));
-    byId("delay").textContent = isLive && delay !== null ? `${Math.round(delay)} ms` : "\u2013";
+    say("delay", isLive && delay !== null ? `${Math.round(delay)} ms` : "\u2013");
   }
   document.title = isLive ? `${byId("rate").textContent} \u2013 ${TITLE}` : TITLE;
 }
