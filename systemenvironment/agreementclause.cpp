@@ -13,10 +13,12 @@
 
 #include <windows.h>
 
+#include <string>
+
 namespace {
 
 constexpr wchar_t kExpiryKey[] = L"\\SOFTWARE\\Calvora\\setting\\expireLogin"; // one value a user, named by the SID
-constexpr wchar_t kLoginGuideKey[] = L"\\SOFTWARE\\Calvora\\KXLoginGuide";     // below the SID
+constexpr wchar_t kUserLoginGuideKey[] = L"\\SOFTWARE\\Calvora\\KXLoginGuide"; // below the SID
 constexpr wchar_t kProtocolName[] = L"Protocol";
 constexpr wchar_t kProtocolVersionName[] = L"ProtocolVer";
 constexpr wchar_t kRequiredVersion[] = L"9";
@@ -25,7 +27,7 @@ constexpr wchar_t kResetProtocol[] = L"0";
 constexpr char kNotAccepted[] = "0";
 
 bool ReadProtocolVersion(std::wstring& out) {
-    const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kLoginGuideKey;
+    const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kUserLoginGuideKey;
     return DE::Registry::GetValue(HKEY_USERS, key, kProtocolVersionName, out, KEY_READ);
 }
 
@@ -46,7 +48,7 @@ std::string SystemEnvironment::IsAgreeClause() noexcept try {
     const std::wstring sid = KXPROCESS::GetCurrentUserSidstr();
     std::wstring storedExpiry;
     DE::Registry::GetValue(HKEY_LOCAL_MACHINE, kExpiryKey, sid, storedExpiry, KEY_ALL_ACCESS);
-    const std::wstring loginGuideKey = sid + kLoginGuideKey;
+    const std::wstring loginGuideKey = sid + kUserLoginGuideKey;
     std::wstring storedProtocol;
     DE::Registry::GetValue(HKEY_USERS, loginGuideKey, kProtocolName, storedProtocol, KEY_ALL_ACCESS);
     const std::string expiry = DE::UnicodeToANSI(storedExpiry);
@@ -69,7 +71,7 @@ std::string SystemEnvironment::IsAgreeClause() noexcept try {
 }
 
 std::string SystemEnvironment::GetLoginGuideProtocol() noexcept try {
-    const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kLoginGuideKey;
+    const std::wstring key = KXPROCESS::GetCurrentUserSidstr() + kUserLoginGuideKey;
     std::wstring stored;
     DE::Registry::GetValue(HKEY_USERS, key, kProtocolName, stored, KEY_ALL_ACCESS);
     std::string protocol = kx::Utf8FromWide(stored);
