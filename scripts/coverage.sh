@@ -16,9 +16,13 @@ case "${1:-}" in
     -h | --help) usage; exit 0 ;;
 esac
 
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
 if ! command -v gcovr >/dev/null; then
-    install=(apt-get install -y -qq --no-install-recommends gcovr)
-    if [ "$(id -u)" -eq 0 ]; then "${install[@]}" >/dev/null; else sudo "${install[@]}" >/dev/null; fi
+    as_root apt-get update -qq
+    as_root apt-get install -y -qq --no-install-recommends gcovr >/dev/null
 fi
 scripts/build.sh mingw-coverage
 find build/mingw-coverage -name '*.gcda' -delete
