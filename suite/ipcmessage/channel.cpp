@@ -50,11 +50,12 @@ bool IsRunning(HANDLE process) noexcept {
     return WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
 }
 
-// Parent numbers outlive their processes: a child is younger than its parent or the number was used again.
+// Parent numbers outlive their processes: a child is younger than its parent or the number was used again. A time that
+// the system does not tell, 0, is earlier than any other.
 bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) noexcept {
     const std::uint64_t childStart = StartTimeOf(child);
     const std::uint64_t parentStart = StartTimeOf(parent);
-    return ParentIdOf(child) == parentId && childStart != 0 && parentStart != 0 && childStart >= parentStart;
+    return ParentIdOf(child) == parentId && parentStart != 0 && childStart >= parentStart;
 }
 
 // The folder of the process's program, without a separator at its end. Nothing when the system does not tell.
@@ -64,8 +65,7 @@ std::optional<std::wstring> ProgramFolder(HANDLE process) {
     if (!QueryFullProcessImageNameW(process, 0, path.data(), &length)) {
         return std::nullopt;
     }
-    path.resize(length);
-    const std::size_t separator = path.find_last_of(L'\\');
+    const std::size_t separator = path.rfind(L'\\', length);
     if (separator == std::wstring::npos) {
         return std::nullopt;
     }
