@@ -16,6 +16,7 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace kxtest {
 
@@ -83,10 +84,36 @@ CreateEventHook::Callable EventFails(int failing) {
     };
 }
 
+// void std::thread::_M_start_thread(std::unique_ptr<_State>, void (*)())
+using StartThreadHook = ImportHook<"libstdc++-6.dll",
+                                   "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_"
+                                   "EEPFvvE",
+                                   void(void*, void*, void (*)())>;
+
+void ThreadDoesNotStart(void*, void*, void (*)()) {
+    throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+}
+
 } // namespace
 
 TEST(IPCMessageFault, NoPipe_NoChannelUntilTheNextClient) {
     ExpectNoChannel<KernelHook<"CreateNamedPipeW", decltype(CreateNamedPipeW)>>(Fails(INVALID_HANDLE_VALUE));
+}
+
+// What the system is asked for keeps others out: nobody can add an end to the pipe, and no other machine reaches it.
+TEST(IPCMessageFault, Pipe_IsAskedForAsTheOnlyEndAndForThisMachine) {
+    using PipeHook = KernelHook<"CreateNamedPipeW", decltype(CreateNamedPipeW)>;
+    std::string asked;
+    const PipeHook hook(
+        [&](LPCWSTR name, DWORD openMode, DWORD pipeMode, DWORD instances, DWORD out, DWORD in, auto... rest) {
+            asked = (openMode & FILE_FLAG_FIRST_PIPE_INSTANCE) != 0 ? "first" : "any";
+            asked += (pipeMode & PIPE_REJECT_REMOTE_CLIENTS) != 0 ? " local of " : " remote of ";
+            asked += std::to_string(instances) + ", " + std::to_string(out) + " " + std::to_string(in);
+            return PipeHook::Original(name, openMode, pipeMode, instances, out, in, rest...);
+        },
+        Channel());
+    const Host host;
+    EXPECT_EQ(asked, "first local of 1, 65536 65536");
 }
 
 TEST(IPCMessageFault, NoEventToStopBy_NoChannelUntilTheNextClient) {
@@ -111,13 +138,7 @@ TEST(IPCMessageFault, NoAccessList_NoChannelUntilTheNextClient) {
 }
 
 TEST(IPCMessageFault, NoThread_NoChannelUntilTheNextClient) {
-    // void std::thread::_M_start_thread(std::unique_ptr<_State>, void (*)())
-    using StartThreadHook = ImportHook<"libstdc++-6.dll",
-                                       "_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_"
-                                       "EEPFvvE",
-                                       void(void*, void*, void (*)())>;
-    ExpectNoChannel<StartThreadHook>(
-        [](auto&&...) { throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again)); });
+    ExpectNoChannel<StartThreadHook>(ThreadDoesNotStart);
 }
 
 // The library's thread ends then: what is left is a client on which every send fails.
@@ -133,6 +154,14 @@ TEST(IPCMessageFault, PipeThatCannotListen_SendsFailUntilTheNextClient) {
     }
     Host host;
     ExpectNextWorkerServed(host);
+}
+
+// The system writes into the channel's memory until the operation has ended.
+TEST(IPCMessageFault, ListeningThatIsCancelled_IsWaitedFor) {
+    using ResultHook = KernelHook<"GetOverlappedResult", decltype(GetOverlappedResult)>;
+    const ResultHook hook([](auto&&... arguments) { return ResultHook::Original(arguments...); }, Channel());
+    { const Host host; }
+    EXPECT_EQ(hook.Calls(), 1);
 }
 
 TEST(IPCMessageFault, NoEventToListenWith_SendsFailUntilTheNextClient) {
@@ -179,6 +208,20 @@ TEST(IPCMessageFault, WorkerWithoutAParent_DroppedAndNextServed) {
 
 TEST(IPCMessageFault, WorkerWithoutAStartTime_DroppedAndNextServed) {
     ExpectWorkerDropped<KernelHook<"GetProcessTimes", decltype(GetProcessTimes)>>(Fails(FALSE));
+}
+
+// The clock that start times are taken from is coarser than a quick host.
+TEST(IPCMessageFault, WorkerStartedAtTheTimeOfItsHost_Served) {
+    using TimesHook = KernelHook<"GetProcessTimes", decltype(GetProcessTimes)>;
+    const TimesHook hook(
+        [](HANDLE process, LPFILETIME created, auto... others) {
+            const BOOL isTold = TimesHook::Original(process, created, others...);
+            *created = {1, 1};
+            return isTold;
+        },
+        Channel());
+    Host host;
+    ExpectNextWorkerServed(host);
 }
 
 TEST(IPCMessageFault, WorkerWithoutAProgram_DroppedAndNextServed) {
@@ -274,6 +317,80 @@ TEST(IPCMessageFault, ReadThatCannotBeCancelled_IsWaitedForUntilTheWorkerGoes) {
     ExpectNextWorkerServed(next);
 }
 
+TEST(IPCMessageClient, DestroyedWhileASendWaitsBehindAStuckOne_BothFail) {
+    using WriteHook = KernelHook<"WriteFile", decltype(WriteFile)>;
+    using SleepHook = KernelHook<"SleepConditionVariableSRW", decltype(SleepConditionVariableSRW)>;
+    auto host = std::make_unique<Host>();
+    const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " wait " + UniqueName("never"));
+    ASSERT_TRUE(host->ready.Wait());
+    const Signal firstWrites;
+    const Signal secondWaits;
+    const WriteHook write(
+        [&](auto&&... arguments) {
+            firstWrites.Set();
+            return WriteHook::Original(arguments...);
+        },
+        Channel());
+    const SleepHook sleep(
+        [&](auto&&... arguments) {
+            secondWaits.Set(); // with the lock, which it gives up when it sleeps
+            return SleepHook::Original(arguments...);
+        },
+        Channel());
+    std::string first;
+    std::string second;
+    std::thread firstSend([&first, client = &host->client] {
+        first = Ask(*client, kEchoPayload, std::string(kIPCMaxPayload, 'x'), INFINITE);
+    });
+    EXPECT_TRUE(firstWrites.Wait());
+    std::thread secondSend([&second, client = &host->client] { second = Ask(*client, kEchoPayload, "x", INFINITE); });
+    EXPECT_TRUE(secondWaits.Wait());
+
+    host.reset();
+
+    firstSend.join();
+    secondSend.join();
+    EXPECT_EQ(first, "(failed)");
+    EXPECT_EQ(second, "(failed)");
+}
+
+TEST(IPCMessageClient, WaitForTheTurnToWriteThatEndsEarly_GoesOn) {
+    using WriteHook = KernelHook<"WriteFile", decltype(WriteFile)>;
+    using SleepHook = KernelHook<"SleepConditionVariableSRW", decltype(SleepConditionVariableSRW)>;
+    Host host;
+    const Child worker("ipcworker.exe", "serve");
+    ASSERT_TRUE(host.ready.Wait());
+    const Signal firstWrites;
+    const Signal secondWaitsAgain;
+    std::atomic<int> writes = 0;
+    std::atomic<int> waits = 0;
+    const WriteHook write(
+        [&](auto&&... arguments) {
+            if (++writes == 1) {
+                firstWrites.Set();
+                EXPECT_TRUE(secondWaitsAgain.Wait());
+            }
+            return WriteHook::Original(arguments...);
+        },
+        Channel());
+    const SleepHook sleep(
+        [&](auto&&... arguments) {
+            if (++waits == 1) {
+                SetLastError(ERROR_TIMEOUT);
+                return FALSE;
+            }
+            secondWaitsAgain.Set();
+            return SleepHook::Original(arguments...);
+        },
+        Channel());
+    std::string first;
+    std::thread firstSend([&] { first = Ask(host.client, kEchoPayload, "first"); });
+    EXPECT_TRUE(firstWrites.Wait());
+    EXPECT_EQ(Ask(host.client, kEchoPayload, "second"), "second");
+    firstSend.join();
+    EXPECT_EQ(first, "first");
+}
+
 TEST(IPCMessageFault, DisconnectThatFails_NextWorkerServed) {
     using DisconnectHook = KernelHook<"DisconnectNamedPipe", decltype(DisconnectNamedPipe)>;
     Host host;
@@ -326,16 +443,27 @@ TEST(IPCMessageFault, WorkersFolderWithoutAnIdentity_DroppedAndNextServed) {
 
 // --- the worker's end
 
-// This process is the host and its own worker: the system says that it is its own parent.
-TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoes) {
+/** Makes this process the host and its own worker: the system says that it is its own parent. */
+class OwnParent {
+private:
     using FactsHook = ImportHook<"ntdll.dll", "NtQueryInformationProcess", decltype(NtQueryInformationProcess)>;
-    constexpr std::size_t kParentAt = 5; // of the pointer-sized words
-    const FactsHook facts(
-        [](HANDLE, PROCESSINFOCLASS, PVOID information, ULONG, PULONG) -> NTSTATUS {
-            static_cast<ULONG_PTR*>(information)[kParentAt] = GetCurrentProcessId();
-            return 0;
-        },
-        Channel());
+    static constexpr std::size_t kParentAt = 5; // of the pointer-sized words
+    const FactsHook m_hook{[](HANDLE, PROCESSINFOCLASS, PVOID information, ULONG, PULONG) -> NTSTATUS {
+                               static_cast<ULONG_PTR*>(information)[kParentAt] = GetCurrentProcessId();
+                               return 0;
+                           },
+                           Channel()};
+};
+
+void ExpectReadyArrives(IPCMessageService& service, const Host& host) {
+    TagIPCMessageItem ready;
+    ready.messageId = kReadyNotice;
+    EXPECT_TRUE(service.PostIPCMessage(ready));
+    EXPECT_TRUE(host.ready.Wait());
+}
+
+TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoes) {
+    const OwnParent ownParent;
     Host host;
     IPCMessageService service(kTestModule);
     {
@@ -345,10 +473,75 @@ TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoe
         EXPECT_EQ(hook.Calls(), 1);
     }
     EXPECT_EQ(service.Connect(kLimitMs), 0u);
-    TagIPCMessageItem ready;
-    ready.messageId = kReadyNotice;
-    EXPECT_TRUE(service.PostIPCMessage(ready));
-    EXPECT_TRUE(host.ready.Wait());
+    ExpectReadyArrives(service, host);
+}
+
+TEST(IPCMessageFault, ParentThatEndsBeforeItsChannelIsThere_ConnectGivesNotFoundAfterOnePause) {
+    using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)>;
+    const OwnParent ownParent;
+    std::vector<DWORD> pauses;
+    const WaitHook hook(
+        [&](HANDLE handle, DWORD timeoutMs) {
+            if (timeoutMs == 0) {
+                return WaitHook::Original(handle, timeoutMs);
+            }
+            pauses.push_back(timeoutMs);
+            return static_cast<DWORD>(WAIT_OBJECT_0);
+        },
+        Channel());
+    IPCMessageService service(kTestModule);
+    EXPECT_EQ(service.Connect(kLimitMs), static_cast<DWORD>(ERROR_NOT_FOUND));
+    EXPECT_EQ(pauses, std::vector<DWORD>{10});
+}
+
+TEST(IPCMessageFault, NoThreadForTheWorkersEnd_SendsNothingAndTheNextConnectWorks) {
+    using WriteHook = KernelHook<"WriteFile", decltype(WriteFile)>;
+    const OwnParent ownParent;
+    const Host host;
+    IPCMessageService service(kTestModule);
+    {
+        const StartThreadHook noThread(ThreadDoesNotStart, Channel());
+        EXPECT_NE(service.Connect(kLimitMs), 0u);
+    }
+    {
+        const WriteHook hook([](auto&&... arguments) { return WriteHook::Original(arguments...); }, Channel());
+        EXPECT_FALSE(service.PostIPCMessage(Request(kReadyNotice)));
+        EXPECT_EQ(hook.Calls(), 0);
+    }
+    EXPECT_EQ(service.Connect(kLimitMs), 0u);
+    ExpectReadyArrives(service, host);
+}
+
+// A pipe's owner may learn who the worker's user is and no more, and nobody else uses the worker's end.
+TEST(IPCMessageFault, WorkersEnd_IsOpenedAloneAndForIdentification) {
+    using OpenHook = KernelHook<"CreateFileW", decltype(CreateFileW)>;
+    const OwnParent ownParent;
+    const Host host;
+    std::vector<DWORD> asked;
+    const OpenHook hook(
+        [&](LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags,
+            HANDLE like) {
+            asked = {access, share, how, flags};
+            return OpenHook::Original(name, access, share, security, how, flags, like);
+        },
+        Channel());
+    IPCMessageService service(kTestModule);
+    EXPECT_EQ(service.Connect(kLimitMs), 0u);
+    EXPECT_EQ(asked, (std::vector<DWORD>{GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
+                                         FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION}));
+}
+
+TEST(IPCMessageService, Destroyed_DisconnectCallbackIsNotCalled) {
+    const OwnParent ownParent;
+    const Host host;
+    int calls = 0;
+    {
+        IPCMessageService service(kTestModule);
+        service.SetDisconnectCallback([&] { ++calls; });
+        ASSERT_EQ(service.Connect(kLimitMs), 0u);
+        ExpectReadyArrives(service, host);
+    }
+    EXPECT_EQ(calls, 0);
 }
 
 } // namespace kxtest

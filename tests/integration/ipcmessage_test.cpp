@@ -386,6 +386,21 @@ TEST(IPCMessageClient, SecondSendBehindStuckWrite_TimesOutByItself) {
     EXPECT_EQ(stuck, "(failed)");
 }
 
+// A failed send leaves nothing of an earlier reply behind.
+TEST(IPCMessageClient, ReplyThatIsUsedAgain_IsEmptyAfterAFailedSend) {
+    Host host;
+    IPCReplyItem reply;
+    {
+        const Child worker("ipcworker.exe", "serve");
+        ASSERT_TRUE(host.ready.Wait());
+        std::string payload = "x";
+        ASSERT_TRUE(host.client.SendIPCMessage(Request(kEchoPayload, payload), reply, kLimitMs));
+        ASSERT_EQ(TextOf(reply), "x");
+        ASSERT_FALSE(host.client.SendIPCMessage(Request(kStaySilent), reply, kQuietMs));
+    }
+    EXPECT_EQ(TextOf(reply), "(none)");
+}
+
 TEST(IPCMessageClient, WorkersOneAfterTheOther_AllServed) {
     Host host;
     for (int i = 0; i < 3; ++i) {

@@ -7,6 +7,7 @@ DebugLines::DebugLines()
     : m_hook([this](LPCWSTR line) {
           const std::lock_guard guard(m_mutex);
           m_lines.emplace_back(line);
+          SetLastError(ERROR_SUCCESS); // the system leaves what it likes
       }) {}
 
 std::vector<std::wstring> DebugLines::Lines() const {

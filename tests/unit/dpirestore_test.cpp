@@ -264,6 +264,35 @@ TEST_F(RestoreTest, ReleaseIsNotWritten_IsIgnoredAndTheStepRestored) {
     EXPECT_THAT(TakeLines(), ElementsAre(ChangedLine(L"2009")));
 }
 
+// bool DE::Registry::GetValue(HKEY, const std::wstring&, const std::wstring&, std::wstring&, DWORD)
+using ReadTextHook =
+    kxtest::ImportHook<"Util.dll",
+                       "_ZN2DE8Registry8GetValueEP6HKEY__RKNSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEESA_"
+                       "RS8_m",
+                       bool(HKEY, const std::wstring&, const std::wstring&, std::wstring&, DWORD)>;
+
+TEST_F(RestoreTest, TextThatAFailedReadLeaves_IsNoRememberedRelease) {
+    Arrange(Row{.recorded = {{}, 144, 2}, .inForce = {L"2009", 96, 0}});
+    const ReadTextHook hook(
+        [](HKEY root, const std::wstring& key, const std::wstring& name, std::wstring& value, DWORD access) {
+            const bool isRead = ReadTextHook::Original(root, key, name, value, access);
+            if (!isRead) {
+                value = L"2009";
+            }
+            return isRead;
+        });
+    EXPECT_TRUE(SystemEnvironment::RestoreSystemDpi4Common(0));
+    EXPECT_THAT(Writes(), ElementsAre(WriteRelease(L"2009")));
+    EXPECT_THAT(TakeLines(), ElementsAre(kNoReleaseLine, ChangedLine(L"2009")));
+}
+
+TEST_F(RestoreTest, ReleaseWriteThrows_NoLineSaysThatItChanged) {
+    Arrange(kRestores);
+    fakeutil::ThrowFrom("DE::Registry::SetValue");
+    EXPECT_FALSE(SystemEnvironment::RestoreSystemDpi4Common(0));
+    EXPECT_THAT(TakeLines(), IsEmpty());
+}
+
 TEST_F(RestoreTest, SaveFails_ItsResultAndItsLine) {
     Arrange(Row{.recorded = {L"2009", 144, 2}, .inForce = {L"2009", 96, 2}});
     fakeutil::FailRegistryWrite(1);

@@ -389,6 +389,19 @@ TEST_P(OsVersionTableTest, Version_IsOneLine) {
     EXPECT_EQ(version.SizeField(), 284u);
 }
 
+TEST_F(OsVersionTest, ServicePack_IsNarrowedUpToItsZero) {
+    std::vector<int> asked;
+    const NarrowHook hook([&](UINT page, DWORD flags, LPCWCH text, int length, LPSTR buffer, int size, auto... rest) {
+        if (std::wstring_view(text) == L"Service Pack 1") {
+            asked = {static_cast<int>(page), static_cast<int>(flags), length, size};
+        }
+        return NarrowHook::Original(page, flags, text, length, buffer, size, rest...);
+    });
+    const GivenVersion version({2, 6, 1, 7601, L"Service Pack 1", 1, ""});
+    EXPECT_EQ(SystemEnvironment::OSVersion(), "Microsoft Windows NT 6.1.7601 Service Pack 1");
+    EXPECT_THAT(asked, ElementsAre(CP_ACP, 0, -1, 256));
+}
+
 TEST_F(OsVersionTest, SystemInfo_IsAskedOnce) {
     const SystemInfoHook hook([](LPSYSTEM_INFO info) { SystemInfoHook::Original(info); });
     EXPECT_NE(SystemEnvironment::OSVersion(), "");

@@ -54,4 +54,13 @@ private:
     }};
 };
 
+inline constexpr DWORD kMonitorLimitMs = 5000; ///< that a proxy's end waits for a monitor
+
+/** Lets the wait for a monitor that does not end be over at once. */
+class ImpatientRelease {
+    hooks::WaitHook m_wait{[](HANDLE handle, DWORD timeoutMs) {
+        return hooks::WaitHook::Original(handle, timeoutMs == kMonitorLimitMs ? 0 : timeoutMs);
+    }};
+};
+
 } // namespace proxytest

@@ -31,6 +31,7 @@ using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)
 using WaitManyHook = KernelHook<"WaitForMultipleObjects", decltype(WaitForMultipleObjects)>;
 using EnterLockHook = KernelHook<"EnterCriticalSection", decltype(EnterCriticalSection)>;
 using LeaveLockHook = KernelHook<"LeaveCriticalSection", decltype(LeaveCriticalSection)>;
+using SleepConditionHook = KernelHook<"SleepConditionVariableCS", decltype(SleepConditionVariableCS)>;
 using DeleteLockHook = KernelHook<"DeleteCriticalSection", decltype(DeleteCriticalSection)>;
 using GetBinaryTypeHook = KernelHook<"GetBinaryTypeW", decltype(GetBinaryTypeW)>;
 using GetTickCountHook = KernelHook<"GetTickCount", decltype(GetTickCount)>;

@@ -2,6 +2,10 @@
 #include "unit/proxycommandfixture.h"
 #include "unit/proxycommands.h"
 
+#include <log4cplus/loggingmacros.h>
+
+#include <vector>
+
 namespace {
 
 using namespace proxytest;
@@ -49,6 +53,23 @@ TEST_P(EveryCommand, FailedSend_LeavesTheErrorStatusAndTheMode) {
     ExpectMessages(GetParam().failedSend);
     SetState(GetParam().from, RecordMode::WorkerStarted);
     EXPECT_TRUE(GetParam().call(Proxy()));
+}
+
+TEST_P(EveryCommand, FailedSend_IsLoggedWhileTheCommandIsInProgress) {
+    using StreamHook = kxtest::ImportHook<"liblog4cplus.dll", "_ZN9log4cplus6detail18get_macro_body_ossB5cxx11Ev",
+                                          log4cplus::tostringstream&()>;
+    std::vector<RunStatus> atMessages;
+    fakeipc::QueueAnswer(fakeipc::SendFails());
+    SetState(GetParam().from, RecordMode::WorkerStarted);
+    {
+        const StreamHook stream([&]() -> log4cplus::tostringstream& {
+            atMessages.push_back(Status(Proxy()));
+            return StreamHook::Original();
+        });
+        EXPECT_FALSE(GetParam().call(Proxy()));
+    }
+    ASSERT_FALSE(atMessages.empty());
+    EXPECT_EQ(static_cast<int>(atMessages.front()), static_cast<int>(GetParam().during));
 }
 
 TEST_P(EveryCommand, ReplyWithoutPayload_LeavesTheErrorStatus) {

@@ -12,7 +12,6 @@ namespace {
 using namespace proxytest;
 using fakeipc::CallKind;
 
-constexpr DWORD kMonitorLimitMs = 5000;
 constexpr DWORD kTerminatedThread = 258;
 
 // Sees everything that the destructor does, in one ordered list.
@@ -204,13 +203,6 @@ TEST_F(Destructor, WorkerThatIgnoresStop_CostsFiveSeconds) {
     EXPECT_EQ(ExitCodeOf(worker.get()), 0u);
 }
 
-/** Lets the wait for a monitor that does not end be over at once. */
-class ImpatientRelease {
-    hooks::WaitHook m_wait{[](HANDLE handle, DWORD timeoutMs) {
-        return hooks::WaitHook::Original(handle, timeoutMs == kMonitorLimitMs ? 0 : timeoutMs);
-    }};
-};
-
 class MonitorThatOutlivesTheProxy : public testing::Test {
 protected:
     MonitorThatOutlivesTheProxy() {
@@ -269,6 +261,37 @@ TEST_F(MonitorThatOutlivesTheProxy, InItsLastMove_ClosesItsHandleOnceAndMovesNot
         EXPECT_EQ(closed, 1);
     }
     ExpectNextProxyWorks();
+}
+
+TEST_F(MonitorThatOutlivesTheProxy, InItsLastMove_LeavesTheMemoryOfTheProxyAlone) {
+    using DeleteHook = kxtest::ImportHook<"libstdc++-6.dll", "_ZdlPvy", void(void*, std::size_t)>;
+    const DWORD monitorId = GetThreadId(m_monitor.get());
+    ScreenRecordProxy* const former = m_proxy;
+    bool isKept = false;
+    Gate lastMove;
+    {
+        const ImpatientRelease impatience;
+        const hooks::CloseHandleHook close([&](HANDLE handle) {
+            if (GetCurrentThreadId() == monitorId) {
+                lastMove.Pass();
+            }
+            return hooks::CloseHandleHook::Original(handle);
+        });
+        const DeleteHook keep([&](void* block, std::size_t size) {
+            isKept = isKept || block == former;
+            if (block != former) {
+                DeleteHook::Original(block, size);
+            }
+        });
+        m_workers.EndAll();
+        lastMove.AwaitThread();
+        Release();
+        lastMove.Open();
+        EXPECT_EQ(WaitForSingleObject(m_monitor.get(), kLimitMs), WAIT_OBJECT_0);
+    }
+    ASSERT_TRUE(isKept);
+    EXPECT_EQ(static_cast<int>(proxyprivate::Mode(*former).load()), static_cast<int>(RecordMode::WorkerStarted));
+    ::operator delete(static_cast<void*>(former), sizeof(ScreenRecordProxy));
 }
 
 TEST_F(MonitorThatOutlivesTheProxy, BecauseItCannotBeTerminated_StandsStillAndTheNextProxyWorks) {

@@ -297,6 +297,38 @@ TEST_F(ProxyLaunch, CreateProcess_IsGivenExactlyTheseArguments) {
     ExpectMessages({Error("CreateRecordProcess", L"CreateProcess failed! Err=", L"2")});
 }
 
+TEST_F(ProxyLaunch, LongestHostFolder_CommandLineIsWhole) {
+    const std::wstring folder = L"C:\\" + std::wstring(250, L'f');
+    const hooks::WideModuleNameHook moduleName([&](HMODULE, LPWSTR buffer, DWORD size) {
+        const std::wstring path = folder + L"\\h.exe";
+        EXPECT_EQ(path.size() + 1, size);
+        std::memcpy(buffer, path.c_str(), (path.size() + 1) * sizeof(wchar_t));
+        return static_cast<DWORD>(path.size());
+    });
+    std::wstring commandLine;
+    const hooks::CreateProcessHook create([&](LPCWSTR, LPWSTR line, auto&&...) {
+        commandLine = line;
+        return FALSE;
+    });
+    void* process = nullptr;
+    proxyprivate::CreateRecordProcess(Proxy(), process);
+    EXPECT_EQ(commandLine, L"\"" + folder + L"\\KXVCR.exe\" -IPCProxy");
+}
+
+TEST_F(ProxyLaunch, WaitForReady_LeavesTheWorkersFileFree) {
+    bool isFree = false;
+    const hooks::WaitManyHook wait([&](auto&&... arguments) {
+        constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+        const HANDLE file = CreateFileW((kxtest::OwnFolder() / "KXVCR.exe").c_str(), DELETE, kShareAll, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        isFree = file != INVALID_HANDLE_VALUE;
+        CloseHandle(file);
+        return hooks::WaitManyHook::Original(arguments...);
+    });
+    const OwnedHandle worker = RunWorker();
+    EXPECT_TRUE(isFree);
+}
+
 TEST_F(ProxyLaunch, Worker_IsStartedFromTheHostsFolder) {
     std::wstring commandLine;
     const hooks::CreateProcessHook create([&](LPCWSTR, LPWSTR line, auto&&...) {

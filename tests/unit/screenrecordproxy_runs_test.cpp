@@ -225,7 +225,6 @@ TEST_F(ProxyRuns, NoticeOfAFormerWorkerThatComesLate_DoesNotMakeTheNextOneReady)
 }
 
 TEST_F(ProxyRuns, Release_WaitsForAMonitorThatIsAboutToMove) {
-    constexpr DWORD kMonitorLimitMs = 5000;
     const OwnedHandle releaseWaits = NewEvent();
     Gate moves;
     const hooks::WaitHook wait([&](HANDLE handle, DWORD timeoutMs) {
@@ -292,6 +291,16 @@ TEST_F(OverlappingRuns, Release_LeavesNoMonitorOfEitherRun) {
     EXPECT_EQ(WaitForSingleObject(m_firstMonitor.get(), 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(secondMonitor.get(), 0), WAIT_OBJECT_0);
     ExpectMessages({});
+}
+
+TEST_F(OverlappingRuns, ReleaseWhileBothWorkersLive_EndsTheMonitorOfEither) {
+    const OwnedHandle secondMonitor = Duplicate(MonitorThread(Proxy()));
+    const ImpatientRelease impatience;
+    Release();
+    EXPECT_EQ(WaitForSingleObject(m_firstMonitor.get(), kLimitMs), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(secondMonitor.get(), kLimitMs), WAIT_OBJECT_0);
+    const auto warning = Warn("~ScreenRecordProxy", L"Wait monitor thread end timeout, kill process");
+    ExpectMessages({warning, warning});
 }
 
 } // namespace

@@ -233,6 +233,16 @@ TEST_F(ProxySupervision, MonitorThatDoesNotBegin_HoldsTheRunUpForASecondOnly) {
     ExpectMessages({});
 }
 
+TEST_F(ProxySupervision, MonitorThatHasLooked_WakesTheRun) {
+    std::atomic<BOOL> isWoken = FALSE;
+    const hooks::SleepConditionHook sleep([&](PCONDITION_VARIABLE condition, PCRITICAL_SECTION lock, DWORD) {
+        isWoken = hooks::SleepConditionHook::Original(condition, lock, kLimitMs);
+        return isWoken.load();
+    });
+    const OwnedHandle worker = RunWorker();
+    EXPECT_NE(isWoken, FALSE);
+}
+
 TEST_F(ProxySupervision, MonitorWithoutANumber_WatchesItsWorkerAndTheNextRunWorks) {
     {
         const hooks::GetThreadIdHook noNumber([](HANDLE) -> DWORD { return 0; });
