@@ -3,14 +3,12 @@ both read from memory, and each number that the pattern shows is waited for on b
 
 import mmap
 import os
-import shutil
 import struct
 import subprocess
 import time
 
-from browser import Browser
-from live_test import LIVE_HOST, SHOWN_LIMIT_S, LiveHost
-from recordcase import RecordCase, main
+from live_test import SHOWN_LIMIT_S, LiveCase
+from recordcase import main
 from stage import SCREEN_HEIGHT, SCREEN_WIDTH, wait_until
 from video import BLOCK_WIDTH, COUNTER_BITS, COUNTER_HEIGHT, COUNTER_TOP
 
@@ -22,7 +20,7 @@ LONGEST_DELAY_S = 5  # above it, a number is an earlier round's
 PICTURES = """(() => {
   const image = new Image();
   image.src = "stream";
-  image.style = "position: fixed; inset: 0; width: 100vw; height: 100vh; max-width: none; max-height: none";
+  image.style = "position: fixed; inset: 0; width: 100vw; height: 100vh; max-width: none; max-height: none; opacity: 1";
   document.body.replaceChildren(image);
 })()"""
 VIDEO = """document.getElementById("full").click()"""
@@ -47,12 +45,7 @@ class Screen:
         return number
 
 
-class Delay(RecordCase):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        shutil.copy(cls.settings.bin / LIVE_HOST, cls.stage.folder)
-
+class Delay(LiveCase):
     def open_window(self):
         """A browser whose window fills a display of its own, and that display."""
         folder = self.stage.new_path("display")
@@ -66,10 +59,7 @@ class Delay(RecordCase):
         os.close(writer)
         with os.fdopen(reader) as answer:
             display = answer.readline().strip()
-        browser = Browser(self.stage.new_path("profile"), display=f":{display}",
-                          size=(SCREEN_WIDTH, SCREEN_HEIGHT))
-        self.addCleanup(browser.close)
-        return browser, Screen(folder)
+        return self.new_browser(display=f":{display}", size=(SCREEN_WIDTH, SCREEN_HEIGHT)), Screen(folder)
 
     def measure(self, shown):
         """The delays, in milliseconds, of all the numbers that come to the browser's display."""
@@ -86,9 +76,7 @@ class Delay(RecordCase):
         return sorted(delays[1:])  # the first was there when the look began
 
     def test_VideoAndPictures_AreMeasuredInTheSameRun(self):
-        host = LiveHost(self.stage)
-        self.addCleanup(host.end)
-        self.assertIsNotNone(host.port, host.first_line)
+        host = self.start()
         browser, shown = self.open_window()
         for name, begin in (("video", VIDEO), ("pictures", PICTURES)):
             with self.subTest(name=name):

@@ -204,7 +204,9 @@ class Screenshot:
         return number
 
 
-class Live(RecordCase):
+class LiveCase(RecordCase):
+    """What all tests of the live view have in common: hosts that serve, and browsers."""
+
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -216,13 +218,19 @@ class Live(RecordCase):
         self.assertIsNotNone(host.port, host.first_line)
         return host
 
-    def open_browser(self, url):
-        browser = Browser(self.stage.new_path("profile"))
+    def new_browser(self, **options):
+        browser = Browser(self.stage.new_path("profile"), **options)
         self.addCleanup(browser.close)
+        return browser
+
+    def open_browser(self, url, **options):
+        browser = self.new_browser(**options)
         browser.open(url)
         wait_until(lambda: browser.ask("document.body?.dataset.state") == "live", SHOWN_LIMIT_S, "a live picture")
         return browser
 
+
+class Live(LiveCase):
     def rate_shown(self, browser):
         return browser.ask("parseFloat(document.getElementById('rate').textContent) || 0")
 
@@ -283,8 +291,7 @@ class Live(RecordCase):
 
     def test_PageWhoseServerHasNoVideo_ShowsPictures(self):
         host = self.start()
-        browser = Browser(self.stage.new_path("profile"))
-        self.addCleanup(browser.close)
+        browser = self.new_browser()
         browser.before_every_page("delete window.MediaSource; delete window.ManagedMediaSource;")
         browser.open(host.url)
         wait_until(lambda: browser.ask("document.body?.dataset.state") == "live", SHOWN_LIMIT_S, "a live picture")
@@ -293,8 +300,7 @@ class Live(RecordCase):
 
     def test_DecoderThatFails_IsReplacedByPicturesAndTriedAgainAfterPausesThatGrow(self):
         host = self.start()
-        browser = Browser(self.stage.new_path("profile"))
-        self.addCleanup(browser.close)
+        browser = self.new_browser()
         browser.before_every_page(BROKEN_DECODER)
         browser.open(host.url)
         wait_until(lambda: browser.ask("tries.length") >= DECODER_TRIES + 1, SHOWN_LIMIT_S, "a try after a pause")

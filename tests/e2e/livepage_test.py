@@ -1,14 +1,11 @@
 """The live page in a real browser: what is seen, heard and said there, and whom it is not shown to."""
 
 import json
-import shutil
-import subprocess
 
-from browser import Browser
-from live_test import LIVE_HOST, SHOWN_LIMIT_S, LiveHost
-from recordcase import RecordCase, main
-from sound_test import MONITOR, TONE, TONE_HZ, Sounds
-from stage import RUN_LIMIT_S, WINE_RUN, wait_until
+from live_test import SHOWN_LIMIT_S, LiveCase
+from recordcase import main
+from sound_test import MONITOR, TONE, TONE_HZ, Clapper, Sounds
+from stage import HOST, RUN_LIMIT_S, wait_until
 
 VIEW_S = 120  # of a view that a test ends as soon as it is done
 FOREIGN_NAME = "screen.example.org"
@@ -37,6 +34,8 @@ HEARD = """(() => {
   return [Math.max(...wave), loudest * ear.context.sampleRate / ear.fftSize];
 })()"""
 
+NOTICE = "document.getElementById('notice').checkVisibility() ? document.getElementById('notice').innerText : ''"
+
 # With the page's own name for its picture.
 WATCH_THE_EDGE = """
   window.jumps = 0;
@@ -56,47 +55,25 @@ def words_of(browser):
     return browser.ask("document.getElementById('state')?.textContent")
 
 
-class PageCase(RecordCase):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        shutil.copy(cls.settings.bin / LIVE_HOST, cls.stage.folder)
-
-    def start(self, **options):
-        host = LiveHost(self.stage, **options)
-        self.addCleanup(host.end)
-        self.assertIsNotNone(host.port, host.first_line)
-        return host
-
+class PageCase(LiveCase):
     def start_view(self, *options):
         """The address that the command-line host prints, while its view runs."""
         run = self.stage.start("live", "--json", "--seconds", VIEW_S, *options, limit_s=RUN_LIMIT_S + VIEW_S)
         self.addCleanup(run.abandon)
-        self.addCleanup(self.stage.kill, "kxrecord.exe")
+        self.addCleanup(self.stage.kill, HOST)
         return json.loads(run.first_line())["url"]
-
-    def new_browser(self, **options):
-        browser = Browser(self.stage.new_path("profile"), **options)
-        self.addCleanup(browser.close)
-        return browser
-
-    def open(self, url, **options):
-        browser = self.new_browser(**options)
-        browser.open(url)
-        wait_until(lambda: state_of(browser) == "live", SHOWN_LIMIT_S, "a live picture")
-        return browser
 
 
 class LivePage(PageCase):
     def test_DelayAndSize_AreShown(self):
-        browser = self.open(self.start().url)
+        browser = self.open_browser(self.start().url)
         wait_until(lambda: browser.ask("document.getElementById('delay').textContent") != "\u2013", SHOWN_LIMIT_S,
                    "the delay")
         self.assertRegex(browser.ask("document.getElementById('delay').textContent"), r"\A\d+ ms\Z")
         self.assertEqual(browser.ask("document.getElementById('size').textContent"), "1280 \u00d7 720")
 
     def test_PictureThatFellBehind_JumpsToTheNewest(self):
-        browser = self.open(self.start().url)
+        browser = self.open_browser(self.start().url)
         browser.ask(WATCH_THE_EDGE)
         wait_until(lambda: browser.ask("video.currentTime") > 2 * BACK_S, SHOWN_LIMIT_S,
                    "enough to go back to")
@@ -113,18 +90,20 @@ class LivePage(PageCase):
         browser.open(host.url)
         wait_until(lambda: state_of(browser) == "lost", SHOWN_LIMIT_S, "the refusal")
         self.assertEqual(words_of(browser), "Trying again: all viewers' places are taken")
+        self.assertEqual(browser.ask(NOTICE), "Trying again: all viewers' places are taken")
         stuck.close()
         wait_until(lambda: state_of(browser) == "live", SHOWN_LIMIT_S, "the picture")
+        self.assertEqual(browser.ask(NOTICE), "")
 
     def test_EndOfTheRecording_IsSaid(self):
         host = self.start()
-        browser = self.open(host.url)
+        browser = self.open_browser(host.url)
         host.stop()
         wait_until(lambda: words_of(browser) == "Trying again: no connection", SHOWN_LIMIT_S, "the words")
 
     def test_KeyWrongByABit_ShowsNothing(self):
         url = self.start_view()
-        self.open(url)
+        self.open_browser(url)
         digit = url.rstrip("/")[-1]
         wrong = url.rstrip("/")[:-1] + f"{int(digit, 16) ^ 1:x}/"
         browser = self.new_browser()
@@ -144,7 +123,7 @@ class LivePage(PageCase):
             self.assertEqual(browser.ask(f"fetch('/{path}').then((answer) => answer.status)"), 403, path)
 
     def test_Page_FollowsTheSystemsColours(self):
-        browser = self.open(self.start().url)
+        browser = self.open_browser(self.start().url)
         colours = []
         for scheme in ("light", "dark"):
             browser.prefer("prefers-color-scheme", scheme)
@@ -171,18 +150,15 @@ class LivePageSound(PageCase):
         cls.sounds = Sounds()
         cls.addClassCleanup(cls.sounds.close)
         super().setUpClass()
-        cls.clapper = subprocess.Popen([WINE_RUN, cls.settings.bin / "clapper.exe"], env=cls.stage.environment,
-                                       text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        if cls.clapper.stdout.readline().strip() != "ready":
-            raise AssertionError("the clapper is not heard")
+        cls.clapper = Clapper(cls.settings.bin, cls.stage)
 
     @classmethod
     def tearDownClass(cls):
-        cls.clapper.communicate(timeout=RUN_LIMIT_S)
+        cls.clapper.close()
         super().tearDownClass()
 
     def test_Sound_IsOffUntilTheButtonIsPressedAndThenHeard(self):
-        browser = self.open(self.start_view("--sound", "microphone", "--sound-device", MONITOR))
+        browser = self.open_browser(self.start_view("--sound", "microphone", "--sound-device", MONITOR))
         wait_until(lambda: not browser.ask("document.getElementById('sound').hidden"), SHOWN_LIMIT_S, "the button")
         self.assertEqual(browser.ask("document.getElementById('sound').getAttribute('aria-pressed')"), "false")
         browser.ask(LISTEN)

@@ -51,6 +51,19 @@ class Sounds:
         self._folder.cleanup()
 
 
+class Clapper:
+    """The clapper, seen and heard on a stage."""
+
+    def __init__(self, programs, stage):
+        self._process = subprocess.Popen([WINE_RUN, programs / "clapper.exe"], env=stage.environment, text=True,
+                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        if self._process.stdout.readline().strip() != "ready":
+            raise AssertionError("the clapper is not heard")
+
+    def close(self):
+        self._process.communicate(timeout=START_LIMIT_S)
+
+
 def decoded(path, *options):
     return subprocess.run(["ffmpeg", "-v", "error", "-i", str(path), *options, "-"], check=True, capture_output=True,
                           timeout=MEDIA_LIMIT_S).stdout
@@ -106,16 +119,11 @@ class SoundTest(RecordCase):
     def setUpClass(cls):
         cls.sounds = Sounds()
         super().setUpClass()
-        cls.clapper = subprocess.Popen([WINE_RUN, cls.settings.bin / "clapper.exe"], env=cls.stage.environment,
-                                       text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        if cls.clapper.stdout.readline().strip() != "ready":
-            raise AssertionError("the clapper is not heard")
+        cls.clapper = Clapper(cls.settings.bin, cls.stage)
 
     @classmethod
     def tearDownClass(cls):
-        cls.clapper.stdin.close()
-        cls.clapper.wait(START_LIMIT_S)
-        cls.clapper.stdout.close()
+        cls.clapper.close()
         super().tearDownClass()
         cls.sounds.close()
 
