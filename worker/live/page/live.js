@@ -30,7 +30,7 @@ let streamFrom = 0; // the moment from which the stream may be tried
 let startSound = null; // plays the sound of the stream that is shown; null when it has none
 let sound = null; // what plays it
 let shown = []; // of some of the last pictures: when each was displayed, and how long after its arrival
-let counts = []; // of the pictures that were displayed so far, and when they were counted
+let counts = []; // of the pictures that the player was given so far, and when they were counted
 let way = null; // milliseconds from the capture to this page, as far as the server and a request's time tell
 
 class Trouble extends Error {}
@@ -44,6 +44,7 @@ function showState(state, text) {
   document.body.dataset.state = state;
   if (state === "live") byId("stage").dataset.hasPicture = "";
   say("state", text);
+  say("notice", text);
 }
 
 // --- MP4: what must be known of its boxes ---
@@ -281,12 +282,15 @@ class PicturePlayer extends Player {
     this.buffer.remove(0, this.keys[0]);
   }
 
-  // A picture is on the display.
-  note(mediaTime, moment) {
+  // A picture is on the display. Its delay counts when it came after it was looked for: an older one may have been
+  // there before. Says whether it counts.
+  note(mediaTime, moment, lookedFor) {
     const arrival = this.arrivals.filter((picture) => picture.time <= mediaTime + 0.0001).pop();
-    if (arrival) shown.push({ moment, late: Math.max(moment - arrival.moment, 0) });
+    const counts = arrival !== undefined && arrival.moment >= lookedFor;
+    if (counts) shown.push({ moment, late: Math.max(moment - arrival.moment, 0) });
     decoderFailures = 0;
     showState("live", "Live");
+    return counts;
   }
 }
 
@@ -368,11 +372,16 @@ async function playVideo(answer) {
     stopSound();
     offerSound(head, codecs[1]);
     if (wasHeard && startSound) startSound();
-    const look = () => video.requestVideoFrameCallback(watch);
+    let lookedFor = 0;
+    const look = () => {
+      lookedFor = performance.now();
+      video.requestVideoFrameCallback(watch);
+    };
     const watch = (now, picture) => {
       if (player.picture.isClosed) return;
-      player.picture.note(picture.mediaTime, picture.expectedDisplayTime);
-      setTimeout(look, LOOK_MS);
+      const isCounted = player.picture.note(picture.mediaTime, picture.expectedDisplayTime, lookedFor);
+      if (isCounted) setTimeout(look, LOOK_MS);
+      else look();
     };
     counts = [];
     if (video.requestVideoFrameCallback) look();
@@ -463,11 +472,11 @@ function median(numbers) {
   return numbers.sort((a, b) => a - b)[Math.floor(numbers.length / 2)];
 }
 
-// Pictures that were displayed each second, in the span that is looked at.
+// Pictures a second that the player was given, in the span that is looked at. Chromium calls many of them dropped that
+// were displayed, because the player has nothing left whenever one comes.
 function rateShown() {
   const now = performance.now();
-  const { totalVideoFrames, droppedVideoFrames } = video.getVideoPlaybackQuality();
-  counts.push({ moment: now, pictures: totalVideoFrames - droppedVideoFrames });
+  counts.push({ moment: now, pictures: video.getVideoPlaybackQuality().totalVideoFrames });
   while (counts.length > 1 && counts[1].moment <= now - RATE_SPAN_MS) counts.shift();
   const first = counts[0];
   const span = Math.max(now - first.moment, REFRESH_MS);
