@@ -22,6 +22,7 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -458,9 +459,13 @@ void PrintAppenders() {
 }
 
 const ChildScenario kConfigurationDoesNotOpen("configurationdoesnotopen", [] {
-    const kxtest::ImportHook<"libstdc++-6.dll", "_ZNSt13basic_filebufIwSt11char_traitsIwEE4openEPKwSt13_Ios_Openmode",
-                             std::wfilebuf*(std::wfilebuf*, const wchar_t*, std::ios::openmode)>
-        refused([](auto&&...) { return nullptr; }, GetModuleHandleW(L"LogTool.dll"));
+    using OpenHook = kxtest::ImportHook<"msvcrt.dll", "_wfopen", std::FILE*(const wchar_t*, const wchar_t*)>;
+    const OpenHook refused(
+        [](const wchar_t* name, const wchar_t* mode) {
+            return std::wstring_view(name).ends_with(L"log4cplus.properties") ? nullptr
+                                                                              : OpenHook::Original(name, mode);
+        },
+        GetModuleHandleW(L"libstdc++-6.dll"));
     PrintAppenders();
 });
 

@@ -32,6 +32,7 @@ using WaitManyHook = KernelHook<"WaitForMultipleObjects", decltype(WaitForMultip
 using EnterLockHook = KernelHook<"EnterCriticalSection", decltype(EnterCriticalSection)>;
 using LeaveLockHook = KernelHook<"LeaveCriticalSection", decltype(LeaveCriticalSection)>;
 using SleepConditionHook = KernelHook<"SleepConditionVariableCS", decltype(SleepConditionVariableCS)>;
+using AcquireLockHook = KernelHook<"AcquireSRWLockExclusive", decltype(AcquireSRWLockExclusive)>;
 using DeleteLockHook = KernelHook<"DeleteCriticalSection", decltype(DeleteCriticalSection)>;
 using GetBinaryTypeHook = KernelHook<"GetBinaryTypeW", decltype(GetBinaryTypeW)>;
 using GetTickCountHook = KernelHook<"GetTickCount", decltype(GetTickCount)>;

@@ -3,6 +3,7 @@
 #include "unit/proxygate.h"
 
 #include <functional>
+#include <utility>
 
 namespace {
 
@@ -138,6 +139,20 @@ TEST_P(CommandRace, StopBeforeTheCommand_RefusesIt) {
     Proxy().Stop();
     EXPECT_FALSE(GetParam().call(Proxy()));
     ExpectState(RunStatus::Stopping, RecordMode::WorkerStarted);
+}
+
+TEST_P(CommandRace, StopBetweenTheLookAtTheStatusAndTheLock_RefusesTheCommand) {
+    RunWorkerForTheCommand();
+    bool isAtTheLock = false;
+    const hooks::AcquireLockHook lock([&](SRWLOCK* held) {
+        if (!std::exchange(isAtTheLock, true)) {
+            Proxy().Stop();
+        }
+        hooks::AcquireLockHook::Original(held);
+    });
+    EXPECT_FALSE(GetParam().call(Proxy()));
+    ExpectState(RunStatus::Stopping, RecordMode::WorkerStarted);
+    EXPECT_TRUE(fakeipc::Calls(fakeipc::CallKind::Send).empty());
 }
 
 TEST_P(CommandRace, ErrorDuringTheCommand_IsNotOverwrittenByItsSuccess) {
