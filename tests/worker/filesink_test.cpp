@@ -145,6 +145,18 @@ TEST_F(FileSinkTest, RunningRecording_IsFlushedAtLeastTwiceASecondAlsoWhenNothin
     EXPECT_LE(disk.flushes, 4u);
 }
 
+TEST_F(FileSinkTest, WhatCameAtOnce_IsFlushedWhenItIsWritten) {
+    const auto sink = Open();
+    ResetEvent(told.gate.Get());
+    Give(*sink, 0, 90);
+
+    SetEvent(told.gate.Get());
+    sink->Finish(TimeOf(90));
+
+    ASSERT_FALSE(told.numbersAtFlush.empty());
+    EXPECT_EQ(told.numbersAtFlush.back(), 90u);
+}
+
 TEST_F(FileSinkTest, Flush_ClaimsNoMomentWhosePictureStillWaits) {
     const auto sink = Open();
     ResetEvent(told.gate.Get());

@@ -18,6 +18,8 @@ namespace kxvcr {
 
 namespace {
 
+constexpr MediaTime kMostUnflushed = std::chrono::milliseconds(500);
+
 std::int64_t TicksAfter(std::int64_t milliseconds) noexcept {
     return NowTicks() + milliseconds * TicksPerSecond() / 1000;
 }
@@ -34,7 +36,8 @@ FileSink::FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MediaWriter
       m_writer(std::move(writer)),
       m_start(start),
       m_memoryLimit(memoryLimit),
-      m_owner(std::move(owner)) {}
+      m_owner(std::move(owner)),
+      m_flushedUntil(start) {}
 
 FileSink::~FileSink() {
     EndThread();
@@ -115,7 +118,12 @@ bool FileSink::Do(const Work& work) noexcept {
         return false;
     }
     const bool isFirstPicture = isBefore && m_progress.pictures != 0;
-    return (!isFirstPicture && NowTicks() < m_flushDue) || Flush(work.completeUntil);
+    return (!isFirstPicture && !EndsBacklog(work) && NowTicks() < m_flushDue) || Flush(work.completeUntil);
+}
+
+// What a replay has kept comes at once, and is not to wait in the writer for the next flush.
+bool FileSink::EndsBacklog(const Work& work) const noexcept {
+    return work.packet != nullptr && m_taken.empty() && work.packet->time - m_flushedUntil >= kMostUnflushed;
 }
 
 bool FileSink::Write(const SharedPacket& packet) noexcept {
@@ -167,6 +175,7 @@ bool FileSink::Flush(MediaTime until) noexcept {
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
         return false;
     }
+    m_flushedUntil = until;
     m_progress.length = std::max(until - m_start, m_progress.length);
     m_progress.bytes = m_writer->Size();
     m_owner.onProgress(m_progress);

@@ -100,6 +100,7 @@ private:
     void WriteAll() noexcept;
     std::optional<Work> WaitForWork();
     bool Do(const Work& work) noexcept;
+    bool EndsBacklog(const Work& work) const noexcept;
     bool Write(const SharedPacket& packet) noexcept;
     bool Give(const SharedPacket& packet) noexcept;
     bool Flush(MediaTime until) noexcept;
@@ -128,6 +129,7 @@ private:
     MediaTime m_settled{};            // when the queue was looked at
     FileStatistics m_statistics;
     FileProgress m_progress;
+    MediaTime m_flushedUntil{};
     std::optional<MediaTime> m_leftOut; // the time of the first packet that was not written
     std::int64_t m_flushDue = 0;
     std::int64_t m_diskFlushDue = 0;

@@ -2,6 +2,7 @@
 #include "worker/file/mp4layout.h"
 
 #include <numeric>
+#include <utility>
 
 namespace kxvcr::mp4 {
 
@@ -44,7 +45,7 @@ void ExpectFragments(Movie& movie, const StreamFormat& format) {
     }
 }
 
-Fragment MakeFragment(std::uint32_t sequenceNumber, std::span<const FragmentPart> parts) {
+Fragment MakeFragment(std::uint32_t sequenceNumber, std::span<const FragmentPart> parts, Bytes block) {
     MovieFragment head{{sequenceNumber}, {}};
     std::vector<std::size_t> sizes;
     for (const FragmentPart& part : parts) {
@@ -57,6 +58,8 @@ Fragment MakeFragment(std::uint32_t sequenceNumber, std::span<const FragmentPart
     // The places of the data depend on the size of the head, which does not depend on them.
     const std::size_t headSize = Encoded(head).size();
     Fragment fragment;
+    fragment.bytes = std::move(block);
+    fragment.bytes.clear();
     std::size_t offset = headSize + kBoxHeadSize;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         head.tracks[i].run.dataOffset = static_cast<std::uint32_t>(offset);

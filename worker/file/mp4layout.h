@@ -53,7 +53,10 @@ struct Fragment {
     std::size_t lastDurationOffset = 0;
 };
 
-/** @param sequenceNumber grows from fragment to fragment of a file or stream */
-Fragment MakeFragment(std::uint32_t sequenceNumber, std::span<const FragmentPart> parts);
+/**
+ * @param sequenceNumber grows from fragment to fragment of a file or stream
+ * @param block memory to be used for the fragment's bytes; what it holds is dropped
+ */
+Fragment MakeFragment(std::uint32_t sequenceNumber, std::span<const FragmentPart> parts, Bytes block = {});
 
 } // namespace kxvcr::mp4

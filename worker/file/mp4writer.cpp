@@ -10,10 +10,12 @@ namespace kxvcr {
 
 namespace {
 
-constexpr std::int64_t kFragmentTicks = mp4::kTimescale / 2;
-constexpr std::size_t kFragmentBytes = std::size_t{16} << 20; // bounds the memory for a fragment
-constexpr std::size_t kLargestPacket = std::size_t{1} << 30;  // a fragment's sizes have 32 bits
-constexpr std::int64_t kSoundTolerance = 2;                   // samples by which rounded times may jump
+// The largest fragment, as it is written when packets come faster than the flushes: what a replay has kept. Large
+// enough for few writes, small enough for a player that reads sound and pictures side by side.
+constexpr std::int64_t kFragmentTicks = std::int64_t{5} * mp4::kTimescale;
+constexpr std::size_t kFragmentBytes = std::size_t{1} << 20; // a larger packet has one by itself
+constexpr std::size_t kLargestPacket = std::size_t{1} << 30; // a fragment's sizes have 32 bits
+constexpr std::int64_t kSoundTolerance = 2;                  // samples by which rounded times may jump
 
 // The free space that becomes the head of an mdat box.
 constexpr std::array<std::byte, mp4::kWideBoxHeadSize - mp4::kBoxHeadSize> kSwitchSpace{};
@@ -200,12 +202,15 @@ bool Mp4Writer::WriteFragment(std::int64_t untilTick) {
     if (parts.empty()) {
         return true;
     }
-    mp4::Fragment fragment = mp4::MakeFragment(++m_sequenceNumber, parts);
-    if (!WriteThenReveal(fragment.bytes)) {
+    mp4::Fragment fragment = mp4::MakeFragment(++m_sequenceNumber, parts, std::move(m_block));
+    const bool written = WriteThenReveal(fragment.bytes);
+    const std::size_t size = fragment.bytes.size();
+    m_block = std::move(fragment.bytes);
+    if (!written) {
         return false;
     }
     const std::uint64_t offset = m_end;
-    m_end += fragment.bytes.size();
+    m_end += size;
     m_indexIsWhole = false;
     if (!m_pictures.empty()) {
         const std::int64_t tick = m_pictures.back().tick;

@@ -38,7 +38,10 @@ public:
     /** As CreateWriter(), for streams whose codecs belong to the format. */
     static std::unique_ptr<Mp4Writer> Create(OutputFile& file, const StreamFormat& format, MediaTime start);
 
-    /** The first picture that is shown reaches the file at once, others after half a second or with a Flush(). */
+    /**
+     * The first picture that is shown reaches the file at once, others with a Flush(), or when five seconds or a
+     * mebibyte of them wait.
+     */
     bool Add(const SharedPacket& packet) override;
 
     bool Flush(MediaTime until) override;
@@ -95,6 +98,7 @@ private:
     std::vector<Sample> m_pictures;
     std::vector<Sample> m_sound;
     std::size_t m_waitingBytes = 0;
+    mp4::Bytes m_block; // the newest fragment's, whose memory serves for the next
     std::int64_t m_lastSoundTick = 0;
     std::optional<NewestPicture> m_newest;
     std::uint32_t m_sequenceNumber = 0;
