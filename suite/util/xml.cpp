@@ -7,8 +7,10 @@
 #include <tinyxml2.h>
 
 #include <algorithm>
+#include <memory>
+#include <span>
+#include <utility>
 #include <variant>
-#include <vector>
 
 // Both stand for what the parser calls its own, so that the header need not know the parser. Nothing of these types is
 // ever made: a pointer to one is the parser's pointer under another name, and shares the document.
@@ -115,7 +117,26 @@ namespace {
 constexpr size_t kMaxFileBytes = size_t{16} * 1024 * 1024;
 constexpr size_t kBlockBytes = size_t{64} * 1024;
 
-using FileBytes = std::vector<unsigned char>;
+// Not a vector, which would fill with zeros what is read into right afterwards.
+struct FileBytes {
+    explicit FileBytes(size_t roomBytes)
+        : block(std::make_unique_for_overwrite<unsigned char[]>(roomBytes)),
+          room(roomBytes) {}
+
+    std::span<unsigned char> Used() const noexcept { return {block.get(), used}; }
+    std::span<unsigned char> Free() const noexcept { return {block.get() + used, room - used}; }
+
+    void Grow() {
+        FileBytes larger(room + std::max(room, kBlockBytes));
+        std::ranges::copy(Used(), larger.block.get());
+        larger.used = used;
+        *this = std::move(larger);
+    }
+
+    std::unique_ptr<unsigned char[]> block;
+    size_t room;
+    size_t used = 0;
+};
 
 std::variant<FileBytes, tinyxml2::XMLError> ReadWhole(const std::string& path) {
     kxutil::FileReader file(path);
@@ -125,18 +146,16 @@ std::variant<FileBytes, tinyxml2::XMLError> ReadWhole(const std::string& path) {
     }
     // Room for all of it; the file may grow all the same while it is read.
     FileBytes bytes(std::min(file.Size(), kMaxFileBytes) + 1);
-    size_t used = 0;
     for (;;) {
-        if (used == bytes.size()) {
-            bytes.resize(used + kBlockBytes);
+        if (bytes.Free().empty()) {
+            bytes.Grow();
         }
-        const auto count = file.Read(std::span(bytes).subspan(used));
-        if (!count || used + *count > kMaxFileBytes) {
+        const auto count = file.Read(bytes.Free());
+        if (!count || bytes.used + *count > kMaxFileBytes) {
             return tinyxml2::XML_ERROR_FILE_READ_ERROR;
         }
-        used += *count;
+        bytes.used += *count;
         if (*count == 0) {
-            bytes.resize(used);
             return bytes;
         }
     }
@@ -150,7 +169,7 @@ KxXmlError KxXMLDocument::LoadFile(const std::string& path) {
     if (const auto* error = std::get_if<tinyxml2::XMLError>(&content)) {
         return *error;
     }
-    const auto& bytes = std::get<FileBytes>(content);
+    const std::span bytes = std::get<FileBytes>(content).Used();
     // The parser reads bytes up to the first zero: text in UTF-16 or UTF-32 would be cut instead of refused. Counting
     // goes many bytes at a time, searching one by one.
     if (std::ranges::count(bytes, 0) != 0) {
