@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t kLeastPairs = 20;
 constexpr std::size_t kMostPairs = 500;
 constexpr std::chrono::milliseconds kLeastTime(700); // quick rounds are repeated so long, however many were asked for
+constexpr std::chrono::seconds kMostTime(20);        // slow ones end then, with the least number of pairs
 constexpr int kRoundsOfPoint = 3;
 constexpr double kNanosecondsOfSecond = 1e9;
 
@@ -141,8 +142,14 @@ void Session::Measure(const Row& row) {
     std::vector<double> ratios;
     std::vector<double> differences;
     const auto start = std::chrono::steady_clock::now();
-    const auto isTooShort = [start] { return std::chrono::steady_clock::now() - start < kLeastTime; };
-    for (std::size_t i = 0; i < m_pairs || (i < kMostPairs && isTooShort()); ++i) {
+    const auto isEnough = [&](std::size_t made) {
+        const auto taken = std::chrono::steady_clock::now() - start;
+        if (made < m_pairs) {
+            return made >= kLeastPairs && taken > kMostTime;
+        }
+        return made >= kMostPairs || taken >= kLeastTime;
+    };
+    for (std::size_t made = 0; !isEnough(made); ++made) {
         operations.push_back(row.operate());
         floors.push_back(row.least());
         ratios.push_back(operations.back() / floors.back());

@@ -15,10 +15,11 @@
 
 #include <array>
 #include <atomic>
-#include <barrier>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -237,6 +238,30 @@ private:
     std::unique_ptr<IPCMessageClient> m_client;
 };
 
+/** Lets its threads go on when all of them are here. The run-time library's may sleep through the last one's coming. */
+class Gate {
+public:
+    explicit Gate(std::size_t threads) : m_threads(threads) {}
+
+    void ArriveAndWait() {
+        std::unique_lock lock(m_mutex);
+        const std::uint64_t turn = m_turn;
+        if (++m_here == m_threads) {
+            m_here = 0;
+            ++m_turn;
+            m_opened.notify_all();
+        }
+        m_opened.wait(lock, [&] { return m_turn != turn; });
+    }
+
+private:
+    std::size_t m_threads;
+    std::mutex m_mutex;
+    std::condition_variable m_opened;
+    std::size_t m_here = 0;
+    std::uint64_t m_turn = 0;
+};
+
 /** Eight threads that send their shares of the same batches at the same time. */
 class Senders {
 public:
@@ -249,14 +274,14 @@ public:
             m_threads.emplace_back([this, &client](const std::stop_token& stop) {
                 std::vector<std::byte> payload(sizeof(ScreenRecordParam));
                 for (;;) {
-                    m_begin.arrive_and_wait();
+                    m_begin.ArriveAndWait();
                     if (stop.stop_requested()) {
                         return;
                     }
                     for (std::size_t request = 0; request < kBatches * kRequests / kThreads; ++request) {
                         client.Request(payload);
                     }
-                    m_end.arrive_and_wait();
+                    m_end.ArriveAndWait();
                 }
             });
         }
@@ -265,21 +290,21 @@ public:
         for (std::jthread& thread : m_threads) {
             thread.request_stop();
         }
-        m_begin.arrive_and_wait();
+        m_begin.ArriveAndWait();
     }
     Senders(const Senders&) = delete;
     Senders& operator=(const Senders&) = delete;
 
     double SendBatches() {
         const auto start = std::chrono::steady_clock::now();
-        m_begin.arrive_and_wait();
-        m_end.arrive_and_wait();
+        m_begin.ArriveAndWait();
+        m_end.ArriveAndWait();
         return SecondsSince(start) / kBatches;
     }
 
 private:
-    std::barrier<> m_begin{kThreads + 1};
-    std::barrier<> m_end{kThreads + 1};
+    Gate m_begin{kThreads + 1};
+    Gate m_end{kThreads + 1};
     std::vector<std::jthread> m_threads;
 };
 
