@@ -24,7 +24,8 @@ ScreenCapture::ScreenCapture(const CaptureArea& area, bool drawCursor, std::uniq
     }
 }
 
-void ScreenCapture::GiveUpDuplication(const DuplicationFailure& failure) noexcept {
+// A copy of the failure, because the duplication may be its owner.
+void ScreenCapture::GiveUpDuplication(DuplicationFailure failure) noexcept {
     m_duplication.reset();
     try {
         const std::wstring text = kx::SystemErrorText(static_cast<DWORD>(failure.result));

@@ -27,7 +27,7 @@ public:
     Grab Take(Picture& target, const Picture* before) noexcept override;
 
 private:
-    void GiveUpDuplication(const DuplicationFailure& failure) noexcept;
+    void GiveUpDuplication(DuplicationFailure failure) noexcept;
 
     std::unique_ptr<GraphicsSystem> m_system;
     std::unique_ptr<DuplicationCapture> m_duplication; // null: GDI
