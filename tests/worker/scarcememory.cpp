@@ -1,13 +1,16 @@
-// Replaces operator new for the whole test program; it refuses only where a test asks for it.
+// Replaces operator new for the whole test program; it refuses only where a test asks for it. What is given back is
+// overwritten, so that a look at an object that is gone does not find it.
 #include "tests/worker/scarcememory.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
 
 constexpr int kNever = -1;
 constexpr int kDone = -2;
+constexpr int kGone = 0xDD; // byte of a block that was given back
 
 thread_local int g_granted = kNever;
 
@@ -24,6 +27,13 @@ void* Allocate(std::size_t size) {
         throw std::bad_alloc();
     }
     return block;
+}
+
+void Free(void* block, std::size_t size) noexcept {
+    if (block != nullptr) {
+        std::memset(block, kGone, size);
+        std::free(block);
+    }
 }
 
 } // namespace
@@ -44,12 +54,12 @@ void operator delete[](void* block) noexcept {
     std::free(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
+void operator delete(void* block, std::size_t size) noexcept {
+    Free(block, size);
 }
 
-void operator delete[](void* block, std::size_t) noexcept {
-    std::free(block);
+void operator delete[](void* block, std::size_t size) noexcept {
+    Free(block, size);
 }
 
 namespace kxvcr::test {
