@@ -10,23 +10,18 @@
 
 namespace kxvcr {
 
-StatusBoard::~StatusBoard() {
-    if (m_status != nullptr) {
-        UnmapViewOfFile(m_status);
-    }
-}
-
 bool StatusBoard::Open(std::uint32_t hostProcessId) noexcept {
     wchar_t name[std::size(kRecordingStatusNameFormat) + 10] = {};
     _snwprintf(name, std::size(name) - 1, kRecordingStatusNameFormat, static_cast<unsigned long>(hostProcessId));
-    m_section = kx::KernelHandle(
+    m_status.Reset();
+    m_section.Reset(
         CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(RecordingStatus), name));
     if (!m_section) {
         return false;
     }
-    m_status = static_cast<RecordingStatus*>(
-        MapViewOfFile(m_section.Get(), FILE_MAP_WRITE | FILE_MAP_READ, 0, 0, sizeof(RecordingStatus)));
-    if (m_status == nullptr) {
+    m_status.Reset(static_cast<RecordingStatus*>(
+        MapViewOfFile(m_section.Get(), FILE_MAP_WRITE | FILE_MAP_READ, 0, 0, sizeof(RecordingStatus))));
+    if (!m_status) {
         return false;
     }
     Write({});
@@ -34,7 +29,7 @@ bool StatusBoard::Open(std::uint32_t hostProcessId) noexcept {
 }
 
 void StatusBoard::Write(const RecordingStatus& status) noexcept {
-    if (m_status == nullptr) {
+    if (!m_status) {
         return;
     }
     constexpr std::size_t kFigures = offsetof(RecordingStatus, pictures);
@@ -43,7 +38,7 @@ void StatusBoard::Write(const RecordingStatus& status) noexcept {
     sequence.store(odd, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release); // nothing below is seen before the odd sequence
     m_status->version = kRecordingStatusVersion;
-    std::memcpy(reinterpret_cast<std::byte*>(m_status) + kFigures,
+    std::memcpy(reinterpret_cast<std::byte*>(m_status.Get()) + kFigures,
                 reinterpret_cast<const std::byte*>(&status) + kFigures, sizeof(status) - kFigures);
     sequence.store(odd + 1, std::memory_order_release);
 }

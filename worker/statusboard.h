@@ -17,10 +17,10 @@ public:
     StatusBoard() noexcept = default;
     StatusBoard(const StatusBoard&) = delete;
     StatusBoard& operator=(const StatusBoard&) = delete;
-    ~StatusBoard();
 
     /**
-     * Makes the section of a host, or takes over the one that an earlier worker made and the host still has open.
+     * Makes the section of a host, or takes over the one that an earlier worker made and the host still has open. May
+     * be called again, as a second start after a refused one does.
      * @return false when the system refuses it, with the reason in GetLastError()
      */
     bool Open(std::uint32_t hostProcessId) noexcept;
@@ -30,7 +30,7 @@ public:
 
 private:
     kx::KernelHandle m_section;
-    RecordingStatus* m_status = nullptr;
+    kx::Owner<kx::FreedBy<RecordingStatus*, &UnmapViewOfFile>> m_status;
 };
 
 } // namespace kxvcr

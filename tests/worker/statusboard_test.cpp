@@ -1,6 +1,8 @@
 // The recording's figures in shared memory, as a host reads them.
 #include "worker/statusboard.h"
 
+#include "support/importpatch.h"
+
 #include <gtest/gtest.h>
 
 #include <cwchar>
@@ -9,6 +11,9 @@
 namespace kxvcr {
 
 namespace {
+
+using MapHook = kxtest::ImportHook<"KERNEL32.dll", "MapViewOfFile", decltype(MapViewOfFile)>;
+using UnmapHook = kxtest::ImportHook<"KERNEL32.dll", "UnmapViewOfFile", decltype(UnmapViewOfFile)>;
 
 constexpr std::uint32_t kHost = 4'000'000'001; // no process has such an id
 
@@ -81,6 +86,20 @@ TEST(StatusBoard, SecondWorkerOfAHost_BeginsAnew) {
     ASSERT_TRUE(second.Open(kHost));
 
     EXPECT_EQ(view.Read().pictures, 0u);
+}
+
+TEST(StatusBoard, OpenedAgain_GivesItsFirstViewBack) {
+    const HMODULE program = GetModuleHandleW(nullptr);
+    const MapHook mapped([](auto... arguments) { return MapHook::Original(arguments...); }, program);
+    const UnmapHook unmapped([](LPCVOID view) { return UnmapHook::Original(view); }, program);
+    {
+        StatusBoard board;
+        ASSERT_TRUE(board.Open(kHost));
+        ASSERT_TRUE(board.Open(kHost));
+    }
+
+    EXPECT_EQ(mapped.Calls(), 2);
+    EXPECT_EQ(unmapped.Calls(), 2);
 }
 
 TEST(StatusBoard, WhileFiguresChange_NobodyReadsHalfOfThem) {
