@@ -39,9 +39,15 @@ private:
     std::int64_t m_start;
 };
 
-/** A number of ticks as a length of time. */
+/** A number of ticks as a length of time. Whole seconds and the rest apart, so that no product overflows. */
+constexpr MediaTime TimeOf(std::int64_t ticks, std::int64_t ticksPerSecond) noexcept {
+    return MediaTime(ticks / ticksPerSecond * MediaTime::period::den +
+                     ticks % ticksPerSecond * MediaTime::period::den / ticksPerSecond);
+}
+
+/** The same for ticks of the performance counter. */
 inline MediaTime TimeOf(std::int64_t ticks) noexcept {
-    return MediaTime(ticks * MediaTime::period::den / TicksPerSecond());
+    return TimeOf(ticks, TicksPerSecond());
 }
 
 /** A sum of ticks in milliseconds for each of @p times; 0 when there was none. */

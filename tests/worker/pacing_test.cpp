@@ -42,6 +42,15 @@ TEST(FrameClock, TimeOnThePacketsClock_IsExactAfterADay) {
     EXPECT_EQ(clock.TimeAt(kStart + 86'400 * kFrequency + 7), std::chrono::hours(24) + kxvcr::MediaTime(7));
 }
 
+TEST(TimeOf, YearOfTheFinestCounter_DoesNotOverflow) {
+    constexpr std::int64_t kNanoseconds = 1'000'000'000;
+    constexpr std::int64_t kSeconds = std::int64_t{366} * 86'400;
+
+    EXPECT_EQ(kxvcr::TimeOf(kSeconds * kNanoseconds + 150, kNanoseconds),
+              std::chrono::seconds(kSeconds) + kxvcr::MediaTime(1));
+    EXPECT_EQ(kxvcr::TimeOf(kSeconds * kxvcr::TicksPerSecond()), std::chrono::seconds(kSeconds));
+}
+
 TEST(FrameTimer, DueMoment_IsNotReachedEarly) {
     const kx::KernelHandle stop(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const kxvcr::FrameTimer timer;

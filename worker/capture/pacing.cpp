@@ -33,12 +33,8 @@ std::uint64_t FrameClock::SlotAt(std::int64_t ticks) const noexcept {
     return static_cast<std::uint64_t>(elapsed * m_framesPerSecond / m_ticksPerSecond);
 }
 
-// Whole seconds and the rest apart, so that no product overflows.
 MediaTime FrameClock::TimeAt(std::int64_t ticks) const noexcept {
-    const std::int64_t elapsed = ticks - m_startTicks;
-    const std::int64_t rest = elapsed % m_ticksPerSecond;
-    return MediaTime(elapsed / m_ticksPerSecond * MediaTime::period::den +
-                     rest * MediaTime::period::den / m_ticksPerSecond);
+    return TimeOf(ticks - m_startTicks, m_ticksPerSecond);
 }
 
 FineTimerResolution::FineTimerResolution() noexcept : m_raised(timeBeginPeriod(kFineResolutionMs) == TIMERR_NOERROR) {}
