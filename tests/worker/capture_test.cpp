@@ -1,5 +1,7 @@
 // Where the screen's pixels and the pointer go in a picture, and where two pictures differ.
+#include "support/importpatch.h"
 #include "worker/capture/difference.h"
+#include "worker/capture/picturebuffer.h"
 #include "worker/capture/placement.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +11,28 @@
 namespace kxvcr {
 
 namespace {
+
+using SelectHook = kxtest::ImportHook<"GDI32.dll", "SelectObject", decltype(SelectObject)>;
+
+// A bitmap is given back to a device context that is still there.
+TEST(PictureBuffer, OneThatTakesAnothersPlace_LetsItGoInOrder) {
+    int refusals = 0;
+    const SelectHook hook(
+        [&](HDC dc, HGDIOBJ object) {
+            const HGDIOBJ before = SelectHook::Original(dc, object);
+            refusals += before == nullptr ? 1 : 0;
+            return before;
+        },
+        GetModuleHandleW(nullptr));
+    PictureBuffer buffer = PictureBuffer::Create(4, 2);
+
+    buffer = PictureBuffer::Create(8, 6);
+
+    EXPECT_TRUE(buffer);
+    EXPECT_EQ(buffer.Width(), 8u);
+    EXPECT_GT(hook.Calls(), 2);
+    EXPECT_EQ(refusals, 0);
+}
 
 TEST(Letterbox, SameProportions_FillThePicture) {
     EXPECT_EQ(Letterbox({0, 0, 1280, 720}, 1280, 720), (ScreenRect{0, 0, 1280, 720}));

@@ -1,6 +1,8 @@
 // The memory of a picture, as a device-independent bitmap in a device context of its own.
 #include "worker/capture/picturebuffer.h"
 
+#include <utility>
+
 namespace kxvcr {
 
 PictureBuffer PictureBuffer::Create(std::uint32_t width, std::uint32_t height) noexcept {
@@ -26,6 +28,16 @@ PictureBuffer PictureBuffer::Create(std::uint32_t width, std::uint32_t height) n
     buffer.m_width = width;
     buffer.m_height = height;
     return buffer;
+}
+
+PictureBuffer& PictureBuffer::operator=(PictureBuffer other) noexcept {
+    std::swap(m_dc, other.m_dc);
+    std::swap(m_bitmap, other.m_bitmap);
+    std::swap(m_selection, other.m_selection);
+    std::swap(m_pixels, other.m_pixels);
+    std::swap(m_width, other.m_width);
+    std::swap(m_height, other.m_height);
+    return *this;
 }
 
 } // namespace kxvcr

@@ -18,6 +18,8 @@ inline constexpr std::size_t kBytesPerPixel = 4;
 class PictureBuffer {
 public:
     PictureBuffer() = default;
+    PictureBuffer(PictureBuffer&&) noexcept = default;
+    PictureBuffer& operator=(PictureBuffer other) noexcept; ///< what it had goes in the destructor's order
 
     /** An empty object when the system refuses the memory. */
     static PictureBuffer Create(std::uint32_t width, std::uint32_t height) noexcept;
