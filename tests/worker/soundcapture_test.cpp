@@ -1,12 +1,14 @@
 // The sound's thread: from a device that is always there to packets.
 #include "worker/sound/soundcapture.h"
 
+#include "support/logcapture.h"
 #include "worker/sound/makesoundencoder.h"
 #include "worker/soundsignals.h"
 #include "worker/stopwatch.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -107,6 +109,31 @@ TEST(SoundCapture, Finish_MakesPacketsUpToTheEnd) {
     const std::int64_t last = FrameAt(made.back()->time) + format.samplesPerPacket;
     EXPECT_GE(last, FrameAt(end)) << "a decoder gives all sound up to the end";
     EXPECT_LT(last, FrameAt(end) + format.samplesPerPacket) << "and no packet more";
+}
+
+// As after a sleep of the machine, in which the clock went on.
+TEST(SoundCapture, ClockThatLeapsFar_LosesNoSoundAndHoldsUpNoEnd) {
+    constexpr auto kLeap = std::chrono::hours(1'000'000);
+    constexpr std::size_t kAlsoBehindTheLeap = 1000;
+    const LogCapture log;
+    const auto encoder = MakeSoundEncoder(Codec::H264);
+    KeptPackets packets;
+    std::atomic<bool> hasLeapt = false;
+    SoundCapture capture(One(true));
+    ASSERT_TRUE(capture.IsOpen());
+    const std::int64_t start = NowTicks();
+    capture.Start(
+        [&](std::int64_t ticks) { return TimeOf(ticks - start) + (hasLeapt ? MediaTime(kLeap) : MediaTime(0)); },
+        *encoder, packets);
+    ASSERT_TRUE(packets.WaitFor(10));
+
+    hasLeapt = true;
+    EXPECT_TRUE(packets.WaitFor(kAlsoBehindTheLeap));
+    capture.Finish({}, true);
+
+    for (const LogEvent& event : log.Events()) {
+        EXPECT_LT(event.level, log4cplus::WARN_LOG_LEVEL) << event;
+    }
 }
 
 TEST(SoundCapture, FinishThatDropsWhatWaits_MakesNothingMore) {

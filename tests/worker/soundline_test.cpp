@@ -193,6 +193,19 @@ TEST(SoundLine, FirstSoundThatComesLate_HasSilenceBeforeIt) {
     EXPECT_NEAR(static_cast<double>(Peak(left)), 4.0 * kSoundRate, 8);
 }
 
+// A machine that slept: nobody has the memory for so much silence.
+TEST(SoundLine, SilenceOfAnyLengthBehindSoundThatWasMixed_TakesNoMemory) {
+    constexpr double kSlept = 3'600e6;
+    LineOfDevice device(48'000, 0, Clicks());
+    device.Hear(0.5);
+    device.Mix();
+    device.Miss(kSlept);
+
+    EXPECT_NO_THROW(device.Hear(0.5));
+
+    EXPECT_NEAR(static_cast<double>(device.line.End()), (kSlept + 1) * kSoundRate, kSoundRate / 100.0);
+}
+
 TEST(SoundLine, SoundBeforeTheBeginning_IsDropped) {
     LineOfDevice device(48'000, 0, Clicks());
     device.Miss(-2.5);

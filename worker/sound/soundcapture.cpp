@@ -10,6 +10,7 @@
 #include <avrt.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -18,6 +19,9 @@ namespace kxvcr {
 namespace {
 
 constexpr DWORD kLookEveryMs = 10; // as often as the system hands on sound
+
+// What is made before the devices are looked at again. More is due only behind a sleep of the machine.
+constexpr std::int64_t kMostAtOnce = 10 * std::int64_t{kSoundRate};
 
 // Raises the thread to the system's class for capturing while it lives; a system without the service leaves it.
 class CaptureThreadPriority {
@@ -103,13 +107,17 @@ bool SoundCapture::OpenDevices() noexcept {
     }
 }
 
+// Behind a sleep the last sound from before it is made first: a line that has none left need not keep the silence.
 void SoundCapture::Step() noexcept {
     try {
         const std::lock_guard lock(m_mutex);
         const std::int64_t now = NowTicks();
+        if (m_output && m_mixer.Ready(now) - m_mixer.Position() > kMostAtOnce) {
+            Make(m_mixer.Position() + kMostAtOnce);
+        }
         m_mixer.Listen(now);
         if (m_output) {
-            Make(m_mixer.Ready(now));
+            Make(std::min(m_mixer.Ready(now), m_mixer.Position() + kMostAtOnce));
         }
     } catch (const std::bad_alloc&) {
         LOG4CPLUS_ERROR(GetLogger(), L"A piece of sound is lost: no memory");

@@ -74,7 +74,9 @@ void SoundLine::Place(double frame) {
     m_resampler->Restart();
     m_toDrop = std::max<std::int64_t>(m_end - first, 0);
     if (first > m_end) {
-        m_kept.resize(m_kept.size() + static_cast<std::size_t>(first - m_end) * kSoundChannels);
+        if (!m_kept.empty()) { // else nothing is kept of the silence either: a machine may have slept for hours
+            m_kept.resize(m_kept.size() + static_cast<std::size_t>(first - m_end) * kSoundChannels);
+        }
         m_end = first;
     }
     m_error = 0;
