@@ -27,9 +27,11 @@ bool PacketHub::SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime st
     if (m_ended) {
         return false;
     }
-    for (const SharedPacket& packet : m_replay.Take(start)) {
+    PacketRing kept = m_replay; // which stays when there is no memory for all of it in the target
+    for (const SharedPacket& packet : kept.Take(start)) {
         target->Add(packet);
     }
+    m_replay = PacketRing();
     m_target = target;
     return true;
 }

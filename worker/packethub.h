@@ -32,7 +32,8 @@ public:
 
     /**
      * Gives what was kept, from @p start on and with what is needed to decode it, and then every packet to @p target;
-     * none is lost or given twice. @return false when the recording has ended. @throws std::bad_alloc
+     * none is lost or given twice. @return false when the recording has ended. @throws std::bad_alloc, and then
+     * everything is still kept
      */
     bool SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime start);
 

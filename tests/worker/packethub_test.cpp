@@ -95,6 +95,25 @@ TEST(PacketHub, FileThatCouldNotBeStarted_LeavesTheReplay) {
     ExpectEachOnce(file->Numbers(), 70, 101);
 }
 
+TEST(PacketHub, TargetWithoutMemory_LeavesTheReplay) {
+    PacketHub hub;
+    hub.KeepReplay(MediaTime(25), kPlenty);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        hub.Add(PacketOf(i));
+    }
+    const auto refused = std::make_shared<KeepingSink>();
+    refused->noMemoryFor = 7;
+    EXPECT_THROW(hub.SwitchTo(refused, hub.HoldReplay(MediaTime(100))), std::bad_alloc);
+
+    hub.ReleaseReplay();
+    hub.Add(PacketOf(100));
+    const auto file = std::make_shared<KeepingSink>();
+    EXPECT_TRUE(hub.SwitchTo(file, hub.HoldReplay(MediaTime(101))));
+
+    ExpectEachOnce(file->Numbers(), 70, 101);
+    EXPECT_EQ(refused->Numbers().size(), 6u);
+}
+
 TEST(PacketHub, WithoutReplay_TheFileBeginsWithTheFirstPacket) {
     PacketHub hub;
     const auto file = std::make_shared<KeepingSink>();
