@@ -11,9 +11,7 @@
 
 namespace kxvcr {
 
-LiveFeed::LiveFeed(const StreamFormat& format, std::uint32_t quality)
-    : m_format(format),
-      m_encoder(format.picture.width, format.picture.height, quality) {}
+LiveFeed::LiveFeed(const StreamFormat& format, std::uint32_t quality) : m_format(format), m_quality(quality) {}
 
 MediaTime LiveFeed::Now() const noexcept {
     const Pipeline* const pipeline = m_pipeline;
@@ -48,9 +46,14 @@ SharedPacket LiveFeed::EncodeNewest(Pipeline& pipeline) {
     if (m_newest != nullptr && m_number == picture->number) {
         return m_newest;
     }
-    const std::span<const std::byte> jpeg = m_encoder.Encode(picture->buffer.Pixels());
+    // The packets' size may be another one: a video has even sides, and a limit to them.
+    const PictureBuffer& buffer = picture->buffer;
+    if (!m_encoder) {
+        m_encoder.emplace(buffer.Width(), buffer.Height(), m_quality);
+    }
+    const std::span<const std::byte> jpeg = m_encoder->Encode(buffer.Pixels());
     if (jpeg.empty()) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder.LastError());
+        LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder->LastError());
         return nullptr;
     }
     auto packet = std::make_shared<Packet>();

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 namespace kxvcr {
 
@@ -37,9 +38,10 @@ private:
 
     StreamFormat m_format;
     std::atomic<Pipeline*> m_pipeline = nullptr;
-    std::mutex m_mutex; // for the rest
-    JpegEncoder m_encoder;
-    std::uint64_t m_number = 0; // of the picture in m_newest
+    std::uint32_t m_quality;
+    std::mutex m_mutex;                   // for the rest
+    std::optional<JpegEncoder> m_encoder; // made for the first picture that is asked for
+    std::uint64_t m_number = 0;           // of the picture in m_newest
     SharedPacket m_newest;
 };
 

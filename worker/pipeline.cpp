@@ -28,8 +28,8 @@ Pipeline::Pipeline(const PipelineParts& parts, PacketSink& sink)
         if (m_sound != nullptr) {
             m_sound->Start([this](std::int64_t ticks) { return m_capture.TimeAt(ticks); }, *parts.soundEncoder, sink);
         }
-    } catch (const std::exception&) {
-        Stop(true);
+    } catch (const std::exception&) { // the sound, which starts last, is left to another pipeline
+        EndPictures(true);
         throw;
     }
 }
@@ -38,7 +38,7 @@ Pipeline::~Pipeline() {
     Stop(true);
 }
 
-MediaTime Pipeline::Stop(bool dropWaiting) noexcept {
+void Pipeline::EndPictures(bool dropWaiting) noexcept {
     SetEvent(m_stop.Get());
     if (m_captureThread.joinable()) {
         m_captureThread.join();
@@ -48,6 +48,10 @@ MediaTime Pipeline::Stop(bool dropWaiting) noexcept {
         m_encoderThread.join();
         LogSummary();
     }
+}
+
+MediaTime Pipeline::Stop(bool dropWaiting) noexcept {
+    EndPictures(dropWaiting);
     if (m_sound != nullptr) {
         m_sound->Finish(m_end, dropWaiting);
     }

@@ -42,7 +42,7 @@ public:
     /**
      * Captures from now on; slot 0 is now.
      * @param parts borrowed, as the sink that takes the packets; both must outlive the pipeline
-     * @throws std::bad_alloc, std::system_error when the system refuses a thread
+     * @throws std::bad_alloc, std::system_error when the system refuses a thread; the parts can be used again then
      */
     Pipeline(const PipelineParts& parts, PacketSink& sink);
 
@@ -80,6 +80,7 @@ public:
     MediaTime Stop(bool dropWaiting) noexcept;
 
 private:
+    void EndPictures(bool dropWaiting) noexcept;
     void LogSummary() const;
 
     VideoEncoder& m_encoder;
