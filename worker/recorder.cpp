@@ -20,8 +20,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
+#include <new>
 #include <optional>
-#include <system_error>
 
 namespace kxvcr {
 
@@ -81,6 +82,34 @@ MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const 
     }
     return made;
 }
+
+// A line that is left out when there is no memory for it: what it tells of has happened all the same.
+template <class Line>
+void LogIfThereIsMemory(const Line& line) noexcept {
+    try {
+        line();
+    } catch (const std::bad_alloc&) { // and nobody to tell
+    }
+}
+
+// Removes the file of a start that fails, however it fails.
+template <class File>
+class RemovedUnlessKept {
+public:
+    explicit RemovedUnlessKept(File& file) noexcept : m_file(&file) {}
+    ~RemovedUnlessKept() {
+        if (m_file != nullptr) {
+            m_file->Discard();
+        }
+    }
+    RemovedUnlessKept(const RemovedUnlessKept&) = delete;
+    RemovedUnlessKept& operator=(const RemovedUnlessKept&) = delete;
+
+    void Keep() noexcept { m_file = nullptr; }
+
+private:
+    File* m_file;
+};
 
 // Begins to listen, so that the devices are awake when the recording starts.
 std::unique_ptr<SoundCapture> OpenSound(const SoundSettings& settings) {
@@ -146,6 +175,7 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     if (m_ended) {
         return Result::WrongOrder;
     }
+    m_windowClosed = false; // of a prepare before, which was refused
     RecordSettings settings = asked;
     PipelineParts parts;
     parts.sound = OpenSound(settings.sound); // which goes on while the picture is prepared
@@ -175,17 +205,26 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     if (settings.replaySeconds == 0) {
         return Result::Accepted;
     }
-    m_hub.KeepReplay(std::chrono::seconds(settings.replaySeconds), kReplayMemoryLimit);
+    const Result result = StartReplay();
+    if (result == Result::Accepted) {
+        LogIfThereIsMemory([&] {
+            LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
+        });
+    }
+    return result;
+}
+
+Result ScreenRecorder::StartReplay() {
+    m_hub.KeepReplay(std::chrono::seconds(m_settings.replaySeconds), kReplayMemoryLimit);
     Result result = EnsureSoundEncoder(m_parts.encoder->Format().codec);
     if (result == Result::Accepted) {
         result = StartCapturing();
     }
     if (result != Result::Accepted) {
+        m_hub.KeepReplay({}, 0); // of a capture that did not last
         m_parts = {};
-        return result;
     }
-    LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
-    return Result::Accepted;
+    return result;
 }
 
 Result ScreenRecorder::EnsureSoundEncoder(Codec picture) {
@@ -227,7 +266,7 @@ Result ScreenRecorder::StartCapturing() {
     }
     try {
         m_pipeline = std::make_unique<Pipeline>(m_parts, m_hub);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) { // no thread, or no memory
         return Result::OutOfResources;
     }
     m_running = m_pipeline.get();
@@ -252,15 +291,22 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
     if (result != Result::Accepted) {
         return result;
     }
-    result = StartFile(path, *format);
+    try {
+        result = StartFile(path, *format);
+    } catch (const std::bad_alloc&) {
+        LogIfThereIsMemory([] { LOG4CPLUS_ERROR(GetLogger(), L"Cannot start the recording: no memory"); });
+        result = Result::OutOfResources;
+    }
     if (result != Result::Accepted) {
         m_hub.ReleaseReplay();
         return result;
     }
     NoteStarted();
-    LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path << L", which begins with "
-                                                 << std::chrono::duration<double>(m_liveStart).count()
-                                                 << L" seconds of replay");
+    LogIfThereIsMemory([&] {
+        LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path << L", which begins with "
+                                                     << std::chrono::duration<double>(m_liveStart).count()
+                                                     << L" seconds of replay");
+    });
     return Result::Accepted;
 }
 
@@ -276,6 +322,7 @@ Result ScreenRecorder::StartFile(const std::wstring& path, FileFormat format) {
     if (file == nullptr) {
         return Result::CannotCreateFile;
     }
+    RemovedUnlessKept started(*file);
     if (!m_board.Open(HostProcessId())) {
         const DWORD error = GetLastError();
         LOG4CPLUS_WARN(GetLogger(), L"The host cannot be told how the recording goes: error " << error);
@@ -283,15 +330,11 @@ Result ScreenRecorder::StartFile(const std::wstring& path, FileFormat format) {
     // The host may read where the live part begins as soon as its command is answered, before the file's thread
     // reports.
     ReportProgress({});
-    Result result = Result::OutOfResources;
-    try {
-        result = Record(file, start);
-    } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot start the recording: no memory");
-    }
-    if (result != Result::Accepted) {
+    const Result result = Record(file, start);
+    if (result == Result::Accepted) {
+        started.Keep();
+    } else {
         m_hub.Detach();
-        file->Discard();
     }
     return result;
 }
@@ -316,15 +359,17 @@ std::shared_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path, Fil
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
+    RemovedUnlessKept created(*file);
     std::unique_ptr<MediaWriter> writer = CreateWriter(format, *file, Format(), start);
     if (writer == nullptr) {
         const DWORD error = GetLastError();
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
-        file->Discard();
         return nullptr;
     }
-    return std::make_shared<FileSink>(std::move(file), std::move(writer), start, kReplayMemoryLimit + kQueueMemory,
-                                      OwnerOfFile());
+    auto sink = std::make_shared<FileSink>(std::move(file), std::move(writer), start, kReplayMemoryLimit + kQueueMemory,
+                                           OwnerOfFile());
+    created.Keep();
+    return sink;
 }
 
 FileSinkOwner ScreenRecorder::OwnerOfFile() {

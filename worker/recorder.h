@@ -77,6 +77,7 @@ private:
     Result EnsureEncoder(Codec codec);
     Result EnsureSoundEncoder(Codec picture);
     StreamFormat Format() const;
+    Result StartReplay();
     Result StartCapturing();
     Result StartFile(const std::wstring& path, FileFormat format);
     Result Record(const std::shared_ptr<FileSink>& file, MediaTime start);

@@ -12,7 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <system_error>
+#include <exception>
 
 namespace kxvcr {
 
@@ -47,7 +47,7 @@ bool FileSink::Start() noexcept {
     m_diskFlushDue = TicksAfter(kDiskFlushMilliseconds);
     try {
         m_thread = std::thread(&FileSink::WriteAll, this);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) { // no thread, or no memory for it
         return false;
     }
     return true;
