@@ -69,19 +69,17 @@ std::uint8_t LevelOf(const PictureFormat& format) noexcept {
 }
 
 std::vector<std::byte> DecoderConfigurationRecord(const PictureFormat& format) {
-    constexpr std::uint8_t kBt709 = 1;
-    constexpr std::uint8_t kSmpte170m = 6;
     constexpr std::uint8_t kEightBits = 8 << 4;
     constexpr std::uint8_t k420 = 1 << 1;
-    const std::uint8_t matrix = format.matrix == ColorMatrix::Bt601 ? kSmpte170m : kBt709;
+    const ColorCodes codes = CodesOf(format.matrix);
     return {
-        std::byte{0},                            // profile
-        static_cast<std::byte>(LevelOf(format)), //
-        std::byte{kEightBits | k420},            // limited range
-        static_cast<std::byte>(matrix),          // primaries
-        std::byte{kBt709},                       // transfer
-        static_cast<std::byte>(matrix),          //
-        std::byte{0},                            // no further data
+        std::byte{0}, // profile
+        static_cast<std::byte>(LevelOf(format)),
+        std::byte{kEightBits | k420}, // limited range
+        static_cast<std::byte>(codes.primaries),
+        static_cast<std::byte>(codes.transfer),
+        static_cast<std::byte>(codes.matrix),
+        std::byte{0}, // no further data
         std::byte{0},
     };
 }
