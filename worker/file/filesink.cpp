@@ -73,11 +73,11 @@ bool FileSink::Add(const SharedPacket& packet) {
 void FileSink::WriteAll() noexcept {
     bool kept = true;
     while (kept) {
-        const std::optional<Work> work = WaitForWork();
-        if (!work) {
+        const std::optional<SharedPacket> packet = WaitForPacket();
+        if (!packet) {
             return;
         }
-        kept = Do(*work);
+        kept = Do(*packet);
     }
     {
         const std::lock_guard lock(m_mutex);
@@ -90,7 +90,7 @@ void FileSink::WriteAll() noexcept {
 // Waits for packets, the end, or the time of the next flush. What is settled is asked before the queue is looked at, so
 // that everything before that moment was taken. The queue is taken as a whole: whoever adds many packets, as the end of
 // a replay does, does not meet this thread at each of them.
-std::optional<FileSink::Work> FileSink::WaitForWork() {
+std::optional<SharedPacket> FileSink::WaitForPacket() {
     if (m_taken.empty()) {
         std::unique_lock lock(m_mutex);
         const std::int64_t patience = std::max<std::int64_t>(m_flushDue - NowTicks(), 0);
@@ -98,32 +98,35 @@ std::optional<FileSink::Work> FileSink::WaitForWork() {
                               [this] { return m_ending || !m_queue.empty(); });
         m_settled = m_owner.settled();
         if (m_queue.empty()) {
-            return m_ending ? std::nullopt : std::optional(Work{nullptr, m_settled});
+            return m_ending ? std::nullopt : std::optional(SharedPacket());
         }
         m_taken.swap(m_queue);
     }
-    Work work{std::move(m_taken.front()), m_settled};
+    SharedPacket packet = std::move(m_taken.front());
     m_taken.pop_front();
-    const auto next =
-        std::ranges::find(m_taken, Stream::Picture, [](const SharedPacket& waiting) { return waiting->stream; });
-    if (next != m_taken.end()) {
-        work.completeUntil = std::min(work.completeUntil, (*next)->time);
-    }
-    return work;
+    return packet;
 }
 
-bool FileSink::Do(const Work& work) noexcept {
+// No packet of a picture before it is missing. Looked for when it is flushed, not for each packet: behind the last
+// picture of a still screen there may be half an hour of sound.
+MediaTime FileSink::CompleteUntil() const noexcept {
+    const auto next =
+        std::ranges::find(m_taken, Stream::Picture, [](const SharedPacket& waiting) { return waiting->stream; });
+    return next == m_taken.end() ? m_settled : std::min(m_settled, (*next)->time);
+}
+
+bool FileSink::Do(const SharedPacket& packet) noexcept {
     const bool isBefore = m_progress.pictures == 0;
-    if (work.packet != nullptr && !Write(work.packet)) {
+    if (packet != nullptr && !Write(packet)) {
         return false;
     }
     const bool isFirstPicture = isBefore && m_progress.pictures != 0;
-    return (!isFirstPicture && !EndsBacklog(work) && NowTicks() < m_flushDue) || Flush(work.completeUntil);
+    return (!isFirstPicture && !EndsBacklog(packet) && NowTicks() < m_flushDue) || Flush(CompleteUntil());
 }
 
 // What a replay has kept comes at once, and is not to wait in the writer for the next flush.
-bool FileSink::EndsBacklog(const Work& work) const noexcept {
-    return work.packet != nullptr && m_taken.empty() && work.packet->time - m_flushedUntil >= kMostUnflushed;
+bool FileSink::EndsBacklog(const SharedPacket& packet) const noexcept {
+    return packet != nullptr && m_taken.empty() && packet->time - m_flushedUntil >= kMostUnflushed;
 }
 
 bool FileSink::Write(const SharedPacket& packet) noexcept {

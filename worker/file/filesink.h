@@ -91,16 +91,11 @@ public:
     const FileProgress& Progress() const noexcept { return m_progress; }
 
 private:
-    // What the thread does next.
-    struct Work {
-        SharedPacket packet;       // null when none waits
-        MediaTime completeUntil{}; // no packet of a picture before it is missing when this one is written
-    };
-
     void WriteAll() noexcept;
-    std::optional<Work> WaitForWork();
-    bool Do(const Work& work) noexcept;
-    bool EndsBacklog(const Work& work) const noexcept;
+    std::optional<SharedPacket> WaitForPacket(); // null: it is time for a flush; none: the end
+    MediaTime CompleteUntil() const noexcept;
+    bool Do(const SharedPacket& packet) noexcept;
+    bool EndsBacklog(const SharedPacket& packet) const noexcept;
     bool Write(const SharedPacket& packet) noexcept;
     bool Give(const SharedPacket& packet) noexcept;
     bool Flush(MediaTime until) noexcept;
