@@ -33,8 +33,8 @@ protected:
     FrameLoopTest() : pool(PicturePool::Create(PictureQueue::kMost + 2, kxtest::kNumberWidth, kxtest::kNumberHeight)) {}
 
     // Runs until the look at which the source stops it, with a thread that takes what is handed on.
-    void Run(PictureSource& source) {
-        loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond);
+    void Run(PictureSource& source, MediaTime longestStill = FrameLoop::kLongestStill) {
+        loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond, longestStill);
         std::jthread taker([this] {
             while (const auto picture = queue.Take()) {
                 seen.push_back(
@@ -110,6 +110,24 @@ TEST_F(FrameLoopTest, KeyIsAskedForWhileNothingChanges_TheSamePictureComesAgainO
     EXPECT_TRUE(seen[1].isKey);
     EXPECT_EQ(seen[1].number, 7u);
     EXPECT_GT(seen[1].time, seen[0].time);
+}
+
+TEST_F(FrameLoopTest, NothingChangesForLong_TheSamePictureComesAgainFromTimeToTime) {
+    constexpr MediaTime kLongestStill = std::chrono::milliseconds(200); // ten slots
+    NumberSource source([this](int look) {
+        StopAt(look, 55);
+        return look < 53 ? 7 : 8;
+    });
+
+    Run(source, kLongestStill);
+
+    ASSERT_GE(seen.size(), 4u);
+    EXPECT_EQ(seen.back().number, 8u);
+    for (std::size_t i = 1; i + 1 < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].number, 7u);
+        EXPECT_TRUE(seen[i].isKey);
+        EXPECT_GE(seen[i].time - seen[i - 1].time, kLongestStill);
+    }
 }
 
 TEST_F(FrameLoopTest, ScreenThatCannotBeRead_KeepsThePictureBefore) {

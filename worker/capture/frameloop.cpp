@@ -26,6 +26,9 @@ MediaTime FrameLoop::Run(HANDLE stop) {
     std::uint64_t end = 0;
     bool goesOn = true;
     while (goesOn) {
+        if (Now() - m_shown >= m_longestStill) {
+            RequestKey();
+        }
         const Change change = AwaitChange();
         if (change != Change::CannotTell) {
             slot = Waited(slot);
@@ -103,9 +106,9 @@ void FrameLoop::Look(std::uint64_t slot) {
 // Two pictures may have been presented closer to each other than slots are; half a slot lies between them at least, so
 // that every format of a file can tell their times apart.
 void FrameLoop::HandOn(const SharedPicture& picture, MediaTime time, MediaTime captured) {
-    const MediaTime shown = std::max(time, m_free);
-    m_free = shown + SlotTime(1, m_framesPerSecond) / 2;
-    m_queue.Add({picture, shown, captured, m_keyWanted.exchange(false)});
+    m_shown = std::max(time, m_free);
+    m_free = m_shown + SlotTime(1, m_framesPerSecond) / 2;
+    m_queue.Add({picture, m_shown, captured, m_keyWanted.exchange(false)});
 }
 
 SharedPicture FrameLoop::Newest() const noexcept {

@@ -10,6 +10,7 @@
 #include "worker/stopwatch.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 
@@ -31,12 +32,17 @@ struct CaptureStatistics {
  */
 class FrameLoop {
 public:
+    /** A picture that lasts longer is handed on again: MP4 has no number for one of more than 13 hours. */
+    static constexpr MediaTime kLongestStill = std::chrono::hours(1);
+
     /** @param pictures of the source's size; at least PictureQueue::kMost + 2 */
-    FrameLoop(PictureSource& source, PicturePool& pictures, PictureQueue& queue, std::uint32_t framesPerSecond) noexcept
+    FrameLoop(PictureSource& source, PicturePool& pictures, PictureQueue& queue, std::uint32_t framesPerSecond,
+              MediaTime longestStill = kLongestStill) noexcept
         : m_source(source),
           m_pictures(pictures),
           m_queue(queue),
           m_framesPerSecond(framesPerSecond),
+          m_longestStill(longestStill),
           m_clock(NowTicks(), TicksPerSecond(), framesPerSecond) {}
 
     /**
@@ -83,6 +89,7 @@ private:
     PicturePool& m_pictures;
     PictureQueue& m_queue;
     std::uint32_t m_framesPerSecond;
+    MediaTime m_longestStill;
     FrameClock m_clock;
     std::atomic<std::uint64_t> m_nextSlot = 0;
     std::atomic<std::uint32_t> m_step = 1;
@@ -90,7 +97,8 @@ private:
     std::atomic<std::uint64_t> m_dropped = 0;
     bool m_readable = true;
     std::uint64_t m_number = 0;
-    MediaTime m_free{}; // no picture's time is before it any more
+    MediaTime m_free{};  // no picture's time is before it any more
+    MediaTime m_shown{}; // of the picture that was handed on last
     CaptureStatistics m_statistics;
 
     mutable std::mutex m_mutex; // for m_newest, which only Run() changes
