@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <numeric>
+#include <span>
+#include <thread>
 
 namespace kxtest {
 
@@ -51,6 +53,30 @@ TEST_F(LiveStreams, VideoWithSound_NamesBothCodecs) {
     EXPECT_EQ(ReadResponse(Ask(Request("HEAD", "/stream.mp4"))).Field("content-type"),
               "video/mp4; codecs=\"avc1.42c01f,mp4a.40.2\"");
     EXPECT_EQ(Status()["sound"], "aac");
+}
+
+// An encoder's first packet of sound lies before the first picture, by the decoder's delay, and comes after it.
+TEST_F(LiveStreams, SoundFromBeforeTheFirstPicture_IsNotSent) {
+    m_source.SetSound({});
+    Start();
+    VideoViewer viewer(m_port);
+    ASSERT_TRUE(WaitClients(1));
+    const auto publishSound = [this](int number, MediaTime time) {
+        auto packet = std::make_shared<Packet>();
+        packet->stream = Stream::Sound;
+        packet->isKey = true;
+        packet->time = time;
+        const std::string bytes = PictureOf(number, 1000);
+        packet->bytes.assign(std::as_bytes(std::span(bytes)).begin(), std::as_bytes(std::span(bytes)).end());
+        m_server->Add(packet);
+    };
+    Publish(1, true, 1000);
+
+    publishSound(2, -21ms);
+    publishSound(3, 0ms);
+
+    ASSERT_TRUE(viewer.WaitShown(3));
+    EXPECT_EQ(viewer.Numbers(), (std::vector<int>{1, 3}));
 }
 
 TEST_F(LiveStreams, VideoViewerInTheMiddle_BeginsWithAKeyPictureThatWasAskedFor) {
@@ -226,6 +252,19 @@ TEST_F(LiveStreams, SnapshotWithoutAnyPicture_IsUnavailable) {
     Start();
 
     EXPECT_EQ(Fetch("/snapshot.jpg").status, 503);
+}
+
+TEST_F(LiveStreams, StopFromSeveralThreads_EndsTheServerOnce) {
+    for (int round = 0; round < 20; ++round) {
+        UsePatience({});
+        Start();
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([this] { m_server->Stop(); });
+        }
+        threads.clear();
+        ASSERT_FALSE(RawClient(m_port).Connected());
+    }
 }
 
 TEST_F(LiveStreams, Status_TellsEverything) {

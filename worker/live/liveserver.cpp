@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -134,6 +135,7 @@ public:
     }
 
     void Stop() noexcept {
+        const std::lock_guard lock(m_stopping);
         m_http.Stop();
         m_jpeg.Stop();
     }
@@ -290,6 +292,7 @@ private:
     LastSecond m_lastSecond;
     std::optional<MediaTime> m_delay; // of the newest picture, from its capture to here
     std::uint32_t m_viewers = 0;
+    std::mutex m_stopping;
     VideoFeed m_video;
     JpegFeed m_jpeg;
     HttpServer m_http; // frees the viewers, before the feeds that they know

@@ -92,8 +92,9 @@ std::unique_ptr<HttpBody> VideoFeed::AddViewer(StreamFormat format, std::shared_
     return std::make_unique<Viewer>(*this, std::move(head), std::move(whileItLasts));
 }
 
+// A viewer's time 0 is the recording's; the sound's first packet lies before it, by its decoder's delay.
 void VideoFeed::Add(const Packet& packet) {
-    if (m_viewers.empty()) {
+    if (m_viewers.empty() || packet.time < MediaTime(0)) {
         return;
     }
     FragmentTiming timing;
