@@ -49,6 +49,11 @@ milliseconds FromMediaTime(std::int64_t time) {
         std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>(time));
 }
 
+// Whoever interrupts while the worker starts has nothing recorded, and keeps the file that would be replaced.
+Outcome LookForInterrupt(const StopSignal& stop) {
+    return stop.WaitFor(0) ? Outcome::Interrupted : Outcome::Begin;
+}
+
 // Waits for the user's Enter. Without an input to wait for, the buffer is filled once.
 Outcome WaitForLine(const Session& session, const StopSignal& stop, std::chrono::seconds replay) {
     const LineSignal input;
@@ -125,7 +130,11 @@ std::optional<Failure> CheckPath(const std::wstring& path, bool overwrite) {
                        L"the file's full path is longer than " + std::to_wstring(kxvcr::kMaxPathCharacters) +
                            L" characters; give a shorter name or folder"};
     }
-    if (!overwrite && WhatExists(path) == Existing::Other) {
+    const Existing existing = WhatExists(path);
+    if (existing == Existing::Folder) {
+        return HostFailure(Exit::NotARecording, path + L" is a folder; give another name");
+    }
+    if (!overwrite && existing == Existing::Other) {
         return HostFailure(Exit::NotARecording, path + L" exists and is not a recording; give another name, or "
                                                        L"--overwrite to replace it");
     }
@@ -156,14 +165,15 @@ Exit Record(const RecordOptions& options) {
     if (const Exit exit = session.Begin(options.replay); exit != Exit::Success) {
         return exit;
     }
-    if (options.replay.count() != 0) {
+    const bool keeps = options.replay.count() != 0;
+    if (keeps) {
         report->Keeping(options.replay);
-        const Outcome outcome = WaitForLine(session, stop, options.replay);
-        if (outcome != Outcome::Begin) {
-            const Exit exit = session.End(Stage::Recording, RecordMode::PreparedTimemachine);
-            report->NotRecorded(exit);
-            return exit;
-        }
+    }
+    const Outcome outcome = keeps ? WaitForLine(session, stop, options.replay) : LookForInterrupt(stop);
+    if (outcome != Outcome::Begin) {
+        const Exit exit = session.End(Stage::Recording, keeps ? RecordMode::PreparedTimemachine : RecordMode::Prepared);
+        report->NotRecorded(exit);
+        return exit;
     }
     const unsigned int timeoutMs = options.session.timeoutMs;
     if (!session.Proxy().StartLocalRecord(path.c_str(), static_cast<unsigned int>(path.size()), timeoutMs)) {

@@ -50,7 +50,7 @@ Existing WhatExists(const std::wstring& path) {
         return Existing::Nothing;
     }
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-        return Existing::Other;
+        return Existing::Folder;
     }
     const DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const kx::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, shared, nullptr, OPEN_EXISTING, 0, nullptr));

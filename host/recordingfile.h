@@ -31,7 +31,8 @@ private:
 enum class Existing {
     Nothing,
     Recording, ///< a file that begins as MP4, WebM and Matroska files do, or an empty one
-    Other,     ///< any other file, or a folder
+    Folder,
+    Other, ///< any other file
 };
 
 /** @param path full path. A file that cannot be read is left to the worker to refuse, and counts as Nothing. */

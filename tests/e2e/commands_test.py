@@ -87,6 +87,14 @@ class Commands(RecordCase):
         self.expect_code(self.stage.run("record", path, "--seconds", 0.5, "--overwrite"), 0)
         self.expect_code(self.stage.run("record", path, "--seconds", 0.5), 0)
 
+    def test_FolderOfThatName_IsNotOfferedForReplacement(self):
+        path = self.stage.new_path("folder.mkv")
+        path.mkdir()
+        for replace in ((), ("--overwrite",)):
+            result = self.stage.run("record", path, "--seconds", 0.5, *replace)
+            self.expect_code(result, NOT_A_RECORDING)
+            self.assertRegex(result.complaint, r"^kxrecord: \S+\\folder\.mkv is a folder; give another name\n$")
+
     def test_Completion_IsAScriptThatTheShellTakes(self):
         result = self.stage.run("completion", "bash")
         self.expect_code(result, 0)

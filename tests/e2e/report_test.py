@@ -129,6 +129,15 @@ class Reports(RecordCase):
         self.assertIn("Nothing was recorded", terminal.text)
         self.assertFalse(self.path.exists())
 
+    def test_CtrlCWhileTheWorkerStarts_LeavesAnOlderRecordingAlone(self):
+        older = b"\0\0\0\x18ftypisom, a recording"
+        self.path.write_bytes(older)
+        terminal = Terminal([WINE_RUN, self.stage.folder / HOST, "record", str(self.path), "--window", "pattern"],
+                            self.stage.environment, when=b"The window is", answer=b"\x03")
+        self.assertEqual(terminal.code, 0, terminal.text)
+        self.assertIn("Nothing was recorded", terminal.text)
+        self.assertEqual(self.path.read_bytes(), older)
+
     def test_EnterOnATerminal_BeginsTheRecordingAndShowsItsProgress(self):
         terminal = Terminal([WINE_RUN, self.stage.folder / HOST, "record", str(self.path), "--replay", "60",
                              "--seconds", "2"], self.stage.environment, columns=200, when=b"Keeping", answer=b"\r")

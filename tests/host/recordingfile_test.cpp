@@ -71,7 +71,7 @@ TEST_F(ExistingFile, MovieAndMatroskaAndEmptyFiles_AreRecordings) {
 TEST_F(ExistingFile, AnythingElse_IsNone) {
     EXPECT_EQ(With("ftyp"), Existing::Other);
     EXPECT_EQ(With("My diary"), Existing::Other);
-    EXPECT_EQ(WhatExists(path.parent_path().wstring()), Existing::Other);
+    EXPECT_EQ(WhatExists(path.parent_path().wstring()), Existing::Folder);
 }
 
 } // namespace
