@@ -10,6 +10,7 @@
 #include "common/win/toplevelwindow.h"
 #include "common/win/utf8.h"
 #include "tests/e2e/fill.h"
+#include "tests/e2e/topwindow.h"
 
 #include <windows.h>
 
@@ -93,20 +94,9 @@ int main(int count, char** arguments) {
     if (count != 2) {
         return 2;
     }
-    WNDCLASSW windowClass = {};
-    windowClass.lpfnWndProc = OnMessage;
-    windowClass.hInstance = GetModuleHandleW(nullptr);
-    windowClass.lpszClassName = L"KxActor";
-    windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    if (RegisterClassW(&windowClass) == 0) {
-        return 1;
-    }
     const std::wstring title = kx::WideFromUtf8(arguments[1]);
-    const HWND window =
-        CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, title.c_str(), WS_POPUP | WS_VISIBLE | WS_MINIMIZEBOX,
-                        kPlace.left, kPlace.top, kPlace.right - kPlace.left, kPlace.bottom - kPlace.top, nullptr,
-                        nullptr, windowClass.hInstance, nullptr);
-    if (window == nullptr || UpdateWindow(window) == FALSE) {
+    const HWND window = kxtest::ShowTopWindow(L"KxActor", OnMessage, title.c_str(), kPlace, WS_MINIMIZEBOX);
+    if (window == nullptr) {
         return 1;
     }
     std::cout << kx::NumberOfWindow(window) << std::endl;
@@ -114,10 +104,7 @@ int main(int count, char** arguments) {
     if (!steps) {
         return 1;
     }
-    MSG message;
-    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-        DispatchMessageW(&message);
-    }
+    kxtest::AnswerMessages();
     WaitForSingleObject(steps.Get(), INFINITE);
     return 0;
 }

@@ -9,6 +9,7 @@
 // its standard input is closed.
 #include "common/win/com.h"
 #include "common/win/handle.h"
+#include "tests/e2e/topwindow.h"
 
 #include <audioclient.h>
 #include <mmdeviceapi.h>
@@ -142,15 +143,7 @@ void Flash(HWND window) {
 } // namespace
 
 int main() {
-    WNDCLASSW windowClass = {};
-    windowClass.lpfnWndProc = DefWindowProcW;
-    windowClass.hInstance = GetModuleHandleW(nullptr);
-    windowClass.lpszClassName = L"KxClapper";
-    if (RegisterClassW(&windowClass) == 0) {
-        return 1;
-    }
-    const HWND window = CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, L"clapper", WS_POPUP | WS_VISIBLE, 0,
-                                        0, kWidth, kHeight, nullptr, nullptr, windowClass.hInstance, nullptr);
+    const HWND window = kxtest::ShowTopWindow(L"KxClapper", DefWindowProcW, L"clapper", {0, 0, kWidth, kHeight});
     if (window == nullptr) {
         return 1;
     }

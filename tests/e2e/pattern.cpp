@@ -9,6 +9,7 @@
 // closed; without such a pipe, until it is ended.
 #include "common/win/handle.h"
 #include "tests/e2e/fill.h"
+#include "tests/e2e/topwindow.h"
 
 #include <windows.h>
 
@@ -106,17 +107,8 @@ DWORD WINAPI WatchInput(void* window) {
 } // namespace
 
 int main() {
-    WNDCLASSW windowClass = {};
-    windowClass.lpfnWndProc = OnMessage;
-    windowClass.hInstance = GetModuleHandleW(nullptr);
-    windowClass.lpszClassName = L"KxPattern";
-    windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    if (RegisterClassW(&windowClass) == 0) {
-        return 1;
-    }
-    const HWND window = CreateWindowExW(WS_EX_TOPMOST, windowClass.lpszClassName, L"pattern", WS_POPUP | WS_VISIBLE, 0,
-                                        0, kWidth, kHeight, nullptr, nullptr, windowClass.hInstance, nullptr);
-    if (window == nullptr || UpdateWindow(window) == FALSE || SetTimer(window, 1, kStepMs, nullptr) == 0) {
+    const HWND window = kxtest::ShowTopWindow(L"KxPattern", OnMessage, L"pattern", {0, 0, kWidth, kHeight});
+    if (window == nullptr || SetTimer(window, 1, kStepMs, nullptr) == 0) {
         return 1;
     }
     const kx::KernelHandle watcher(CreateThread(nullptr, 0, WatchInput, window, 0, nullptr));
@@ -125,10 +117,6 @@ int main() {
     }
     std::puts("ready");
     std::fflush(stdout);
-
-    MSG message;
-    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-        DispatchMessageW(&message);
-    }
+    kxtest::AnswerMessages();
     return 0;
 }

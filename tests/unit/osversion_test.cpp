@@ -315,13 +315,17 @@ using VersionHook = kxtest::ImportHook<"KERNEL32.dll", "GetVersionExW", decltype
 using SystemInfoHook = kxtest::ImportHook<"KERNEL32.dll", "GetSystemInfo", decltype(GetSystemInfo)>;
 using NarrowHook = kxtest::ImportHook<"KERNEL32.dll", "WideCharToMultiByte", decltype(WideCharToMultiByte)>;
 
-struct VersionCase {
-    DWORD platform;
+struct VersionNumbers {
     DWORD major;
     DWORD minor;
     DWORD build;
-    std::wstring servicePack;
-    WORD servicePackMajor;
+};
+
+struct VersionCase {
+    DWORD platform;
+    VersionNumbers version;
+    std::wstring servicePack = {};
+    WORD servicePackMajor = 0;
     std::string line;
 };
 std::ostream& operator<<(std::ostream& out, const VersionCase& version) {
@@ -342,9 +346,9 @@ private:
         m_sizeField = record->dwOSVersionInfoSize;
         auto* extended = reinterpret_cast<OSVERSIONINFOEXW*>(record);
         extended->dwPlatformId = m_version.platform;
-        extended->dwMajorVersion = m_version.major;
-        extended->dwMinorVersion = m_version.minor;
-        extended->dwBuildNumber = m_version.build;
+        extended->dwMajorVersion = m_version.version.major;
+        extended->dwMinorVersion = m_version.version.minor;
+        extended->dwBuildNumber = m_version.version.build;
         extended->wServicePackMajor = m_version.servicePackMajor;
         extended->wServicePackMinor = 99;
         std::copy_n(m_version.servicePack.c_str(), m_version.servicePack.size() + 1, extended->szCSDVersion);
@@ -357,31 +361,64 @@ class OsVersionTableTest : public OsVersionTest, public testing::WithParamInterf
 
 INSTANTIATE_TEST_SUITE_P(
     Versions, OsVersionTableTest,
-    testing::Values(VersionCase{2, 6, 1, 7601, L"Service Pack 1", 1, "Microsoft Windows NT 6.1.7601 Service Pack 1"},
-                    VersionCase{2, 6, 2, 9200, L"", 0, "Microsoft Windows NT 6.2.9200.0"},
-                    VersionCase{2, 10, 0, 19041, L"", 3, "Microsoft Windows NT 10.0.19041.3"},
-                    VersionCase{2, 10, 0, 19041, L" ", 3, "Microsoft Windows NT 10.0.19041  "},
-                    VersionCase{2, 10, 0, 19041, L"\u00e9", 3, "Microsoft Windows NT 10.0.19041 \xe9"},
-                    VersionCase{2, 10, 0, 19041, L"\u4e00", 3, "Microsoft Windows NT 10.0.19041 ?"},
-                    VersionCase{2, 4294967295, 4294967295, 4294967295, L"", 65535,
-                                "Microsoft Windows NT 4294967295.4294967295.4294967295.65535"},
-                    VersionCase{2, 10, 0, 19041, std::wstring(127, L'x'), 3,
-                                "Microsoft Windows NT 10.0.19041 " + std::string(127, 'x')},
-                    VersionCase{2, 10, 0, 19041, std::wstring(127, L'\u00e9'), 3,
-                                "Microsoft Windows NT 10.0.19041 " + std::string(127, '\xe9')},
-                    VersionCase{1, 4, 0, 950, L"", 0, "Microsoft Windows 95 4.0.950.0"},
-                    VersionCase{1, 4, 0, 950, L" B", 0, "Microsoft Windows 95 4.0.950  B"},
-                    VersionCase{1, 4, 1, 1998, L"", 0, "Microsoft Windows 98 4.1.1998.0"},
-                    VersionCase{1, 4, 10, 1998, L"", 0, "Microsoft Windows 98 4.10.1998.0"},
-                    VersionCase{1, 3, 10, 100, L"", 0, "Microsoft Windows 95 3.10.100.0"},
-                    VersionCase{1, 3, 0, 100, L"", 0, "Microsoft Windows 95 3.0.100.0"},
-                    VersionCase{1, 0, 1, 100, L"", 0, "Microsoft Windows 95 0.1.100.0"},
-                    VersionCase{1, 5, 0, 100, L"", 0, "Microsoft Windows 98 5.0.100.0"},
-                    VersionCase{1, 5, 1, 100, L"", 0, "Microsoft Windows 98 5.1.100.0"},
-                    VersionCase{3, 5, 2, 1400, L"", 0, "Microsoft Windows CE 5.2.1400.0"},
-                    VersionCase{0, 3, 1, 100, L"", 0, "unknow platform 3.1.100.0"},
-                    VersionCase{4, 3, 1, 100, L"", 0, "unknow platform 3.1.100.0"},
-                    VersionCase{0xFFFFFFFF, 3, 1, 100, L"SP", 0, "unknow platform 3.1.100 SP"}));
+    testing::Values(VersionCase{.platform = 2,
+                                .version = {6, 1, 7601},
+                                .servicePack = L"Service Pack 1",
+                                .servicePackMajor = 1,
+                                .line = "Microsoft Windows NT 6.1.7601 Service Pack 1"},
+                    VersionCase{.platform = 2, .version = {6, 2, 9200}, .line = "Microsoft Windows NT 6.2.9200.0"},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041.3"},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePack = L" ",
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041  "},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePack = L"\u00e9",
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041 \xe9"},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePack = L"\u4e00",
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041 ?"},
+                    VersionCase{.platform = 2,
+                                .version = {4294967295, 4294967295, 4294967295},
+                                .servicePackMajor = 65535,
+                                .line = "Microsoft Windows NT 4294967295.4294967295.4294967295.65535"},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePack = std::wstring(127, L'x'),
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041 " + std::string(127, 'x')},
+                    VersionCase{.platform = 2,
+                                .version = {10, 0, 19041},
+                                .servicePack = std::wstring(127, L'\u00e9'),
+                                .servicePackMajor = 3,
+                                .line = "Microsoft Windows NT 10.0.19041 " + std::string(127, '\xe9')},
+                    VersionCase{.platform = 1, .version = {4, 0, 950}, .line = "Microsoft Windows 95 4.0.950.0"},
+                    VersionCase{.platform = 1,
+                                .version = {4, 0, 950},
+                                .servicePack = L" B",
+                                .line = "Microsoft Windows 95 4.0.950  B"},
+                    VersionCase{.platform = 1, .version = {4, 1, 1998}, .line = "Microsoft Windows 98 4.1.1998.0"},
+                    VersionCase{.platform = 1, .version = {4, 10, 1998}, .line = "Microsoft Windows 98 4.10.1998.0"},
+                    VersionCase{.platform = 1, .version = {3, 10, 100}, .line = "Microsoft Windows 95 3.10.100.0"},
+                    VersionCase{.platform = 1, .version = {3, 0, 100}, .line = "Microsoft Windows 95 3.0.100.0"},
+                    VersionCase{.platform = 1, .version = {0, 1, 100}, .line = "Microsoft Windows 95 0.1.100.0"},
+                    VersionCase{.platform = 1, .version = {5, 0, 100}, .line = "Microsoft Windows 98 5.0.100.0"},
+                    VersionCase{.platform = 1, .version = {5, 1, 100}, .line = "Microsoft Windows 98 5.1.100.0"},
+                    VersionCase{.platform = 3, .version = {5, 2, 1400}, .line = "Microsoft Windows CE 5.2.1400.0"},
+                    VersionCase{.platform = 0, .version = {3, 1, 100}, .line = "unknow platform 3.1.100.0"},
+                    VersionCase{.platform = 4, .version = {3, 1, 100}, .line = "unknow platform 3.1.100.0"},
+                    VersionCase{.platform = 0xFFFFFFFF,
+                                .version = {3, 1, 100},
+                                .servicePack = L"SP",
+                                .line = "unknow platform 3.1.100 SP"}));
 
 TEST_P(OsVersionTableTest, Version_IsOneLine) {
     const GivenVersion version(GetParam());
