@@ -83,34 +83,34 @@ double HashFile(std::vector<std::uint8_t> (*digest)(const std::wstring&)) {
     return Timed(1, [&] { Require(!digest(path).empty(), "the file has no digest"); });
 }
 
-void MeasureDigest(bench::Session& session) {
+void MeasureDigest(bench::Runner& runner) {
     WriteFileOf(64 * kMebibyte);
     WriteManifestOf(1);
-    session.Measure({"integrity check of 64 MiB", "reading the file and the fastest SHA-256", Goal::Times(1.03), Check,
-                     [] { return HashFile(bench::Sha256OfFile); }});
-    session.Measure({"SHA-256 of 64 MiB by Windows' library", "reading the file and the fastest SHA-256", Goal::None(),
-                     [] { return HashFile(bench::Sha256OfFileByWindows); },
-                     [] { return HashFile(bench::Sha256OfFile); }});
+    runner.Measure({"integrity check of 64 MiB", "reading the file and the fastest SHA-256", Goal::Times(1.03), Check,
+                    [] { return HashFile(bench::Sha256OfFile); }});
+    runner.Measure({"SHA-256 of 64 MiB by Windows' library", "reading the file and the fastest SHA-256", Goal::None(),
+                    [] { return HashFile(bench::Sha256OfFileByWindows); },
+                    [] { return HashFile(bench::Sha256OfFile); }});
 }
 
-void MeasureManifests(bench::Session& session) {
+void MeasureManifests(bench::Runner& runner) {
     WriteFileOf(1000);
     for (const std::size_t entries : {std::size_t{10'000}, std::size_t{60'000}}) {
         WriteManifestOf(entries);
-        session.Measure({"integrity check, " + std::to_string(entries) + " manifest entries",
-                         "the parser alone on the same manifest", Goal::Times(1.2), Check, ParseManifest});
+        runner.Measure({"integrity check, " + std::to_string(entries) + " manifest entries",
+                        "the parser alone on the same manifest", Goal::Times(1.2), Check, ParseManifest});
     }
 }
 
-void Grow(bench::Session& session) {
+void Grow(bench::Runner& runner) {
     WriteFileOf(1000);
-    session.Grow("Integrity check by manifest entries", "entries",
-                 {10, 100, 1000, 10'000, 20'000, 40'000, 60'000, 80'000, 100'000}, [](double entries) {
-                     WriteManifestOf(static_cast<std::size_t>(entries));
-                     return Check();
-                 });
+    runner.Grow("Integrity check by manifest entries", "entries",
+                {10, 100, 1000, 10'000, 20'000, 40'000, 60'000, 80'000, 100'000}, [](double entries) {
+                    WriteManifestOf(static_cast<std::size_t>(entries));
+                    return Check();
+                });
     WriteFileOf(1000);
-    session.Grow("Integrity check by file size", "MiB", {1, 16, 64, 128, 256, 512, 768, 1024}, [](double size) {
+    runner.Grow("Integrity check by file size", "MiB", {1, 16, 64, 128, 256, 512, 768, 1024}, [](double size) {
         if (std::filesystem::file_size(FilePath()) != static_cast<std::uintmax_t>(size * kMebibyte)) {
             WriteFileOf(size * kMebibyte);
             WriteManifestOf(1);
@@ -122,12 +122,12 @@ void Grow(bench::Session& session) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        if (session.WantsGrowth()) {
-            Grow(session);
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        if (runner.WantsGrowth()) {
+            Grow(runner);
         } else {
-            MeasureDigest(session);
-            MeasureManifests(session);
+            MeasureDigest(runner);
+            MeasureManifests(runner);
         }
         std::filesystem::remove(FilePath());
         std::filesystem::remove(ManifestPath());

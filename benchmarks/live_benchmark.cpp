@@ -20,9 +20,10 @@
 #include <utility>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using bench::Goal;
 using bench::Require;
 using bench::Timed;
@@ -297,29 +298,31 @@ private:
     std::thread m_thread{[this] { SendWhatIsHandedOver(); }};
 };
 
-void MeasureViewers(bench::Session& session) {
+void MeasureViewers(bench::Runner& runner) {
     Show show(kManyViewers);
     BareConnections bare(kManyViewers);
-    session.Measure({"live: one more viewer, of 16", "the same bytes on one more bare socket", Goal::Times(1.2),
-                     [&] { return show.Play() / kManyViewers; }, [&] { return bare.Send() / kManyViewers; }});
-    session.Measure({"live: one more viewer, of 16, handed over", "the same, sent by a thread that is handed the bytes",
-                     Goal::None(), [&] { return show.Play() / kManyViewers; },
-                     [&] { return bare.HandOver() / kManyViewers; }});
+    runner.Measure({"live: one more viewer, of 16", "the same bytes on one more bare socket", Goal::Times(1.2),
+                    [&] { return show.Play() / kManyViewers; }, [&] { return bare.Send() / kManyViewers; }});
+    runner.Measure({"live: one more viewer, of 16, handed over", "the same, sent by a thread that is handed the bytes",
+                    Goal::None(), [&] { return show.Play() / kManyViewers; },
+                    [&] { return bare.HandOver() / kManyViewers; }});
 }
 
 } // namespace
+
+} // namespace kxvcr
 
 int main(int argc, char** argv) {
     WSADATA data;
     if (WSAStartup(MAKEWORD(2, 2), &data) != 0) {
         return 1;
     }
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        if (!session.WantsGrowth()) {
-            return MeasureViewers(session);
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        if (!runner.WantsGrowth()) {
+            return kxvcr::MeasureViewers(runner);
         }
-        session.Grow("Live packets by viewers", "viewers", {1, 8, 16, 24, 32, 40, 48, 56, 64}, [](double viewers) {
-            Show show(static_cast<std::size_t>(viewers));
+        runner.Grow("Live packets by viewers", "viewers", {1, 8, 16, 24, 32, 40, 48, 56, 64}, [](double viewers) {
+            kxvcr::Show show(static_cast<std::size_t>(viewers));
             return show.Play();
         });
     });

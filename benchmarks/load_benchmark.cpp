@@ -57,11 +57,11 @@ void TellMemory(const char* createName, const char* releaseName) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        session.Measure({"loading and freeing the library", "a library that imports the same and does nothing",
-                         Goal::None(), [] { return LoadAndFree(L"ScreenRecordProxy.dll"); },
-                         [] { return LoadAndFree(L"emptylibrary.dll"); }});
-        if (!session.WantsGrowth()) {
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        runner.Measure({"loading and freeing the library", "a library that imports the same and does nothing",
+                        Goal::None(), [] { return LoadAndFree(L"ScreenRecordProxy.dll"); },
+                        [] { return LoadAndFree(L"emptylibrary.dll"); }});
+        if (!runner.WantsGrowth()) {
             TellMemory("_ZN14KxScreenRecord17ScreenRecordProxy11CreateProxyEv",
                        "_ZN14KxScreenRecord17ScreenRecordProxy12ReleaseProxyEPS0_");
         }

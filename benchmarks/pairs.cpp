@@ -108,7 +108,7 @@ double Timed(std::size_t times, const std::function<void()>& work) {
     return taken.count() / static_cast<double>(times);
 }
 
-Session::Session(int argc, char** argv) {
+Runner::Runner(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
         if (argument == "--growth") {
@@ -127,11 +127,11 @@ Session::Session(int argc, char** argv) {
     SetPriorityClass(GetCurrentProcess(), ABOVE_NORMAL_PRIORITY_CLASS);
 }
 
-bool Session::IsWanted(const std::string& name) const {
+bool Runner::IsWanted(const std::string& name) const {
     return name.find(m_only) != std::string::npos;
 }
 
-void Session::Measure(const Row& row) {
+void Runner::Measure(const Row& row) {
     if (m_growth || !IsWanted(row.operation)) {
         return;
     }
@@ -164,8 +164,8 @@ void Session::Measure(const Row& row) {
     std::fflush(stdout);
 }
 
-void Session::Grow(const std::string& what, const std::string& unit, const std::vector<double>& sizes,
-                   const std::function<double(double size)>& secondsFor) {
+void Runner::Grow(const std::string& what, const std::string& unit, const std::vector<double>& sizes,
+                  const std::function<double(double size)>& secondsFor) {
     if (!m_growth || !IsWanted(what)) {
         return;
     }
@@ -179,10 +179,10 @@ void Session::Grow(const std::string& what, const std::string& unit, const std::
     }
 }
 
-int Run(int argc, char** argv, const std::function<void(Session&)>& measurements) {
-    Session session(argc, argv);
+int Run(int argc, char** argv, const std::function<void(Runner&)>& measurements) {
+    Runner runner(argc, argv);
     try {
-        measurements(session);
+        measurements(runner);
     } catch (const std::exception& failure) {
         std::fflush(stdout);
         std::fprintf(stderr, "failed: %s\n", failure.what());

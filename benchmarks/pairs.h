@@ -54,13 +54,13 @@ struct Row {
 double Timed(std::size_t times, const std::function<void()>& work);
 
 /** What the command line asks for, and where the rows are printed. */
-class Session {
+class Runner {
 public:
     /**
      * Reads the command line: --pairs N, --only TEXT, --growth. Ends the process when it is not understood.
      * Raises this process above ordinary programs, so that fewer rounds are cut in two.
      */
-    Session(int argc, char** argv);
+    Runner(int argc, char** argv);
 
     /** Measures a row and prints it, unless another one is asked for or the growth. Quick rounds make more pairs. */
     void Measure(const Row& row);
@@ -80,6 +80,6 @@ private:
 };
 
 /** Runs a program's measurements; a failure is printed and becomes the exit code 1. */
-int Run(int argc, char** argv, const std::function<void(Session&)>& measurements);
+int Run(int argc, char** argv, const std::function<void(Runner&)>& measurements);
 
 } // namespace bench

@@ -19,9 +19,10 @@
 #include <memory>
 #include <string>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using bench::Goal;
 using bench::Require;
 using bench::Timed;
@@ -283,22 +284,22 @@ private:
     std::uint32_t m_number = 0;
 };
 
-void MeasurePictures(bench::Session& session) {
+void MeasurePictures(bench::Runner& runner) {
     constexpr std::size_t kLooks = 5;
     for (const Size& size : {Size{1280, 720}, Size{1920, 1080}, Size{3840, 2160}}) {
         const std::string name = std::to_string(size.height) + "p";
         Screen screen(size);
         WorkersWay worker(screen, size);
         BareCalls bare(screen, size);
-        session.Measure({"one changed picture, " + name, "copy, convert and encode alone", Goal::Times(1.1),
-                         [&] { return worker.TakeChanged(); }, [&] { return bare.TakeChanged(); }});
+        runner.Measure({"one changed picture, " + name, "copy, convert and encode alone", Goal::Times(1.1),
+                        [&] { return worker.TakeChanged(); }, [&] { return bare.TakeChanged(); }});
         worker.TakeChanged();
-        session.Measure({"one unchanged picture, " + name, "copy and compare alone", Goal::Times(1.05),
-                         [&] { return worker.LookAtUnchanged(kLooks); }, [&] { return bare.LookAtUnchanged(kLooks); }});
+        runner.Measure({"one unchanged picture, " + name, "copy and compare alone", Goal::Times(1.05),
+                        [&] { return worker.LookAtUnchanged(kLooks); }, [&] { return bare.LookAtUnchanged(kLooks); }});
     }
 }
 
-void GrowPictures(bench::Session& session) {
+void GrowPictures(bench::Runner& runner) {
     constexpr Size kSizes[] = {{640, 360},   {1280, 720},  {1920, 1080}, {2560, 1440},
                                {3200, 1800}, {3840, 2160}, {5120, 2880}};
     std::vector<double> megapixels;
@@ -308,13 +309,13 @@ void GrowPictures(bench::Session& session) {
     const auto sizeOf = [&](double wanted) {
         return kSizes[static_cast<std::size_t>(std::ranges::find(megapixels, wanted) - megapixels.begin())];
     };
-    session.Grow("Changed picture by size", "megapixels", megapixels, [&](double wanted) {
+    runner.Grow("Changed picture by size", "megapixels", megapixels, [&](double wanted) {
         Screen screen(sizeOf(wanted));
         WorkersWay worker(screen, sizeOf(wanted));
         worker.TakeChanged();
         return worker.TakeChanged();
     });
-    session.Grow("Unchanged picture by size", "megapixels", megapixels, [&](double wanted) {
+    runner.Grow("Unchanged picture by size", "megapixels", megapixels, [&](double wanted) {
         Screen screen(sizeOf(wanted));
         WorkersWay worker(screen, sizeOf(wanted));
         return worker.LookAtUnchanged(5);
@@ -323,12 +324,14 @@ void GrowPictures(bench::Session& session) {
 
 } // namespace
 
+} // namespace kxvcr
+
 int main(int argc, char** argv) {
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        if (session.WantsGrowth()) {
-            GrowPictures(session);
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        if (runner.WantsGrowth()) {
+            kxvcr::GrowPictures(runner);
         } else {
-            MeasurePictures(session);
+            kxvcr::MeasurePictures(runner);
         }
     });
 }

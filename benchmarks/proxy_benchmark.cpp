@@ -116,10 +116,10 @@ double LaunchBare() {
     return seconds;
 }
 
-void MeasureLaunch(bench::Session& session) {
-    session.Measure({"`RunProcess` to ready, monitor started",
-                     "`CreateProcessW` of the same worker, its digest, and its first 48 bytes", Goal::Times(1.05),
-                     LaunchWithProxy, LaunchBare});
+void MeasureLaunch(bench::Runner& runner) {
+    runner.Measure({"`RunProcess` to ready, monitor started",
+                    "`CreateProcessW` of the same worker, its digest, and its first 48 bytes", Goal::Times(1.05),
+                    LaunchWithProxy, LaunchBare});
 }
 
 // ---- Commands ------------------------------------------------------------------------------------------------------
@@ -174,33 +174,33 @@ private:
     Proxy m_proxy;
 };
 
-void MeasurePrepare(bench::Session& session) {
+void MeasurePrepare(bench::Runner& runner) {
     constexpr std::size_t kTimes = 200;
     const AnsweredProxy proxy;
     Bouncer bare(L"prepare", kRequestBytes, kReplyBytes);
-    session.Measure({"`Prepare` round trip", "the same bytes there and back on a bare pipe", Goal::Times(1.15),
-                     [&] { return Timed(kTimes, [&] { Require(proxy->Prepare(), "prepare fails"); }); },
-                     [&] { return Timed(kTimes, [&] { bare.Bounce(); }); }});
+    runner.Measure({"`Prepare` round trip", "the same bytes there and back on a bare pipe", Goal::Times(1.15),
+                    [&] { return Timed(kTimes, [&] { Require(proxy->Prepare(), "prepare fails"); }); },
+                    [&] { return Timed(kTimes, [&] { bare.Bounce(); }); }});
 }
 
-void MeasureStop(bench::Session& session) {
+void MeasureStop(bench::Runner& runner) {
     constexpr unsigned kTimes = 200; // what the pipe's buffer holds
     const AnsweredProxy proxy;
     Bouncer bare(L"stop", kFrameHeaderBytes, 1, kTimes);
-    session.Measure({"`Stop`", "one `WriteFile` of the same bytes", Goal::Times(1.5),
-                     [&] {
-                         const double seconds = Timed(kTimes, [&] {
-                             proxy->SetStatus(RunStatus::Running);
-                             (*proxy.operator->())->Stop();
-                         });
-                         Require(proxy->Prepare(), "the notices are not taken");
-                         return seconds;
-                     },
-                     [&] {
-                         const double seconds = Timed(kTimes, [&] { bare.Write(); });
-                         bare.Read();
-                         return seconds;
-                     }});
+    runner.Measure({"`Stop`", "one `WriteFile` of the same bytes", Goal::Times(1.5),
+                    [&] {
+                        const double seconds = Timed(kTimes, [&] {
+                            proxy->SetStatus(RunStatus::Running);
+                            (*proxy.operator->())->Stop();
+                        });
+                        Require(proxy->Prepare(), "the notices are not taken");
+                        return seconds;
+                    },
+                    [&] {
+                        const double seconds = Timed(kTimes, [&] { bare.Write(); });
+                        bare.Read();
+                        return seconds;
+                    }});
 }
 
 // ---- Requests of several threads -----------------------------------------------------------------------------------
@@ -308,7 +308,7 @@ private:
     std::vector<std::jthread> m_threads;
 };
 
-void MeasureManyRequests(bench::Session& session) {
+void MeasureManyRequests(bench::Runner& runner) {
     AnsweredClient client;
     Senders senders(client);
     Bouncer bare(L"many", kRequestBytes, kReplyBytes);
@@ -327,21 +327,21 @@ void MeasureManyRequests(bench::Session& session) {
                      }) *
                Senders::kRequests / Senders::kThreads;
     };
-    session.Measure({"64 requests of 8 threads", "the same bytes on one bare pipe, by one thread, one after the other",
-                     Goal::Times(1.3), [&] { return senders.SendBatches(); }, bounceEach});
-    session.Measure({"64 requests of 8 threads, 8 under way",
-                     "the same bytes on one bare pipe, by one thread, 8 under way", Goal::None(),
-                     [&] { return senders.SendBatches(); }, bounceByEights});
+    runner.Measure({"64 requests of 8 threads", "the same bytes on one bare pipe, by one thread, one after the other",
+                    Goal::Times(1.3), [&] { return senders.SendBatches(); }, bounceEach});
+    runner.Measure({"64 requests of 8 threads, 8 under way",
+                    "the same bytes on one bare pipe, by one thread, 8 under way", Goal::None(),
+                    [&] { return senders.SendBatches(); }, bounceByEights});
 }
 
-void GrowPayload(bench::Session& session) {
+void GrowPayload(bench::Runner& runner) {
     constexpr double kKibibyte = 1024;
     constexpr std::size_t kTimes = 20;
-    if (!session.WantsGrowth()) {
+    if (!runner.WantsGrowth()) {
         return;
     }
     AnsweredClient client;
-    session.Grow("Request with a payload", "KiB", {0, 64, 128, 256, 384, 512, 768, 1024}, [&](double size) {
+    runner.Grow("Request with a payload", "KiB", {0, 64, 128, 256, 384, 512, 768, 1024}, [&](double size) {
         std::vector<std::byte> payload(static_cast<std::size_t>(size * kKibibyte));
         return Timed(kTimes, [&] { client.Request(payload); });
     });
@@ -349,7 +349,7 @@ void GrowPayload(bench::Session& session) {
 
 // ---- Refusal -------------------------------------------------------------------------------------------------------
 
-void MeasureRefusal(bench::Session& session) {
+void MeasureRefusal(bench::Runner& runner) {
     constexpr std::size_t kTimes = 20'000;
     const Proxy proxy;
     proxy.SetStatus(RunStatus::Idle);
@@ -374,10 +374,10 @@ void MeasureRefusal(bench::Session& session) {
             Require(!logger.isEnabledFor(log4cplus::ERROR_LOG_LEVEL), "the log is on");
         });
     };
-    session.Measure({"refused command, log off", "an atomic compare-and-swap and a level check", Goal::Nanoseconds(5),
-                     refused, bare});
-    session.Measure({"refused command, log off, by a message's rules",
-                     "the same with the message's own copy of the logger", Goal::Nanoseconds(5), refused, withCopy});
+    runner.Measure({"refused command, log off", "an atomic compare-and-swap and a level check", Goal::Nanoseconds(5),
+                    refused, bare});
+    runner.Measure({"refused command, log off, by a message's rules",
+                    "the same with the message's own copy of the logger", Goal::Nanoseconds(5), refused, withCopy});
 }
 
 // ---- The worker's role ---------------------------------------------------------------------------------------------
@@ -412,15 +412,15 @@ int main(int argc, char** argv) {
     if (role == "worker") {
         return AnswerEverything();
     }
-    return bench::Run(argc, argv, [](bench::Session& session) {
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
         GetLogger().setLogLevel(log4cplus::OFF_LOG_LEVEL);
-        GrowPayload(session);
-        if (!session.WantsGrowth()) {
-            MeasureLaunch(session);
-            MeasurePrepare(session);
-            MeasureStop(session);
-            MeasureManyRequests(session);
-            MeasureRefusal(session);
+        GrowPayload(runner);
+        if (!runner.WantsGrowth()) {
+            MeasureLaunch(runner);
+            MeasurePrepare(runner);
+            MeasureStop(runner);
+            MeasureManyRequests(runner);
+            MeasureRefusal(runner);
         }
     });
 }

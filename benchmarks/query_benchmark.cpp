@@ -158,19 +158,19 @@ std::vector<Query> Queries() {
     };
 }
 
-void MeasureQueries(bench::Session& session) {
+void MeasureQueries(bench::Runner& runner) {
     for (const Query& query : Queries()) {
         const bool isOne = query.values.size() == 1;
-        session.Measure({std::string("`") + query.name + "`",
-                         isOne ? "one raw open, read, close" : "two raw opens, reads, closes", Goal::Times(1.15),
-                         [&] { return Timed(kTimes, [&] { Require(query.ask(), query.name); }); },
-                         [&] {
-                             return Timed(kTimes, [&] {
-                                 for (const Value& value : query.values) {
-                                     ReadRaw(value);
-                                 }
-                             });
-                         }});
+        runner.Measure({std::string("`") + query.name + "`",
+                        isOne ? "one raw open, read, close" : "two raw opens, reads, closes", Goal::Times(1.15),
+                        [&] { return Timed(kTimes, [&] { Require(query.ask(), query.name); }); },
+                        [&] {
+                            return Timed(kTimes, [&] {
+                                for (const Value& value : query.values) {
+                                    ReadRaw(value);
+                                }
+                            });
+                        }});
     }
 }
 
@@ -243,57 +243,57 @@ void ReadWhole(const std::wstring& path) {
             "the profile cannot be read");
 }
 
-void MeasureJudgements(bench::Session& session) {
+void MeasureJudgements(bench::Runner& runner) {
     const std::filesystem::path profile = ConfigFolder() / "ProductProfile.xml";
     WriteText(profile, "<ProductProfile><AgreementService inUse=\"true\"/></ProductProfile>\n");
     for (const JudgementPath& path : JudgementPaths()) {
         for (const auto& [value, text] : path.stored) {
             StoreText(value, text);
         }
-        session.Measure({std::string("`JudgeAgreementSign`, ") + path.name,
-                         std::to_string(path.reads.size()) + " raw reads of values, one of the profile's file",
-                         Goal::Times(1.15),
-                         [&] {
-                             return Timed(kTimes, [&] {
-                                 Require(AgreementSign::JudgeAgreementSign() == path.answer, "another judgement");
-                             });
-                         },
-                         [&] {
-                             return Timed(kTimes, [&] {
-                                 ReadWhole(profile.wstring());
-                                 for (const Value& value : path.reads) {
-                                     ReadRaw(value);
-                                 }
-                             });
-                         }});
+        runner.Measure({std::string("`JudgeAgreementSign`, ") + path.name,
+                        std::to_string(path.reads.size()) + " raw reads of values, one of the profile's file",
+                        Goal::Times(1.15),
+                        [&] {
+                            return Timed(kTimes, [&] {
+                                Require(AgreementSign::JudgeAgreementSign() == path.answer, "another judgement");
+                            });
+                        },
+                        [&] {
+                            return Timed(kTimes, [&] {
+                                ReadWhole(profile.wstring());
+                                for (const Value& value : path.reads) {
+                                    ReadRaw(value);
+                                }
+                            });
+                        }});
     }
     std::filesystem::remove(profile);
 }
 
 // ---- Firmware, cache and table of log types ------------------------------------------------------------------------
 
-void MeasureDeviceId(bench::Session& session) {
+void MeasureDeviceId(bench::Runner& runner) {
     constexpr std::size_t kCachedTimes = 20'000;
     const std::string serial = "PF0123456789ABCDEFGH";
     StoreText(OfMachine(kBios, L"BIOSSerialNumber"), {serial.begin(), serial.end()});
     std::mutex mutex;
     const std::string known = serial;
-    session.Measure({"`GetDeviceId` from the cache", "a mutex and a string copy", Goal::Times(1.1),
-                     [&] {
-                         return Timed(kCachedTimes, [&] {
-                             Require(SystemEnvironment::GetDeviceId().size() == serial.size(), "another identifier");
-                         });
-                     },
-                     [&] {
-                         return Timed(kCachedTimes, [&] {
-                             const std::lock_guard lock(mutex);
-                             const std::string copy = known;
-                             Require(copy.size() == serial.size(), "another text");
-                         });
-                     }});
+    runner.Measure({"`GetDeviceId` from the cache", "a mutex and a string copy", Goal::Times(1.1),
+                    [&] {
+                        return Timed(kCachedTimes, [&] {
+                            Require(SystemEnvironment::GetDeviceId().size() == serial.size(), "another identifier");
+                        });
+                    },
+                    [&] {
+                        return Timed(kCachedTimes, [&] {
+                            const std::lock_guard lock(mutex);
+                            const std::string copy = known;
+                            Require(copy.size() == serial.size(), "another text");
+                        });
+                    }});
 }
 
-void MeasureFirmware(bench::Session& session) {
+void MeasureFirmware(bench::Runner& runner) {
     constexpr DWORD kProvider = 0x52534D42; // 'RSMB'
     const std::size_t size = GetSystemFirmwareTable(kProvider, 0, nullptr, 0);
     std::vector<BYTE> table(size);
@@ -303,16 +303,16 @@ void MeasureFirmware(bench::Session& session) {
                     "the firmware gives no table");
         });
     };
-    session.Measure({"`GetOemProductCodeString` from SMBIOS", "one `GetSystemFirmwareTable`", Goal::Times(1.3),
-                     [] { return Timed(kTimes, [] { SystemEnvironment::GetOemProductCodeString(); }); }, readTable});
-    session.Measure({"`GetBIOSSysVersion` from SMBIOS", "one `GetSystemFirmwareTable`", Goal::Times(1.3),
-                     [] {
-                         return Timed(kTimes, [] {
-                             std::string version;
-                             SystemEnvironment::GetBIOSSysVersion(version);
-                         });
-                     },
-                     readTable});
+    runner.Measure({"`GetOemProductCodeString` from SMBIOS", "one `GetSystemFirmwareTable`", Goal::Times(1.3),
+                    [] { return Timed(kTimes, [] { SystemEnvironment::GetOemProductCodeString(); }); }, readTable});
+    runner.Measure({"`GetBIOSSysVersion` from SMBIOS", "one `GetSystemFirmwareTable`", Goal::Times(1.3),
+                    [] {
+                        return Timed(kTimes, [] {
+                            std::string version;
+                            SystemEnvironment::GetBIOSSysVersion(version);
+                        });
+                    },
+                    readTable});
 }
 
 std::filesystem::path LogTypes() {
@@ -334,39 +334,39 @@ double AskLogType(std::size_t times, std::size_t items) {
     });
 }
 
-void MeasureLogTypes(bench::Session& session) {
+void MeasureLogTypes(bench::Runner& runner) {
     constexpr std::size_t kItems = 1000;
     WriteLogTypes(kItems);
     const std::string path = LogTypes().string();
-    session.Measure({"`GetStringNameById`, the last of 1,000 items", "the parser alone on the same file",
-                     Goal::Times(1.2), [] { return AskLogType(5, kItems); },
-                     [&] {
-                         return Timed(5, [&] {
-                             tinyxml2::XMLDocument document;
-                             Require(document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS, "no table of log types");
-                         });
-                     }});
+    runner.Measure({"`GetStringNameById`, the last of 1,000 items", "the parser alone on the same file",
+                    Goal::Times(1.2), [] { return AskLogType(5, kItems); },
+                    [&] {
+                        return Timed(5, [&] {
+                            tinyxml2::XMLDocument document;
+                            Require(document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS, "no table of log types");
+                        });
+                    }});
 }
 
-void GrowLogTypes(bench::Session& session) {
-    session.Grow("`GetStringNameById` by log types", "items", {10, 100, 1000, 10'000, 25'000, 50'000, 75'000, 100'000},
-                 [](double items) {
-                     WriteLogTypes(static_cast<std::size_t>(items));
-                     return AskLogType(1, static_cast<std::size_t>(items));
-                 });
+void GrowLogTypes(bench::Runner& runner) {
+    runner.Grow("`GetStringNameById` by log types", "items", {10, 100, 1000, 10'000, 25'000, 50'000, 75'000, 100'000},
+                [](double items) {
+                    WriteLogTypes(static_cast<std::size_t>(items));
+                    return AskLogType(1, static_cast<std::size_t>(items));
+                });
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        GrowLogTypes(session);
-        if (!session.WantsGrowth()) {
-            MeasureQueries(session);
-            MeasureJudgements(session);
-            MeasureDeviceId(session);
-            MeasureFirmware(session);
-            MeasureLogTypes(session);
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        GrowLogTypes(runner);
+        if (!runner.WantsGrowth()) {
+            MeasureQueries(runner);
+            MeasureJudgements(runner);
+            MeasureDeviceId(runner);
+            MeasureFirmware(runner);
+            MeasureLogTypes(runner);
         }
         std::filesystem::remove(LogTypes());
     });

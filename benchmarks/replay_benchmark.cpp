@@ -14,9 +14,10 @@
 #include <span>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using bench::Goal;
 using bench::Require;
 using bench::Timed;
@@ -90,28 +91,31 @@ double WriteBare(const std::vector<std::byte>& bytes) {
     });
 }
 
-void MeasureSwitch(bench::Session& session) {
+void MeasureSwitch(bench::Runner& runner) {
     constexpr std::uint64_t kSeconds = 300;
     const std::vector<SharedPacket> packets = PacketsOf(kSeconds);
     SwitchToFile(packets);
     const std::vector<std::byte> bytes = BytesOfFile();
-    session.Measure({"switch to a file with 300 s kept, finished",
-                     "the same bytes written to the same disk, and one wait for it", Goal::Times(1.1),
-                     [&] { return SwitchToFile(packets); }, [&] { return WriteBare(bytes); }});
+    runner.Measure({"switch to a file with 300 s kept, finished",
+                    "the same bytes written to the same disk, and one wait for it", Goal::Times(1.1),
+                    [&] { return SwitchToFile(packets); }, [&] { return WriteBare(bytes); }});
 }
 
 } // namespace
 
+} // namespace kxvcr
+
 int main(int argc, char** argv) {
-    return bench::Run(argc, argv, [](bench::Session& session) {
-        if (session.WantsGrowth()) {
+    return bench::Run(argc, argv, [](bench::Runner& runner) {
+        if (runner.WantsGrowth()) {
             constexpr std::size_t kDivisor = 3; // the longest replay fits into the memory that one may take
-            session.Grow(
-                "Replay becomes a file", "seconds", {1, 60, 300, 600, 900, 1200, 1500, 1800},
-                [](double seconds) { return SwitchToFile(PacketsOf(static_cast<std::uint64_t>(seconds), kDivisor)); });
+            runner.Grow("Replay becomes a file", "seconds", {1, 60, 300, 600, 900, 1200, 1500, 1800},
+                        [](double seconds) {
+                            return kxvcr::SwitchToFile(kxvcr::PacketsOf(static_cast<std::uint64_t>(seconds), kDivisor));
+                        });
         } else {
-            MeasureSwitch(session);
+            kxvcr::MeasureSwitch(runner);
         }
-        std::filesystem::remove(FilePath());
+        std::filesystem::remove(kxvcr::FilePath());
     });
 }

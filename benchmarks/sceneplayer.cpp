@@ -19,9 +19,10 @@
 #include <string>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using bench::Scene;
 
 constexpr std::uint32_t kRate = 30;
@@ -258,6 +259,8 @@ int Encode(Scene& scene, std::uint32_t pictures, const std::wstring& path, std::
 
 } // namespace
 
+} // namespace kxvcr
+
 int wmain(int argc, wchar_t** argv) {
     const log4cplus::Initializer logging;
     const auto narrow = [&](int index) {
@@ -268,16 +271,16 @@ int wmain(int argc, wchar_t** argv) {
         return text;
     };
     const std::string command = argc > 3 ? narrow(1) : "";
-    const std::unique_ptr<Scene> scene = argc > 3 ? bench::MakeScene(narrow(2)) : nullptr;
+    const std::unique_ptr<kxvcr::bench::Scene> scene = argc > 3 ? kxvcr::bench::MakeScene(narrow(2)) : nullptr;
     if (scene != nullptr && command == "show" && argc == 4) {
-        return Show(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])));
+        return kxvcr::Show(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])));
     }
     if (scene != nullptr && command == "write" && argc == 5) {
-        return Write(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])), narrow(4).c_str());
+        return kxvcr::Write(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])), narrow(4).c_str());
     }
     if (scene != nullptr && command == "encode" && argc == 6) {
-        return Encode(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])), argv[4],
-                      static_cast<std::uint32_t>(_wtoi(argv[5])));
+        return kxvcr::Encode(*scene, static_cast<std::uint32_t>(_wtoi(argv[3])), argv[4],
+                             static_cast<std::uint32_t>(_wtoi(argv[5])));
     }
     std::fputs("usage: sceneplayer show SCENE SECONDS\n"
                "       sceneplayer write SCENE PICTURES FILE\n"

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <span>
 
-using namespace ipcmessage;
+namespace ipcmessage {
 
 namespace {
 
@@ -45,3 +45,5 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     return 0;
 }
+
+} // namespace ipcmessage

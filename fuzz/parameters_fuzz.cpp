@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-using namespace kxvcr;
+namespace kxvcr {
 
 namespace {
 
@@ -71,3 +71,5 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     kCommands[data[0] % kCommands.size()](std::as_bytes(std::span(data, size)).subspan(1));
     return 0;
 }
+
+} // namespace kxvcr

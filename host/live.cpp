@@ -9,8 +9,11 @@
 #include <shellapi.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
+#include <string>
 
 namespace kxrecord {
 
@@ -79,7 +82,7 @@ void OpenPage(const std::wstring& url, Report& report) {
     }
 }
 
-void WaitWhileServing(const Session& session, const StopSignal& stop, const LiveOptions& options, Report& report,
+void WaitWhileServing(const WorkerSession& session, const StopSignal& stop, const LiveOptions& options, Report& report,
                       const Stopwatch& stopwatch) {
     while (session.Is(RecordMode::LiveServer)) {
         report.LiveProgress(stopwatch.Elapsed());
@@ -95,7 +98,7 @@ void WaitWhileServing(const Session& session, const StopSignal& stop, const Live
 Exit Live(const LiveOptions& options) {
     const std::unique_ptr<Report> report = MakeReport(options.session);
     const StopSignal stop;
-    Session session(*report, options.session, stop);
+    WorkerSession session(*report, options.session, stop);
     if (const Exit exit = session.Begin(std::chrono::seconds{0}); exit != Exit::Success) {
         return exit;
     }

@@ -10,7 +10,10 @@
 #include "sdk/vcr/workerprotocol.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
+#include <memory>
+#include <optional>
 #include <ratio>
 
 namespace kxrecord {
@@ -55,7 +58,7 @@ Outcome LookForInterrupt(const StopSignal& stop) {
 }
 
 // Waits for the user's Enter. Without an input to wait for, the buffer is filled once.
-Outcome WaitForLine(const Session& session, const StopSignal& stop, std::chrono::seconds replay) {
+Outcome WaitForLine(const WorkerSession& session, const StopSignal& stop, std::chrono::seconds replay) {
     const LineSignal input;
     const Stopwatch stopwatch;
     const HANDLE signals[] = {stop.Handle(), input.Line()};
@@ -114,7 +117,8 @@ private:
     bool m_hasWarned = false;
 };
 
-void WaitWhileRecording(const Session& session, const StopSignal& stop, const RecordOptions& options, Watch& watch) {
+void WaitWhileRecording(const WorkerSession& session, const StopSignal& stop, const RecordOptions& options,
+                        Watch& watch) {
     while (session.Is(RecordMode::LocalRecord)) {
         watch.Look();
         const DWORD waitMs = NextWaitMs(options.session, watch.Elapsed());
@@ -161,7 +165,7 @@ Exit Record(const RecordOptions& options) {
     }
 
     const StopSignal stop;
-    Session session(*report, options.session, stop);
+    WorkerSession session(*report, options.session, stop);
     if (const Exit exit = session.Begin(options.replay); exit != Exit::Success) {
         return exit;
     }

@@ -6,6 +6,7 @@
 #include "sdk/vcr/workerprotocol.h"
 
 #include <algorithm>
+#include <string>
 #include <variant>
 
 namespace kxrecord {
@@ -29,18 +30,18 @@ std::unique_ptr<Report> MakeReport(const SessionOptions& options) {
     return options.json ? MakeJsonReport() : MakeTextReport(options.verbosity);
 }
 
-void Session::Releaser::operator()(ScreenRecordProxy* proxy) const {
+void WorkerSession::Releaser::operator()(ScreenRecordProxy* proxy) const {
     ScreenRecordProxy::ReleaseProxy(proxy);
 }
 
-Session::Session(Report& report, const SessionOptions& options, const StopSignal& stop)
+WorkerSession::WorkerSession(Report& report, const SessionOptions& options, const StopSignal& stop)
     : m_report(report),
       m_options(options),
       m_picture(options.picture),
       m_stop(stop),
       m_log(options.verbosity == Verbosity::Verbose) {}
 
-Exit Session::ChooseWindow() {
+Exit WorkerSession::ChooseWindow() {
     if (m_options.window.empty()) {
         return Exit::Success;
     }
@@ -54,7 +55,7 @@ Exit Session::ChooseWindow() {
     return Exit::Success;
 }
 
-Exit Session::Begin(std::chrono::seconds replay) {
+Exit WorkerSession::Begin(std::chrono::seconds replay) {
     if (const Exit exit = ChooseWindow(); exit != Exit::Success) {
         return exit;
     }
@@ -76,17 +77,17 @@ Exit Session::Begin(std::chrono::seconds replay) {
     return Exit::Success;
 }
 
-bool Session::Is(RecordMode mode) const {
+bool WorkerSession::Is(RecordMode mode) const {
     return m_proxy->GetCurRecordMode() == static_cast<int>(mode);
 }
 
-Exit Session::Refused(Command command, const std::wstring& file, std::uint32_t port) {
+Exit WorkerSession::Refused(Command command, const std::wstring& file, std::uint32_t port) {
     const Exchange exchange = m_log.TakeExchange();
     StopWorker();
     return Fail(ExplainRefusal(command, exchange, {m_picture, file, port}, CurrentScreen(), LogOf(kWorkerLog)));
 }
 
-Exit Session::End(Stage whileWorking, RecordMode working) {
+Exit WorkerSession::End(Stage whileWorking, RecordMode working) {
     if (!Is(working)) {
         const unsigned long code = m_proxy->WaitLiveProcessEnd(m_options.timeoutMs);
         // The end of the Windows session tells both to stop: the worker finishes its file by itself.
@@ -99,16 +100,16 @@ Exit Session::End(Stage whileWorking, RecordMode working) {
     return code == ERROR_SUCCESS ? Exit::Success : Fail(Stage::Finish, code);
 }
 
-Exit Session::Fail(const Failure& failure) {
+Exit WorkerSession::Fail(const Failure& failure) {
     m_report.Error(failure);
     return failure.exit;
 }
 
-Exit Session::Fail(Stage stage, unsigned long code) {
+Exit WorkerSession::Fail(Stage stage, unsigned long code) {
     return Fail(Explain(stage, code, LogOf(kWorkerLog)));
 }
 
-unsigned long Session::StopWorker() {
+unsigned long WorkerSession::StopWorker() {
     m_proxy->Stop();
     const unsigned long code = m_proxy->WaitLiveProcessEnd(m_options.timeoutMs);
     if (code == WAIT_TIMEOUT) {

@@ -13,6 +13,8 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace kxrecord {
 
@@ -34,9 +36,9 @@ std::unique_ptr<Report> MakeReport(const SessionOptions& options);
  * Every failure is reported before its exit code is returned. A worker that still runs is told to stop by the
  * destructor.
  */
-class Session {
+class WorkerSession {
 public:
-    Session(Report& report, const SessionOptions& options, const StopSignal& stop);
+    WorkerSession(Report& report, const SessionOptions& options, const StopSignal& stop);
 
     /**
      * Chooses the window, if one was asked for, starts the worker and prepares it.

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks which room of the repository includes which: every include must follow an arrow of the table below.
 
-Checks, too, that private members are reached through tests/support/ only, and that every file begins with a comment.
+Checks, too, that private members are reached through tests/support/ only, that every file begins with a comment, and
+that no using directive stands at file scope.
 """
 import argparse
 import collections
@@ -15,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Room: what its files may include besides the room's own files. A room is a folder with all folders below it that are
 # no room of their own; a target may be a room, or one header of a room that offers nothing else.
 EXPORTED = ["include", "common"]
-WORKER_CONTRACTS = EXPORTED + ["worker/packet.h", "worker/settings.h", "worker/stopwatch.h"]
+WORKER_CONTRACTS = EXPORTED + ["worker/packet.h", "worker/settings.h", "worker/ticks.h"]
 TEST_TOOLS = EXPORTED + ["tests/support", "tests/fakes"]
 ARROWS = {
     "include": [],
@@ -57,6 +58,10 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')
 PRIVATE_MEMBERS = re.compile(r"^\s*#\s*define\s+(?:private|protected|class)\b"
                              r"|^\s*template\s+(?:struct|class)\s+(?!kxtest::Expose\b)[\w:]+<[^;]*&\w+::")
 
+# An unnamed namespace is still file scope. The formatter writes the comment after each namespace's end.
+NAMED_NAMESPACE = re.compile(r"^(namespace|} // namespace) [\w:]")
+USING_DIRECTIVE = re.compile(r"^using namespace ")
+
 
 def room_of(path):
     """The innermost room that a file lies in."""
@@ -90,7 +95,12 @@ def check_file(path, arrows):
     lines = (ROOT / path).read_text(encoding="utf-8").splitlines()
     if not lines[0].startswith(("//", "/*")):
         findings.append(f"{path}:1: the file does not begin with a comment that says what it is")
+    depth = 0
     for number, line in enumerate(lines, 1):
+        if named := NAMED_NAMESPACE.match(line):
+            depth += 1 if named[1] == "namespace" else -1
+        if depth == 0 and USING_DIRECTIVE.match(line):
+            findings.append(f"{path}:{number}: a using directive at file scope")
         if PRIVATE_MEMBERS.match(line) and room != "tests/support":
             findings.append(f"{path}:{number}: private members are reached through tests/support/ only")
         include = INCLUDE.match(line)

@@ -9,7 +9,8 @@ usage: scripts/lint.sh [CHECK...]
        scripts/lint.sh tidy --all | --changed BASE
 
 Checks; without arguments all of them.
-  arrows   every include follows an arrow between rooms that scripts/arrows.py allows; every file says what it is
+  arrows   every include follows an arrow between rooms that scripts/arrows.py allows; every file says what it is; no
+           using directive stands at file scope
   format   every source file is as .clang-format would write it
   headers  every header compiles alone
   clang    worker and host compile with clang for the target, too

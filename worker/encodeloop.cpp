@@ -2,7 +2,7 @@
 // not be lost is the screen's newest state, so it is asked for again until it is encoded.
 #include "worker/encodeloop.h"
 
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 
@@ -62,7 +62,7 @@ SharedPacket EncodeLoop::MakePacket(const QueuedPicture& queued, std::int64_t& t
     m_lastNumber = picture.number;
     SharedPacket packet;
     {
-        const Stopwatch watch(ticks);
+        const ScopedTicks watch(ticks);
         packet = m_encoder.Encode(view, queued.time, queued.isKey || m_mustBeKey);
     }
     m_statistics.encodeTicks += ticks;

@@ -16,15 +16,18 @@
 #include <log4cplus/loggingmacros.h>
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <mutex>
+#include <new>
+#include <span>
+
+namespace kxvcr {
 
 namespace {
-
-using namespace kxvcr;
 
 constexpr unsigned int kConnectTimeoutMs = 5000;
 constexpr std::uint32_t kFinishWithoutHostMs = 700; // the worker outlives its host by a second at most
@@ -127,18 +130,20 @@ ExitCode Run() {
 
 } // namespace
 
+} // namespace kxvcr
+
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     // Libraries of Windows come from the system folder, never from the worker's own: the host verified one file.
     if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32)) {
-        return static_cast<int>(ExitCode::OutOfResources);
+        return static_cast<int>(kxvcr::ExitCode::OutOfResources);
     }
     try {
         // Ctrl-C in the host's terminal is the host's to answer: it stops the worker by its command.
         SetConsoleCtrlHandler(nullptr, TRUE);
         // A log library with a thread pool waits for ever when it is unloaded; this ends the pool while it still runs.
         const log4cplus::Initializer logging;
-        return static_cast<int>(Run());
+        return static_cast<int>(kxvcr::Run());
     } catch (const std::exception&) {
-        return static_cast<int>(ExitCode::OutOfResources);
+        return static_cast<int>(kxvcr::ExitCode::OutOfResources);
     }
 }

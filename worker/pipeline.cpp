@@ -1,7 +1,7 @@
 // From the screen to packets. The capture ends first, so that the queue is closed behind its last picture.
 #include "worker/pipeline.h"
 
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 

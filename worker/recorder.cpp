@@ -11,7 +11,7 @@
 #include "worker/hostprocess.h"
 #include "worker/sound/makesoundencoder.h"
 #include "worker/sound/wasapisource.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 #include "worker/video/makeencoder.h"
 
 #include "sdk/util/logtool.h"
@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <exception>
 #include <new>
 #include <optional>

@@ -16,9 +16,9 @@
 #include <sstream>
 #include <string>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 std::vector<std::byte> FromHex(const std::string& text) {
     std::vector<std::byte> bytes;
@@ -168,11 +168,13 @@ private:
 
 } // namespace
 
+} // namespace kxvcr
+
 int main(int argc, char** argv) {
     if (argc != 4) {
         std::fputs("usage: filewriter SCRIPT PACKETS FILE\n", stderr);
         return 2;
     }
     std::ifstream lines(argv[1]);
-    return Script(argv[2], argv[3]).Run(lines) ? 0 : 1;
+    return kxvcr::Script(argv[2], argv[3]).Run(lines) ? 0 : 1;
 }

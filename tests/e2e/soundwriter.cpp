@@ -8,13 +8,16 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <numbers>
+#include <optional>
+#include <string>
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr std::int64_t kClickFrames = kSoundRate / 200;
 
@@ -33,17 +36,12 @@ SharedPacket Picture() {
     return packet;
 }
 
-} // namespace
-
-int main(int count, char** texts) {
-    if (count != 2) {
-        return 2;
-    }
-    const std::wstring path = kx::WideFromUtf8(texts[1]);
+// Two seconds of sound beside one picture, in the format that the file's name asks for.
+bool WriteSound(const std::wstring& path) {
     const std::optional<FileFormat> format = FormatOfPath(path);
     const std::unique_ptr<DiskFile> file = DiskFile::Create(path);
     if (!format || file == nullptr) {
-        return 1;
+        return false;
     }
     StreamFormat streams;
     streams.picture = {RowOf(*format).picture, 64, 64, 30, ColorMatrix::Bt601, {}};
@@ -51,7 +49,7 @@ int main(int count, char** texts) {
     streams.sound = encoder->Format();
     const std::unique_ptr<MediaWriter> writer = CreateWriter(*format, *file, streams, {});
     if (writer == nullptr || !writer->Add(Picture())) {
-        return 1;
+        return false;
     }
     const std::int64_t length = streams.sound->samplesPerPacket;
     for (std::int64_t first = 0; first < 2 * std::int64_t{kSoundRate}; first += length) {
@@ -60,9 +58,20 @@ int main(int count, char** texts) {
             samples.insert(samples.end(), kSoundChannels, SampleAt(frame));
         }
         if (!writer->Add(encoder->Encode(samples, first))) {
-            return 1;
+            return false;
         }
     }
     writer->Finish(std::chrono::seconds(2));
-    return 0;
+    return true;
+}
+
+} // namespace
+
+} // namespace kxvcr
+
+int main(int count, char** texts) {
+    if (count != 2) {
+        return 2;
+    }
+    return kxvcr::WriteSound(kx::WideFromUtf8(texts[1])) ? 0 : 1;
 }

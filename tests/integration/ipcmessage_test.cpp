@@ -18,7 +18,7 @@ using ipcmessage::FrameKind;
 
 namespace {
 
-class Stopwatch {
+class ElapsedClock {
 public:
     DWORD ElapsedMs() const { return static_cast<DWORD>(GetTickCount64() - m_start); }
 
@@ -158,7 +158,7 @@ TEST(IPCMessageClient, PayloadFlagWithoutBlock_Refused) {
 
 TEST(IPCMessageClient, NoWorker_SendAndPostFailAtOnce) {
     Host host;
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kEchoPayload, "x", INFINITE), "(failed)");
     EXPECT_FALSE(host.client.PostIPCMessage(Request(kEchoPayload)));
     EXPECT_LT(watch.ElapsedMs(), kAtOnceMs);
@@ -249,7 +249,7 @@ TEST(IPCMessageClient, WorkerDiesInTheMiddleOfItsReply_SendFailsAtOnce) {
     const std::string half = HexOf(FrameHeader{.kind = FrameKind::Reply, .sequence = 1}).substr(0, 40);
     const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " read write " + half);
     ASSERT_TRUE(host.ready.Wait());
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kEchoPayload, "x", INFINITE), "(failed)");
     EXPECT_LT(watch.ElapsedMs(), kAtOnceMs);
     ExpectNextWorkerServed(host);
@@ -260,7 +260,7 @@ TEST(IPCMessageClient, SilentWorker_TimesOutWithinBoundAndKeepsConnection) {
     const Child worker("ipcworker.exe", "serve");
     ASSERT_TRUE(host.ready.Wait());
     constexpr DWORD kTimeoutMs = 300;
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kStaySilent, "x", kTimeoutMs), "(failed)");
     EXPECT_GE(watch.ElapsedMs() + 20, kTimeoutMs);
     EXPECT_LT(watch.ElapsedMs(), kAtOnceMs);
@@ -332,7 +332,7 @@ TEST(IPCMessageClient, WorkerDiesInHandler_WaitingRequestsFailAtOnce) {
     std::thread sender([&] { silent = Ask(host.client, kStaySilent, "x", INFINITE); });
     EXPECT_TRUE(isWaiting.Wait());
 
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kDie, "x", INFINITE), "(failed)");
     sender.join();
 
@@ -349,7 +349,7 @@ TEST(IPCMessageClient, WorkerThatDoesNotRead_SendTimesOutAndConnectionIsDropped)
     const Child peer("ipcpeer.exe", "open 0 write " + ReadyFrame() + " wait " + go + " closed");
     ASSERT_TRUE(host.ready.Wait());
 
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kEchoPayload, LargeText(kIPCMaxPayload), 300), "(failed)");
     EXPECT_LT(watch.ElapsedMs(), kAtOnceMs);
 
@@ -364,7 +364,7 @@ TEST(IPCMessageClient, WorkerThatDoesNotRead_PostEndsWithinItsLimit) {
     ASSERT_TRUE(host.ready.Wait());
     std::string large = LargeText(kIPCMaxPayload);
 
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_FALSE(host.client.PostIPCMessage(Request(kEchoPayload, large)));
     EXPECT_LT(watch.ElapsedMs(), kIPCWriteLimitMs + kAtOnceMs);
     peer.Kill();
@@ -378,7 +378,7 @@ TEST(IPCMessageClient, SecondSendBehindStuckWrite_TimesOutByItself) {
     std::string stuck;
     std::thread sender([&] { stuck = Ask(host.client, kEchoPayload, LargeText(kIPCMaxPayload), INFINITE); });
 
-    const Stopwatch watch;
+    const ElapsedClock watch;
     EXPECT_EQ(Ask(host.client, kEchoPayload, "x", kQuietMs), "(failed)");
     EXPECT_LT(watch.ElapsedMs(), kAtOnceMs);
     peer.Kill();

@@ -18,6 +18,7 @@
 #include <ios>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace logtooltest {

@@ -13,9 +13,9 @@
 
 #include <cstdio>
 
-namespace {
+namespace ProductAdapt {
 
-using namespace ProductAdapt;
+namespace {
 
 using Getter = int (ProductFeature::*)(bool&) const;
 constexpr Getter kGetters[] = {
@@ -132,3 +132,5 @@ TEST_F(UtilProduct, PromoteParametersThatAreLeftOut_AreZeroAndEmpty) {
 }
 
 } // namespace
+
+} // namespace ProductAdapt

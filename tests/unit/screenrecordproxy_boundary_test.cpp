@@ -7,9 +7,10 @@
 #include <new>
 #include <system_error>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 
 /** The first lock of a standard mutex asks for memory. */
@@ -100,3 +101,5 @@ TEST(ThrowingClient, EndsTheHostWith8LikeOneWithoutMemory) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -5,9 +5,9 @@
 #include <functional>
 #include <utility>
 
-namespace {
+namespace proxytest {
 
-using namespace proxytest;
+namespace {
 
 class CommandRace : public ProxyTest, public testing::WithParamInterface<Command> {
 protected:
@@ -162,3 +162,5 @@ TEST_P(CommandRace, ErrorDuringTheCommand_IsNotOverwrittenByItsSuccess) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -6,9 +6,10 @@
 
 #include <vector>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 using proxyprivate::Client;
 using proxyprivate::Status;
@@ -166,3 +167,5 @@ TEST_F(ProxyCommands, WholeRecording_WalksTheStates) {
 }
 
 } // namespace
+
+} // namespace proxytest

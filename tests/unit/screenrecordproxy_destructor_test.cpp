@@ -7,9 +7,10 @@
 #include <atomic>
 #include <mutex>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 
 constexpr DWORD kTerminatedThread = 258;
@@ -335,3 +336,5 @@ TEST(MonitorThatWaitsTooLong, LeavesNeitherHandleNorThread) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -3,9 +3,10 @@
 
 #include <algorithm>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 using proxyprivate::Client;
 using proxyprivate::SendVCRMessage;
@@ -136,3 +137,5 @@ TEST_F(ProxyExchange, AfterEachFailure_TheNextSendWorks) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -4,9 +4,10 @@
 
 #include <cstring>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using kxtest::CurrentFolder;
 using kxtest::OwnFolder;
 using kxtest::TempFolder;
@@ -132,3 +133,5 @@ TEST(IsSupport, Result_IsNotLogged) {
 }
 
 } // namespace
+
+} // namespace proxytest

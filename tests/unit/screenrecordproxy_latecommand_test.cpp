@@ -7,9 +7,9 @@
 #include <new>
 #include <tuple>
 
-namespace {
+namespace proxytest {
 
-using namespace proxytest;
+namespace {
 
 struct LateAnswer {
     const char* name;
@@ -104,3 +104,5 @@ TEST_P(LateCommand, HeldBeforeItsExchange_ChangesNothing) {
 }
 
 } // namespace
+
+} // namespace proxytest

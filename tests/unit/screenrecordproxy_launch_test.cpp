@@ -4,9 +4,10 @@
 
 #include <cstring>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using proxyprivate::MonitorThread;
 using proxyprivate::ReadyEvent;
 using proxyprivate::WorkerProcess;
@@ -394,3 +395,5 @@ TEST_F(ProxyLaunch, StartedWorker_ItsThreadHandleIsClosedAndItsProcessHandleGive
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -8,9 +8,10 @@
 #include <iostream>
 #include <thread>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 
 constexpr int kWorkerModule = static_cast<int>(kxvcr::kWorkerModuleId);
@@ -320,3 +321,5 @@ TEST_P(ChildOutput, NoClient_EndsTheHostWith8AfterAnError) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-namespace {
+namespace proxytest {
 
-using namespace proxytest;
+namespace {
 
 TEST_F(ProxyCommands, StartLiveServer_SendsThe40Bytes) {
     const auto param = Patterned<LiveServerParam>(4);
@@ -84,3 +84,5 @@ TEST_F(ProxyCommands, StartLiveServer_GoodReply_FreesTheBlock) {
 }
 
 } // namespace
+
+} // namespace proxytest

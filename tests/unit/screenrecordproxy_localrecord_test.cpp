@@ -1,9 +1,9 @@
 // StartLocalRecord: which path and length it takes, and what reaches the worker.
 #include "unit/proxycommandfixture.h"
 
-namespace {
+namespace proxytest {
 
-using namespace proxytest;
+namespace {
 
 std::string Utf16Bytes(const std::wstring& text, std::size_t characters) {
     std::wstring padded = text;
@@ -119,3 +119,5 @@ TEST_F(ProxyCommands, StartLocalRecord_BadLengthInWrongStatus_NamesTheLength) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -6,9 +6,10 @@
 #include <locale>
 #include <thread>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using kxtest::ImportHook;
 using log4cplus::Logger;
 
@@ -193,3 +194,5 @@ TEST_F(ProxyLogging, OtherMessages_AreNotOnTheDebugChannel) {
 }
 
 } // namespace
+
+} // namespace proxytest

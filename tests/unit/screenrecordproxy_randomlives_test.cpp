@@ -13,9 +13,9 @@
 
 #include <tlhelp32.h>
 
-namespace {
+namespace proxytest {
 
-using namespace proxytest;
+namespace {
 
 constexpr int kThreads = 8;
 constexpr int kFirstLives = 10;
@@ -224,3 +224,5 @@ TEST_P(RandomLives, OfManyWorkers_LeaveAProxyThatWorksAndNothingElse) {
 }
 
 } // namespace
+
+} // namespace proxytest

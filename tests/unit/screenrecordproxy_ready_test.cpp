@@ -4,9 +4,10 @@
 
 #include <thread>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using proxyprivate::MonitorThread;
 using proxyprivate::ReadyEvent;
 using proxyprivate::WorkerProcess;
@@ -252,3 +253,5 @@ TEST_F(ProxyReady, TwoThreadsAtOnce_StartOneWorker) {
 }
 
 } // namespace
+
+} // namespace proxytest

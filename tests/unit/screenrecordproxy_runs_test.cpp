@@ -4,9 +4,10 @@
 #include <functional>
 #include <optional>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using proxyprivate::MonitorThread;
 using proxyprivate::ReadyEvent;
 
@@ -304,3 +305,5 @@ TEST_F(OverlappingRuns, ReleaseWhileBothWorkersLive_EndsTheMonitorOfEither) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -12,9 +12,10 @@
 #include <iostream>
 #include <string>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using kxtest::ChildScenario;
 using kxtest::OwnFolder;
 using std::filesystem::path;
@@ -235,3 +236,5 @@ TEST_F(SameWorker, FolderThatNoBufferHolds_IsRefused) {
 }
 
 } // namespace
+
+} // namespace proxytest

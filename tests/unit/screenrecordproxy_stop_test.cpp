@@ -1,9 +1,10 @@
 // Stop: when it reaches the worker, and what it leaves behind.
 #include "unit/proxycommandfixture.h"
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using fakeipc::CallKind;
 using proxyprivate::Client;
 using proxyprivate::Status;
@@ -101,3 +102,5 @@ TEST_F(ProxyCommands, Stop_ReadsTheWorkerWithoutTheLock) {
 }
 
 } // namespace
+
+} // namespace proxytest

@@ -5,9 +5,10 @@
 #include <functional>
 #include <thread>
 
+namespace proxytest {
+
 namespace {
 
-using namespace proxytest;
 using proxyprivate::MonitorThread;
 using proxyprivate::ReadyEvent;
 using proxyprivate::WorkerProcess;
@@ -388,3 +389,5 @@ TEST_F(ProxySupervision, WaitOutsideTheLock_LetsAnotherThreadKill) {
 }
 
 } // namespace
+
+} // namespace proxytest

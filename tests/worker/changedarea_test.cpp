@@ -5,9 +5,9 @@
 
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 std::vector<PictureRect> RectsOf(const ChangedArea& area) {
     return {area.Rects().begin(), area.Rects().end()};
@@ -101,3 +101,5 @@ TEST(ChangeHistory, VersionsBeforeABreak_AreNotKnown) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr PixelSize kPicture = {100, 50};
 
@@ -86,3 +86,5 @@ TEST_F(PlanTest, MovementFromBeyondTheSurface_IsRead) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -6,7 +6,7 @@
 #include "scriptedgraphics.h"
 #include "support/logcapture.h"
 #include "worker/capture/pixels.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <gtest/gtest.h>
 
@@ -16,9 +16,10 @@
 #include <random>
 #include <thread>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using kxtest::ScriptedFrame;
 using kxtest::ScriptedGraphics;
 using kxtest::ScriptedOutput;
@@ -811,3 +812,5 @@ TEST_F(DuplicationTest, LossInTheWait_IsForALookToMend) {
 }
 
 } // namespace
+
+} // namespace kxvcr

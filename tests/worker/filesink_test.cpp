@@ -4,7 +4,7 @@
 #include "common/win/handle.h"
 #include "memoryfile.h"
 #include "pipelinedoubles.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include "common/win/handle.h"
 #include "pipelinedoubles.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <gtest/gtest.h>
 

@@ -7,9 +7,9 @@
 #include <initializer_list>
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr float kMinus3Decibels = 0.70710678F;
 
@@ -80,3 +80,5 @@ TEST(Mixdown, PieceThatIsCutShort_EndsWithSilence) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -1,7 +1,7 @@
 // The frame clock's arithmetic and its wait.
 #include "worker/capture/pacing.h"
 
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "common/win/handle.h"
 

@@ -9,9 +9,9 @@
 #include <initializer_list>
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr std::uint32_t kWidth = 6;
 constexpr std::uint32_t kHeight = 4;
@@ -127,3 +127,5 @@ TEST_F(PointerShapeTest, DescriptionThatDoesNotFitItsBytes_ChangesNothing) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -12,9 +12,10 @@
 #include <cstring>
 #include <string_view>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
 using kxtest::ScriptedFrame;
 using kxtest::ScriptedGraphics;
 using kxtest::ScriptedOutput;
@@ -126,3 +127,5 @@ TEST_F(ScreenCaptureTest, OwnSystem_GivesPicturesEitherWay) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -4,7 +4,7 @@
 #include "support/logcapture.h"
 #include "worker/sound/makesoundencoder.h"
 #include "worker/soundsignals.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <gtest/gtest.h>
 
@@ -12,10 +12,14 @@
 #include <condition_variable>
 #include <mutex>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
-using namespace kxtest;
+using kxtest::FloatSamples;
+using kxtest::LogCapture;
+using kxtest::LogEvent;
+using kxtest::Tone;
 
 constexpr auto kLimit = std::chrono::seconds(10);
 
@@ -79,6 +83,21 @@ std::vector<std::unique_ptr<SoundSource>> One(bool isThere) {
     return sources;
 }
 
+// A capture of the steady device that has begun, and the packets that it makes.
+class BegunCapture : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(capture.IsOpen());
+        capture.Start([this](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+    }
+    MediaTime Now() const { return TimeOf(NowTicks() - start); }
+
+    const std::unique_ptr<SoundEncoder> encoder = MakeSoundEncoder(Codec::H264);
+    const std::int64_t start = NowTicks();
+    KeptPackets packets;
+    SoundCapture capture{One(true)};
+};
+
 TEST(SoundCapture, DeviceThatIsThere_IsOpen) {
     SoundCapture capture(One(true));
     EXPECT_TRUE(capture.IsOpen());
@@ -89,15 +108,9 @@ TEST(SoundCapture, DeviceThatIsNotThere_IsNotOpen) {
     EXPECT_FALSE(capture.IsOpen());
 }
 
-TEST(SoundCapture, Finish_MakesPacketsUpToTheEnd) {
-    const auto encoder = MakeSoundEncoder(Codec::H264);
-    KeptPackets packets;
-    SoundCapture capture(One(true));
-    ASSERT_TRUE(capture.IsOpen());
-    const std::int64_t start = NowTicks();
-    capture.Start([start](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+TEST_F(BegunCapture, Finish_MakesPacketsUpToTheEnd) {
     ASSERT_TRUE(packets.WaitFor(10));
-    const MediaTime end = TimeOf(NowTicks() - start);
+    const MediaTime end = Now();
     capture.Finish(end, false);
 
     const auto made = packets.Packets();
@@ -136,16 +149,12 @@ TEST(SoundCapture, ClockThatLeapsFar_LosesNoSoundAndHoldsUpNoEnd) {
     }
 }
 
-TEST(SoundCapture, FinishThatDropsWhatWaits_MakesNothingMore) {
-    const auto encoder = MakeSoundEncoder(Codec::H264);
-    KeptPackets packets;
-    SoundCapture capture(One(true));
-    ASSERT_TRUE(capture.IsOpen());
-    const std::int64_t start = NowTicks();
-    capture.Start([start](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+TEST_F(BegunCapture, FinishThatDropsWhatWaits_MakesNothingMore) {
     ASSERT_TRUE(packets.WaitFor(2));
     capture.Finish(std::chrono::hours(1), true);
-    EXPECT_LT(packets.Packets().back()->time, TimeOf(NowTicks() - start));
+    EXPECT_LT(packets.Packets().back()->time, Now());
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -9,10 +9,15 @@
 #include <memory>
 #include <vector>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
-using namespace kxtest;
+using kxtest::Clicks;
+using kxtest::Peak;
+using kxtest::Side;
+using kxtest::Signal;
+using kxtest::Tone;
 
 std::vector<float> Stereo(const Signal& signal, std::int64_t first, std::uint32_t frames) {
     std::vector<float> samples;
@@ -100,3 +105,5 @@ TEST(SoundEncoder, OpusDecoded_HasItsClickWhereItWas) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -8,10 +8,18 @@
 #include <cmath>
 #include <random>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
-using namespace kxtest;
+using kxtest::Amplitude;
+using kxtest::Clicks;
+using kxtest::FloatSamples;
+using kxtest::Level;
+using kxtest::Peak;
+using kxtest::Side;
+using kxtest::Signal;
+using kxtest::Tone;
 
 constexpr double kPieceSeconds = 0.01;
 
@@ -225,3 +233,5 @@ TEST(SoundLine, AnotherFormat_GoesOnAtTheSameTime) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -3,17 +3,24 @@
 
 #include "support/logcapture.h"
 #include "worker/soundsignals.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
 
+namespace kxvcr {
+
 namespace {
 
-using namespace kxvcr;
-using namespace kxtest;
+using kxtest::Amplitude;
+using kxtest::FloatSamples;
+using kxtest::Level;
+using kxtest::LogCapture;
+using kxtest::LogEvent;
+using kxtest::Side;
+using kxtest::Tone;
 
 constexpr double kLookSeconds = 0.01;
 
@@ -192,3 +199,5 @@ TEST_F(SoundMixerTest, SoundBeforeTheStart_IsNotKept) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <vector>
 
-namespace {
+namespace kxvcr {
 
-using namespace kxvcr;
+namespace {
 
 constexpr std::array kTurns = {Turn::None, Turn::Quarter, Turn::Half, Turn::ThreeQuarters};
 constexpr PixelSize kSize = {5, 3};
@@ -107,3 +107,5 @@ TEST(Toning, WhatNoDisplayShows_IsTheNearestThatItShows) {
 }
 
 } // namespace
+
+} // namespace kxvcr

@@ -7,7 +7,7 @@
 
 #include "worker/capture/pixels.h"
 #include "worker/capture/placement.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 
@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
+#include <span>
 #include <utility>
 
 namespace kxvcr {
@@ -24,7 +25,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::chrono::milliseconds kFirstImageLimit = 1s;
+constexpr std::chrono::milliseconds kFirstImageTimeout = 1s;
 constexpr UINT kFirstImageWaitMs = 50;
 constexpr std::chrono::milliseconds kBetweenAttempts = 250ms;
 
@@ -98,7 +99,7 @@ DuplicationFailure DuplicationCapture::Open() {
     if (!m_image) {
         return kNoMemory;
     }
-    m_firstImageLimit = NowTicks() + Ticks(kFirstImageLimit);
+    m_firstImageLimit = NowTicks() + Ticks(kFirstImageTimeout);
     m_history.Forget();
     m_change.Clear();
     NoteChange({0, 0, m_area.rect.width, m_area.rect.height}, 0);

@@ -80,7 +80,7 @@ void FrameLoop::Look(std::uint64_t slot) {
     ++m_statistics.looks;
     Grab grab = Grab::Failed;
     {
-        const Stopwatch watch(m_statistics.grabTicks);
+        const ScopedTicks watch(m_statistics.grabTicks);
         grab = m_source.Take(*target, m_newest.Get());
     }
     NoteReadable(grab != Grab::Failed);

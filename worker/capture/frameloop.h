@@ -7,7 +7,7 @@
 #include "worker/capture/pacing.h"
 #include "worker/capture/picturequeue.h"
 #include "worker/capture/picturesource.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <atomic>
 #include <chrono>

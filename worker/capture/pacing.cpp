@@ -1,7 +1,7 @@
 // The recording's frame clock. The arithmetic is in whole numbers, so that hours of recording do not drift.
 #include "worker/capture/pacing.h"
 
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include <timeapi.h>
 

@@ -4,7 +4,7 @@
 // file then), or when finishing takes too long.
 #include "worker/file/filesink.h"
 
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 
@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <new>
+#include <utility>
 
 namespace kxvcr {
 
@@ -153,7 +155,7 @@ bool FileSink::Give(const SharedPacket& packet) noexcept {
         return false;
     }
     try {
-        const Stopwatch watch(m_statistics.writeTicks);
+        const ScopedTicks watch(m_statistics.writeTicks);
         return m_writer->Add(packet) || GiveUp();
     } catch (const std::bad_alloc&) {
         LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
@@ -170,7 +172,7 @@ bool FileSink::GiveUp() noexcept {
 
 bool FileSink::Flush(MediaTime until) noexcept {
     try {
-        const Stopwatch watch(m_statistics.writeTicks);
+        const ScopedTicks watch(m_statistics.writeTicks);
         if (!m_writer->Flush(until)) {
             return GiveUp();
         }
@@ -196,7 +198,7 @@ void FileSink::FlushToDisk() noexcept {
     if (m_finishLimit != INT64_MAX) {
         return;
     }
-    const Stopwatch watch(m_statistics.diskFlushTicks);
+    const ScopedTicks watch(m_statistics.diskFlushTicks);
     m_file->Flush();
     ++m_statistics.diskFlushes;
 }

@@ -3,7 +3,7 @@
 #include "worker/sound/soundcapture.h"
 
 #include "common/win/com.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 
@@ -11,6 +11,7 @@
 #include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <new>
 #include <utility>
 

@@ -2,7 +2,7 @@
 #include "worker/sound/soundmixer.h"
 
 #include "worker/sound/soundencoder.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/util/logtool.h"
 
@@ -23,8 +23,8 @@ constexpr MediaTime kRetry = milliseconds(1000);
 
 // A device that gives sound is waited for long, since a busy system hands it on late. One that gives none, as the
 // machine's sound when nothing is played, is not: a viewer would wait for it.
-constexpr MediaTime kPatience = milliseconds(500);
-constexpr MediaTime kIdlePatience = milliseconds(100);
+constexpr MediaTime kSoundTimeout = milliseconds(500);
+constexpr MediaTime kIdleSoundTimeout = milliseconds(100);
 constexpr MediaTime kIdleAfter = milliseconds(300);
 
 // A time that lies further from the present is no measurement.
@@ -110,7 +110,7 @@ std::int64_t SoundMixer::Ready(std::int64_t now) const {
     std::int64_t ready = std::numeric_limits<std::int64_t>::max();
     for (const Device& device : m_devices) {
         const bool isIdle = !device.isOpen || !device.heardAt || TimeOf(now - *device.heardAt) > kIdleAfter;
-        const MediaTime latest = present - (isIdle ? kIdlePatience : kPatience);
+        const MediaTime latest = present - (isIdle ? kIdleSoundTimeout : kSoundTimeout);
         ready = std::min(ready, std::max(device.line.End(), FrameAt(latest)));
     }
     return ready;

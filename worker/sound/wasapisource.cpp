@@ -5,7 +5,7 @@
 #include "common/win/com.h"
 #include "common/win/modulepath.h"
 #include "common/win/soundendpoints.h"
-#include "worker/stopwatch.h"
+#include "worker/ticks.h"
 
 #include "sdk/vcr/workerprotocol.h"
 
@@ -13,6 +13,8 @@
 #include <mmreg.h>
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <sstream>
 #include <utility>

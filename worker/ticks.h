@@ -27,12 +27,12 @@ inline std::int64_t TicksPerSecond() noexcept {
 }
 
 /** Adds the time it lives to a sum of ticks. */
-class Stopwatch {
+class ScopedTicks {
 public:
-    explicit Stopwatch(std::int64_t& sum) noexcept : m_sum(sum), m_start(NowTicks()) {}
-    ~Stopwatch() { m_sum += NowTicks() - m_start; }
-    Stopwatch(const Stopwatch&) = delete;
-    Stopwatch& operator=(const Stopwatch&) = delete;
+    explicit ScopedTicks(std::int64_t& sum) noexcept : m_sum(sum), m_start(NowTicks()) {}
+    ~ScopedTicks() { m_sum += NowTicks() - m_start; }
+    ScopedTicks(const ScopedTicks&) = delete;
+    ScopedTicks& operator=(const ScopedTicks&) = delete;
 
 private:
     std::int64_t& m_sum;
