@@ -160,11 +160,15 @@ using IPCRequestHandler = std::function<void(const TagIPCMessageItem& request, I
 
 /**
  * The worker's end of a channel, good for one connection. Handlers run one after the other on the library's thread;
- * what they throw is dropped. The service must not be destroyed from one of its own callbacks.
+ * what they throw is dropped. The service must not be destroyed from one of its own callbacks. Only what says so
+ * throws.
  */
 class KXIPCMESSAGE_API IPCMessageService {
 public:
-    /** @param moduleId the worker's own module id, the one that the host opened the channel for */
+    /**
+     * @param moduleId the worker's own module id, the one that the host opened the channel for
+     * @throws std::bad_alloc
+     */
     explicit IPCMessageService(int moduleId);
 
     /** Ends the connection and waits for a handler that is running. */
@@ -173,7 +177,7 @@ public:
     IPCMessageService(const IPCMessageService&) = delete;
     IPCMessageService& operator=(const IPCMessageService&) = delete;
 
-    /** Handles requests with @p messageId; set before Connect. */
+    /** Handles requests with @p messageId; set before Connect. @throws std::bad_alloc */
     void RegisterRequestHandler(std::uint32_t messageId, IPCRequestHandler handler);
 
     /** Handles requests whose id has no handler of its own; set before Connect. Without it they go unanswered. */

@@ -15,7 +15,7 @@ namespace DE {
 KXUTIL_API bool FileExists(const std::string& path);
 
 /**
- * SHA-256 (Windows CNG) of a file's bytes.
+ * SHA-256 of a file's bytes.
  * @return 64 lower-case hexadecimal digits, or an empty string when the file cannot be read to its end
  */
 KXUTIL_API std::string GetFileSha256Hex(const std::string& path);
