@@ -12,12 +12,15 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace kxrecord {
 

@@ -10,6 +10,7 @@
 #include "host/manifest.h"
 #include "host/record.h"
 
+#include <cstddef>
 #include <string>
 #include <variant>
 #include <vector>

@@ -7,7 +7,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace kxrecord {

@@ -5,6 +5,7 @@
 #include "host/debuglines.h"
 #include "host/infoview.h"
 
+#include <cstddef>
 #include <string_view>
 
 namespace kxrecord {

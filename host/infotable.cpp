@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cwchar>
+#include <utility>
 
 namespace kxrecord {
 

@@ -7,9 +7,12 @@
 #include "host/text.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cwctype>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 namespace kxrecord {
 

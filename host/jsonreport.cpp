@@ -6,6 +6,12 @@
 #include "host/console.h"
 #include "host/json.h"
 
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
 namespace kxrecord {
 
 namespace {

@@ -9,8 +9,13 @@
 #include <log4cplus/appender.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
+#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace kxrecord {

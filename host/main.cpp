@@ -8,7 +8,10 @@
 #include <windows.h>
 
 #include <exception>
+#include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
 namespace kxrecord {
 

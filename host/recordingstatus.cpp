@@ -5,6 +5,8 @@
 #include "common/win/handle.h"
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <iterator>

@@ -6,6 +6,7 @@
 #include "host/windowlist.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 
 namespace kxrecord {

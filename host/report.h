@@ -9,6 +9,7 @@
 #include "host/windowlist.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>

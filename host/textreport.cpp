@@ -4,10 +4,14 @@
 #include "host/console.h"
 #include "host/text.h"
 
+#include <chrono>
 #include <cstdint>
 #include <cwchar>
 #include <initializer_list>
 #include <iterator>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace kxrecord {

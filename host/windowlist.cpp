@@ -12,6 +12,7 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace kxrecord {
 

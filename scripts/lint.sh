@@ -11,6 +11,8 @@ usage: scripts/lint.sh [CHECK...]
 Checks; without arguments all of them.
   arrows   every include follows an arrow between rooms that scripts/arrows.py allows; every file says what it is; no
            using directive stands at file scope
+  includes every header, and every source but the tests', includes the header of the C++ library for each of the
+           library's names that it uses (scripts/includes.py --fix adds it)
   format   every source file is as .clang-format would write it
   headers  every header compiles alone
   clang    worker and host compile with clang for the target, too
@@ -37,6 +39,10 @@ build() {
 
 check_arrows() {
     scripts/arrows.py
+}
+
+check_includes() {
+    scripts/includes.py
 }
 
 check_format() {
@@ -95,11 +101,11 @@ esac
 scripts/bootstrap.sh --lint
 case "${1:-}" in
     tidy) run "$@"; exit ;;
-    '') set -- arrows format docs shell python script headers clang tidy ;;
+    '') set -- arrows includes format docs shell python script headers clang tidy ;;
 esac
 for check in "$@"; do
     case "$check" in
-        arrows | format | headers | clang | tidy | docs | shell | python | script) run "$check" ;;
+        arrows | includes | format | headers | clang | tidy | docs | shell | python | script) run "$check" ;;
         *) usage >&2; exit 2 ;;
     esac
 done

@@ -12,6 +12,8 @@
 #include <shlwapi.h>
 #include <windows.h>
 
+#include <string>
+
 namespace {
 
 constexpr char kManifestPath[] = "\\config\\CheckFileIntergrity.xml"; // the file's name has the extra r

@@ -16,7 +16,10 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 namespace {
 

@@ -13,6 +13,8 @@
 
 #include <windows.h>
 
+#include <string>
+
 namespace {
 
 constexpr wchar_t kPowerManagerKey[] = L"Software\\Calvora\\ZLKPowerManager";

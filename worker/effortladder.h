@@ -8,6 +8,7 @@
 #include "worker/video/videoencoder.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 
 namespace kxvcr {

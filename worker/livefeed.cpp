@@ -5,9 +5,11 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <span>
+#include <utility>
 
 namespace kxvcr {
 

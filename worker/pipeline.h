@@ -16,6 +16,7 @@
 #include "worker/sound/soundencoder.h"
 #include "worker/video/videoencoder.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <thread>

@@ -46,11 +46,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <cwchar>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
+#include <utility>
 
 namespace KxScreenRecord {
 namespace {

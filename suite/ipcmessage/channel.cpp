@@ -10,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <optional>
+#include <utility>
 
 namespace ipcmessage {
 namespace {

@@ -8,9 +8,14 @@
 #include "session.h"
 
 #include <atomic>
+#include <cstdint>
+#include <exception>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace ipcmessage {
 namespace {

@@ -7,9 +7,17 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
+#include <string>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace ipcmessage {
 namespace {

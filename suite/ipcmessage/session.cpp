@@ -2,9 +2,12 @@
 #include "session.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace ipcmessage {
 namespace {

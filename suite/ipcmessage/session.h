@@ -15,8 +15,11 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <span>
 #include <vector>
 

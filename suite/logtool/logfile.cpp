@@ -9,6 +9,8 @@
 
 #include <ios>
 
+#include <cstddef>
+
 namespace logtool {
 
 void LogFile::close() {

@@ -8,6 +8,8 @@
 #include <windows.h>
 
 #include <charconv>
+#include <system_error>
+#include <utility>
 
 namespace kxutil {
 

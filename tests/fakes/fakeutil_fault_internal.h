@@ -3,6 +3,8 @@
 
 #include "fakes/fakeutil_internal.h"
 
+#include <string>
+
 namespace fakeutil {
 
 /** Throws std::bad_alloc when ThrowFrom asked for it. */

@@ -7,7 +7,10 @@
 
 #include "fakes/fakeutil.h"
 
+#include <functional>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace fakeutil {

@@ -7,6 +7,7 @@
 
 #include "fakes/fakeutil.h"
 
+#include <string>
 #include <vector>
 
 namespace fakeutil {

@@ -5,6 +5,8 @@
 #include "sdk/ipcmessage/ipcmessage.h"
 #include "support/privateaccess.h"
 
+#include <atomic>
+
 namespace proxyprivate {
 
 using KxScreenRecord::RecordMode;

@@ -5,6 +5,7 @@
 
 #include "queryfixture.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>

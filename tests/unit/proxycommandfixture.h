@@ -3,6 +3,7 @@
 
 #include "unit/proxyfixture.h"
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 

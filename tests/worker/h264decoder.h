@@ -8,8 +8,10 @@
 #include "worker/packet.h"
 #include "worker/video/h264library.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class ISVCDecoder;
 

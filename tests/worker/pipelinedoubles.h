@@ -9,6 +9,7 @@
 #include "worker/packet.h"
 #include "worker/video/videoencoder.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -16,6 +17,8 @@
 #include <mutex>
 #include <new>
 #include <set>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace kxtest {

@@ -6,6 +6,8 @@
 
 #include "worker/capture/screenlayout.h"
 
+#include <cstdint>
+
 namespace kxvcr {
 
 /** What part of the screen the pictures show. */

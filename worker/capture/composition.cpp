@@ -1,6 +1,7 @@
 // From what a frame says about its surface to what has to be done to the picture.
 #include "worker/capture/composition.h"
 
+#include <cstdint>
 #include <optional>
 
 namespace kxvcr {

@@ -3,6 +3,8 @@
 #include "worker/capture/duplicatedoutputs.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <utility>
 
 namespace kxvcr {
 

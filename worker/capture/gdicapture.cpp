@@ -5,6 +5,7 @@
 #include "worker/capture/gdi.h"
 #include "worker/capture/placement.h"
 
+#include <cstdint>
 #include <optional>
 
 namespace kxvcr {

@@ -7,6 +7,7 @@
 #include <dxgi1_5.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <utility>
 

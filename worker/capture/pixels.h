@@ -7,6 +7,8 @@
 #include "worker/capture/picturebuffer.h"
 #include "worker/video/videoencoder.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace kxvcr {

@@ -8,7 +8,10 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <cstdint>
 #include <new>
+#include <string>
+#include <utility>
 
 namespace kxvcr {
 

@@ -9,6 +9,7 @@
 #include "worker/capture/gdicapture.h"
 #include "worker/capture/picturesource.h"
 
+#include <cstdint>
 #include <memory>
 
 namespace kxvcr {

@@ -3,6 +3,7 @@
 #include "worker/capture/screenlayout.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <tuple>
 
 namespace kxvcr {

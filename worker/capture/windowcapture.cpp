@@ -4,6 +4,7 @@
 #include "worker/capture/windowcapture.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 namespace kxvcr {

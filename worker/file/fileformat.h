@@ -7,6 +7,7 @@
 #include "worker/file/mediawriter.h"
 #include "worker/file/outputfile.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>

@@ -3,7 +3,9 @@
 #include "worker/file/mp4writer.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
+#include <span>
 #include <utility>
 
 namespace kxvcr {

@@ -2,6 +2,8 @@
 // pointer to get out of step after a failed write.
 #include "worker/file/outputfile.h"
 
+#include <utility>
+
 namespace kxvcr {
 
 namespace {

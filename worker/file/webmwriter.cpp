@@ -9,9 +9,13 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <new>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace kxvcr {

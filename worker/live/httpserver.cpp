@@ -25,6 +25,8 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
+#include <iterator>
 #include <list>
 #include <mutex>
 #include <span>

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <exception>
 #include <iterator>
 #include <span>
 #include <string>

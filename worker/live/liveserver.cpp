@@ -18,12 +18,15 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace kxvcr {
 

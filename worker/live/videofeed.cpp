@@ -4,6 +4,8 @@
 
 #include "worker/file/mp4fragment.h"
 
+#include <cstddef>
+#include <string_view>
 #include <utility>
 #include <vector>
 

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
+#include <span>
 
 namespace kxvcr {
 

@@ -8,6 +8,7 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <cstdint>
 #include <new>
 
 namespace kxvcr {

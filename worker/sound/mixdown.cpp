@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace kxvcr {

@@ -7,6 +7,7 @@
 #include "worker/sound/soundsource.h"
 
 #include <array>
+#include <cstddef>
 #include <vector>
 
 namespace kxvcr {

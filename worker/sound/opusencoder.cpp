@@ -9,6 +9,7 @@
 #include <opus/opus.h>
 
 #include <array>
+#include <span>
 #include <utility>
 
 namespace kxvcr {

@@ -9,6 +9,8 @@
 #include <wels/codec_api.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <new>
 #include <string>
 #include <utility>

@@ -8,8 +8,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace kxvcr {
 
