@@ -32,8 +32,8 @@ std::size_t MemoryOf(const Packet& packet) noexcept {
 
 } // namespace
 
-FileSink::FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MediaWriter> writer, MediaTime start,
-                   std::size_t memoryLimit, FileSinkOwner owner) noexcept
+FileSink::FileSink(std::unique_ptr<OutputFile>&& file, std::unique_ptr<MediaWriter>&& writer, MediaTime start,
+                   std::size_t memoryLimit, FileSinkOwner owner)
     : m_file(std::move(file)),
       m_writer(std::move(writer)),
       m_start(start),

@@ -61,9 +61,10 @@ public:
     /**
      * @param writer of @p file, which begins at @p start
      * @param memoryLimit bytes that may wait to be written; with more waiting, Add() waits for the disk
+     * @throws std::bad_alloc file and writer are then still the caller's
      */
-    FileSink(std::unique_ptr<OutputFile> file, std::unique_ptr<MediaWriter> writer, MediaTime start,
-             std::size_t memoryLimit, FileSinkOwner owner) noexcept;
+    FileSink(std::unique_ptr<OutputFile>&& file, std::unique_ptr<MediaWriter>&& writer, MediaTime start,
+             std::size_t memoryLimit, FileSinkOwner owner);
     ~FileSink() override;
 
     /** Starts the thread. @return false when the system refuses it */
@@ -103,6 +104,10 @@ private:
     void FlushToDisk() noexcept;
     void EndThread() noexcept;
 
+    // Both ask for memory when they are made, and stand first: without it nothing was taken from the caller yet.
+    std::deque<SharedPacket> m_queue;
+    std::deque<SharedPacket> m_taken; // by the thread out of the queue, and not yet written
+
     std::unique_ptr<OutputFile> m_file;
     std::unique_ptr<MediaWriter> m_writer;
     MediaTime m_start;
@@ -114,14 +119,12 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_packetCame; // or the end
     std::condition_variable m_roomCame;   // or a refusal
-    std::deque<SharedPacket> m_queue;
     bool m_ending = false;
     std::atomic<std::size_t> m_bytesWaiting = 0; // in the queue and taken out of it
     std::atomic<unsigned> m_waitForRoom = 0;     // calls of Add()
 
     // The thread's own, until it has ended.
-    std::deque<SharedPacket> m_taken; // out of the queue, and not yet written
-    MediaTime m_settled{};            // when the queue was looked at
+    MediaTime m_settled{}; // when the queue was looked at
     FileStatistics m_statistics;
     FileProgress m_progress;
     MediaTime m_flushedUntil{};

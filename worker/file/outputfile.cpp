@@ -28,22 +28,21 @@ std::wstring SystemPath(const std::wstring& path) {
 } // namespace
 
 std::unique_ptr<DiskFile> DiskFile::Create(const std::wstring& path) {
-    std::wstring systemPath = SystemPath(path);
-    kx::FileHandle file(CreateFileW(systemPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) {
+    // Before the file is made: one that nothing owns for want of memory would stay behind empty.
+    std::unique_ptr<DiskFile> disk(new DiskFile(SystemPath(path)));
+    disk->m_file.Reset(CreateFileW(disk->m_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+                                   FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!disk->m_file) {
         return nullptr;
     }
-    if (GetFileType(file.Get()) != FILE_TYPE_DISK) {
+    if (GetFileType(disk->m_file.Get()) != FILE_TYPE_DISK) {
         SetLastError(ERROR_BAD_PATHNAME);
         return nullptr;
     }
-    return std::unique_ptr<DiskFile>(new DiskFile(std::move(file), std::move(systemPath)));
+    return disk;
 }
 
-DiskFile::DiskFile(kx::FileHandle file, std::wstring path) noexcept
-    : m_file(std::move(file)),
-      m_path(std::move(path)) {}
+DiskFile::DiskFile(std::wstring path) noexcept : m_path(std::move(path)) {}
 
 bool DiskFile::WriteAt(std::uint64_t offset, std::span<const std::byte> bytes) {
     while (!bytes.empty()) {

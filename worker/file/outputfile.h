@@ -53,7 +53,7 @@ public:
     void Discard() noexcept override;
 
 private:
-    DiskFile(kx::FileHandle file, std::wstring path) noexcept;
+    explicit DiskFile(std::wstring path) noexcept;
 
     kx::FileHandle m_file;
     std::wstring m_path; // as the system takes it

@@ -29,6 +29,7 @@
 #include <iterator>
 #include <list>
 #include <mutex>
+#include <new>
 #include <span>
 #include <thread>
 #include <utility>
@@ -134,7 +135,11 @@ public:
         if (!m_thread.joinable()) {
             return;
         }
-        asio::post(m_io, [this] { CloseEverything(); });
+        try {
+            asio::post(m_io, [this] { CloseEverything(); }); // behind what waits to be done
+        } catch (const std::bad_alloc&) {
+            m_io.stop();
+        }
         m_thread.join();
     }
 
@@ -160,6 +165,15 @@ private:
     using Connections = std::list<Connection*>;
 
     void Run() noexcept {
+        RunTasks();
+        if (!m_isClosed) { // stopped, without the memory for a task
+            CloseEverything();
+            m_io.restart();
+            RunTasks();
+        }
+    }
+
+    void RunTasks() noexcept {
         for (;;) {
             try {
                 m_io.run();
