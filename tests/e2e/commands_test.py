@@ -93,7 +93,7 @@ class Commands(RecordCase):
         for replace in ((), ("--overwrite",)):
             result = self.stage.run("record", path, "--seconds", 0.5, *replace)
             self.expect_code(result, NOT_A_RECORDING)
-            self.assertRegex(result.complaint, r"^kxrecord: \S+\\folder\.mkv is a folder; give another name\n$")
+            self.assertRegex(result.complaint, r"^kxrecord: \S+\\\d+-folder\.mkv is a folder; give another name\n$")
 
     def test_Completion_IsAScriptThatTheShellTakes(self):
         result = self.stage.run("completion", "bash")
