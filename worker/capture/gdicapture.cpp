@@ -16,13 +16,12 @@ int Signed(std::uint32_t value) noexcept {
     return static_cast<int>(value);
 }
 
-bool CopyScreen(HDC picture, const ScreenRect& source, const ScreenRect& target) noexcept {
+bool CopyScreen(HDC picture, const ScreenRect& visible, const ScreenRect& source, const ScreenRect& target) noexcept {
     // Taken afresh each time: a device context from before a change of the display may show the old one.
     const ScreenDc screen(GetDC(nullptr));
     if (!screen) {
         return false;
     }
-    const ScreenRect visible = Intersection(source, WholeScreen());
     const ScreenRect shown = PartInPicture(visible, source, target);
     if (shown.width == 0 || shown.height == 0) {
         return true;
@@ -73,10 +72,11 @@ Grab GdiCapture::TakeFrom(const ScreenRect& source, Picture& target, const Pictu
     const ScreenRect& area = m_area.rect;
     const ScreenRect shown = Letterbox(source, area.width, area.height);
     const bool covers = shown.width == area.width && shown.height == area.height;
-    if (!covers || !Contains(WholeScreen(), source)) {
+    const ScreenRect visible = Intersection(source, WholeScreen());
+    if (!covers || visible != source) {
         PatBlt(picture, 0, 0, Signed(area.width), Signed(area.height), BLACKNESS);
     }
-    if (!CopyScreen(picture, source, shown)) {
+    if (!CopyScreen(picture, visible, source, shown)) {
         return Grab::Failed;
     }
     if (m_drawCursor) {
