@@ -21,6 +21,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/container/static_vector.hpp>
 #include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
@@ -192,10 +193,9 @@ private:
         });
     }
 
-    // Listens again before anything is done for a client, because that may throw.
+    // Listens again before anything that may find no memory: a server that does not listen is deaf for good.
     void TakeClients() {
-        std::vector<Tcp::socket> clients;
-        clients.reserve(kClientsATurn);
+        boost::container::static_vector<Tcp::socket, kClientsATurn> clients;
         error_code error;
         while (!error && clients.size() < kClientsATurn) {
             clients.emplace_back(m_io);
@@ -204,7 +204,7 @@ private:
         if (!error || error == asio::error::would_block) {
             Accept();
         } else { // a client is gone again, or there is no memory for it
-            After(kAcceptAgain, [this] { Accept(); });
+            AcceptLater();
         }
         if (error) {
             clients.pop_back();
@@ -212,6 +212,15 @@ private:
         for (Tcp::socket& client : clients) {
             Serve(std::move(client));
         }
+    }
+
+    void AcceptLater() {
+        m_acceptPause.expires_after(kAcceptAgain);
+        m_acceptPause.async_wait([this](error_code) {
+            if (!m_isClosed) {
+                Accept();
+            }
+        });
     }
 
     void Serve(Tcp::socket socket);
@@ -229,6 +238,7 @@ private:
     asio::io_context m_io{1}; // destroys tasks that were not run, before the lists that they know
     asio::executor_work_guard<asio::io_context::executor_type> m_work{m_io.get_executor()};
     Tcp::acceptor m_acceptor;
+    asio::steady_timer m_acceptPause{m_io};
     std::list<asio::steady_timer> m_timers;
     bool m_isClosed = false;
     std::mutex m_stopping;
@@ -450,6 +460,7 @@ void HttpServer::Impl::CloseEverything() noexcept {
     m_isClosed = true;
     error_code ignored;
     m_acceptor.close(ignored);
+    m_acceptPause.cancel();
     for (const Connections* connections : {&m_heads, &m_answers, &m_streams}) {
         while (!connections->empty()) {
             connections->front()->Close();
