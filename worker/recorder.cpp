@@ -34,6 +34,10 @@ constexpr std::size_t kQueueMemory = std::size_t{64} << 20;
 
 constexpr std::uint32_t kBitsPerKilobit = 1000;
 
+// A viewer gets a key picture whenever it needs one. Those of text are most of what is sent, but a player that jumps
+// has to decode everything from the one before on.
+constexpr MediaTime kLiveKeyInterval = std::chrono::seconds(4);
+
 // The first picture is encoded when nothing is recorded yet, at a moment before everything else.
 constexpr MediaTime kWarmUpTime = -std::chrono::seconds(1);
 
@@ -429,6 +433,7 @@ LiveStart ScreenRecorder::StartLive(const LiveSettings& settings) {
         m_hub.Detach();
         return {result};
     }
+    m_parts.encoder->SetKeyInterval(kLiveKeyInterval);
     feed->Use(*m_pipeline);
     m_liveFeed = std::move(feed);
     m_live = std::move(live);

@@ -90,6 +90,7 @@ public:
         return packet;
     }
     void SetEffort(kxvcr::Effort effort) noexcept override { efforts.push_back(effort); }
+    void SetKeyInterval(kxvcr::MediaTime) noexcept override {}
 
     std::set<int> failsIn;
     std::set<int> noMemoryIn;

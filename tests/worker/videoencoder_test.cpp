@@ -48,6 +48,25 @@ TEST_P(EveryVideoEncoder, BitRate_IsKeptOverSomeSeconds) {
     EXPECT_GT(BytesOf(kBitRate * 10, kSeconds) * 8, kBitRate * (kSeconds + kReserveSeconds));
 }
 
+TEST_P(EveryVideoEncoder, KeyInterval_CountsFromTheKeyPictureBefore) {
+    const auto encoder = Make(320, 240);
+    ASSERT_NE(encoder, nullptr);
+    Picture picture = Page(320, 240);
+    std::vector<std::uint64_t> keys;
+    for (std::uint64_t slot = 0; slot < 6 * kRate; ++slot) {
+        if (slot == kRate) {
+            encoder->SetKeyInterval(std::chrono::seconds(4));
+        }
+        picture.Write({16, 48, 128, 40}, static_cast<std::uint32_t>(slot), {0, 90, 0});
+        const SharedPacket packet = encoder->Encode(picture.View(), SlotTime(slot, kRate), false);
+        ASSERT_NE(packet, nullptr) << slot;
+        if (packet->isKey) {
+            keys.push_back(slot);
+        }
+    }
+    EXPECT_EQ(keys, (std::vector<std::uint64_t>{0, 4 * kRate}));
+}
+
 TEST_P(EveryVideoEncoder, WrongSize_FailsAndTheNextPictureIsAKeyPicture) {
     const auto encoder = Make(320, 240);
     ASSERT_NE(encoder, nullptr);

@@ -27,6 +27,7 @@ public:
     const PictureFormat& Format() const noexcept override { return m_format; }
     SharedPacket Encode(const PictureView& picture, MediaTime time, bool key) override;
     void SetEffort(Effort effort) noexcept override { m_wantedEffort = effort; }
+    void SetKeyInterval(MediaTime interval) noexcept override { m_keyClock.SetInterval(interval); }
 
 private:
     H264Encoder(H264Library::Encoder encoder, const EncoderSettings& settings);

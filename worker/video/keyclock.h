@@ -5,21 +5,25 @@
 #pragma once
 
 #include "worker/packet.h"
+#include "worker/video/videoencoder.h"
 
+#include <atomic>
 #include <chrono>
 #include <optional>
 
 namespace kxvcr {
 
-/** While pictures change, there is a key picture every two seconds, so that a viewer can join or jump. */
+/** While pictures change, there is a key picture in every interval, so that a player can begin or jump there. */
 class KeyClock {
 public:
-    static constexpr MediaTime kInterval = std::chrono::seconds(2);
+    /** May be called from any thread. */
+    void SetInterval(MediaTime interval) noexcept { m_interval = interval; }
 
-    bool IsDue(MediaTime time) const noexcept { return !m_last || time - *m_last >= kInterval; }
+    bool IsDue(MediaTime time) const noexcept { return !m_last || time - *m_last >= m_interval.load(); }
     void Made(MediaTime time) noexcept { m_last = time; }
 
 private:
+    std::atomic<MediaTime> m_interval = kUsualKeyInterval;
     std::optional<MediaTime> m_last;
 };
 

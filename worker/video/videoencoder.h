@@ -6,6 +6,7 @@
 
 #include "worker/packet.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -40,6 +41,9 @@ enum class Effort : std::uint8_t {
     Camera, ///< the same without the search for screen content
 };
 
+/** How far key pictures are apart in a file, while pictures change. */
+inline constexpr MediaTime kUsualKeyInterval = std::chrono::seconds(2);
+
 /** What an encoder is made for. */
 struct EncoderSettings {
     std::uint32_t width = 0;
@@ -61,13 +65,16 @@ public:
      * Encodes one picture.
      * @param time when it is shown; above the time of the picture before
      * @param key whether it must be a key picture. The encoder makes others of its own accord: the first picture, one
-     *        at least every two seconds, and one wherever the pictures ask for it.
+     *        in each key interval, and one wherever the pictures ask for it.
      * @return null when it could not be encoded. The next picture is then a key picture.
      */
     virtual SharedPacket Encode(const PictureView& picture, MediaTime time, bool key) = 0;
 
     /** Changes the effort from the next picture on, without a break in the stream. Encoders that have one ignore it. */
     virtual void SetEffort(Effort effort) noexcept = 0;
+
+    /** Changes how far key pictures are apart at most, kUsualKeyInterval at first. May be called from any thread. */
+    virtual void SetKeyInterval(MediaTime interval) noexcept = 0;
 };
 
 } // namespace kxvcr

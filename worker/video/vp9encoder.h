@@ -27,6 +27,7 @@ public:
     const PictureFormat& Format() const noexcept override { return m_format; }
     SharedPacket Encode(const PictureView& picture, MediaTime time, bool key) override;
     void SetEffort(Effort) noexcept override {}
+    void SetKeyInterval(MediaTime interval) noexcept override { m_keyClock.SetInterval(interval); }
 
 private:
     struct ContextDeleter {
