@@ -4,6 +4,7 @@
 //   - the worker sends bytes that are not a frame, or a frame that only a host sends;
 //   - a write did not get through in time (the thread that wrote breaks the session);
 //   - the client is destroyed, which also ends the thread: mark, cancel, wait, free.
+// When the system refuses to listen, it is asked again after a pause, until the client is destroyed.
 #include "channel.h"
 #include "session.h"
 
@@ -19,6 +20,8 @@
 
 namespace ipcmessage {
 namespace {
+
+constexpr DWORD kListenPauseMs = 100; // between two attempts to listen; a worker tries for longer to connect
 
 class HostEnd {
 public:
@@ -36,7 +39,7 @@ private:
     using CallbackMap = std::map<std::uint32_t, std::shared_ptr<const IPCMessageCallback>>;
 
     void Run() noexcept;
-    bool AwaitWorker(HANDLE connected) noexcept;
+    bool AwaitWorker() noexcept;
     void ServeWorker() noexcept;
     void ReceiveAll(Session& session);
     bool Publish(const std::shared_ptr<Session>& session) noexcept;
@@ -45,6 +48,7 @@ private:
 
     FileHandle m_pipe;
     KernelHandle m_stopEvent;
+    KernelHandle m_connectedEvent;
     std::atomic<DWORD> m_libraryThreadId = 0;
 
     SlimLock m_sessionLock; // guards the next two
@@ -63,6 +67,7 @@ private:
 HostEnd::HostEnd(int moduleId) {
     try {
         m_stopEvent = MakeEvent();
+        m_connectedEvent = MakeEvent();
         m_pipe = CreateChannelPipe(ChannelName(GetCurrentProcessId(), moduleId));
         if (m_pipe) {
             m_thread = std::thread([this] { Run(); });
@@ -115,38 +120,34 @@ std::shared_ptr<Session> HostEnd::CurrentSession() noexcept {
 
 void HostEnd::Run() noexcept {
     m_libraryThreadId = GetCurrentThreadId();
-    try {
-        const KernelHandle connected = MakeEvent();
-        while (AwaitWorker(connected.Get())) {
-            if (IsPeerOwnWorker(m_pipe.Get())) {
-                ServeWorker();
-            }
-            DisconnectNamedPipe(m_pipe.Get());
+    DWORD pauseMs = 0;
+    while (WaitForSingleObject(m_stopEvent.Get(), pauseMs) != WAIT_OBJECT_0) {
+        const bool isConnected = AwaitWorker();
+        if (isConnected && IsPeerOwnWorker(m_pipe.Get())) {
+            ServeWorker();
         }
-    } catch (const std::exception&) {
-        // No event to listen with: the channel stays closed, and every send on it fails.
+        DisconnectNamedPipe(m_pipe.Get());
+        pauseMs = isConnected ? 0 : kListenPauseMs;
     }
 }
 
-// True when some process has connected; false when the client is being destroyed or the pipe fails for good.
-bool HostEnd::AwaitWorker(HANDLE connected) noexcept {
+// True when some process has connected; false when the client is being destroyed or the system refuses to listen.
+bool HostEnd::AwaitWorker() noexcept {
     OVERLAPPED io{};
-    io.hEvent = connected;
+    io.hEvent = m_connectedEvent.Get();
     const DWORD error = ConnectNamedPipe(m_pipe.Get(), &io) ? ERROR_SUCCESS : GetLastError();
     if (error == ERROR_PIPE_CONNECTED || error == ERROR_NO_DATA) {
-        return WaitForSingleObject(m_stopEvent.Get(), 0) == WAIT_TIMEOUT;
+        return true;
     }
     if (error != ERROR_IO_PENDING && error != ERROR_SUCCESS) {
         return false;
     }
-    const HANDLE handles[] = {m_stopEvent.Get(), connected};
-    const bool isStopped = WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0 + 1;
-    if (isStopped) {
+    const HANDLE handles[] = {m_stopEvent.Get(), m_connectedEvent.Get()};
+    if (WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0 + 1) {
         CancelIoEx(m_pipe.Get(), &io);
     }
     DWORD ignored = 0;
-    GetOverlappedResult(m_pipe.Get(), &io, &ignored, TRUE);
-    return !isStopped;
+    return GetOverlappedResult(m_pipe.Get(), &io, &ignored, TRUE) != FALSE;
 }
 
 void HostEnd::ServeWorker() noexcept {

@@ -141,40 +141,92 @@ TEST(IPCMessageFault, NoThread_NoChannelUntilTheNextClient) {
     ExpectNoChannel<StartThreadHook>(ThreadDoesNotStart);
 }
 
-// The library's thread ends then: what is left is a client on which every send fails.
-TEST(IPCMessageFault, PipeThatCannotListen_SendsFailUntilTheNextClient) {
-    using ConnectHook = KernelHook<"ConnectNamedPipe", decltype(ConnectNamedPipe)>;
-    {
-        const ConnectHook hook(Fails(FALSE), Channel());
-        {
-            Host host;
-            EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
-        }
-        EXPECT_EQ(hook.Calls(), 1);
-    }
+TEST(IPCMessageFault, NoEventToListenWith_NoChannelUntilTheNextClient) {
+    ExpectNoChannel<CreateEventHook>(EventFails(2));
+}
+
+// --- listening
+
+using ConnectHook = KernelHook<"ConnectNamedPipe", decltype(ConnectNamedPipe)>;
+using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)>;
+using WaitManyHook = KernelHook<"WaitForMultipleObjects", decltype(WaitForMultipleObjects)>;
+using ResultHook = KernelHook<"GetOverlappedResult", decltype(GetOverlappedResult)>;
+
+// Sends fail while the system refuses, and the same channel serves the worker that comes afterwards.
+template <class Hook>
+void ExpectListeningTriedAgain(typename Hook::Callable fault) {
+    constexpr int kRefusals = 2;
+    const Signal refused;
+    std::atomic<int> refusals = 0;
+    const Hook hook(
+        [&](auto&&... arguments) {
+            if (refusals == kRefusals) {
+                refused.Set();
+                return Hook::Original(arguments...);
+            }
+            ++refusals;
+            return fault(arguments...);
+        },
+        Channel());
     Host host;
+    EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
+    ASSERT_TRUE(refused.Wait());
     ExpectNextWorkerServed(host);
+}
+
+TEST(IPCMessageFault, PipeThatCannotListen_TriedAgain) {
+    ExpectListeningTriedAgain<ConnectHook>(Fails(FALSE));
+}
+
+TEST(IPCMessageFault, ListeningThatCannotWait_TriedAgain) {
+    ExpectListeningTriedAgain<WaitManyHook>(Fails(DWORD{WAIT_FAILED}));
+}
+
+TEST(IPCMessageFault, DestroyedBetweenTwoAttemptsToListen_EndsThePause) {
+    const ConnectHook refusal(Fails(FALSE), Channel());
+    const Signal pauses;
+    std::atomic<DWORD> pauseMs = 0;
+    const WaitHook wait(
+        [&](HANDLE handle, DWORD timeoutMs) {
+            if (timeoutMs == 0) {
+                return WaitHook::Original(handle, timeoutMs);
+            }
+            pauseMs = timeoutMs;
+            pauses.Set();
+            return WaitHook::Original(handle, INFINITE);
+        },
+        Channel());
+    {
+        const Host host;
+        EXPECT_TRUE(pauses.Wait());
+    }
+    EXPECT_EQ(pauseMs, 100u);
+    EXPECT_EQ(refusal.Calls(), 1);
+}
+
+// What the system says of the listening counts, not that it has ended.
+TEST(IPCMessageFault, ListeningThatFails_WorkerDroppedAndNextServed) {
+    ExpectWorkerDropped<ResultHook>([](HANDLE pipe, OVERLAPPED* io, DWORD* transferred, BOOL waits) {
+        const BOOL isDone = ResultHook::Original(pipe, io, transferred, waits);
+        return *transferred == 0 ? FALSE : isDone;
+    });
 }
 
 // The system writes into the channel's memory until the operation has ended.
 TEST(IPCMessageFault, ListeningThatIsCancelled_IsWaitedFor) {
-    using ResultHook = KernelHook<"GetOverlappedResult", decltype(GetOverlappedResult)>;
-    const ResultHook hook([](auto&&... arguments) { return ResultHook::Original(arguments...); }, Channel());
-    { const Host host; }
-    EXPECT_EQ(hook.Calls(), 1);
-}
-
-TEST(IPCMessageFault, NoEventToListenWith_SendsFailUntilTheNextClient) {
+    const Signal listens;
+    const WaitManyHook wait(
+        [&](auto&&... arguments) {
+            listens.Set();
+            return WaitManyHook::Original(arguments...);
+        },
+        Channel());
+    const ResultHook result([](auto&&... arguments) { return ResultHook::Original(arguments...); }, Channel());
     {
-        const CreateEventHook hook(EventFails(2), Channel());
-        {
-            Host host;
-            EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
-        }
-        EXPECT_EQ(hook.Calls(), 2);
+        const Host host;
+        EXPECT_TRUE(listens.Wait());
     }
-    Host host;
-    ExpectNextWorkerServed(host);
+    EXPECT_EQ(result.Calls(), 1);
 }
 
 // The connection needs three: for its reads, its writes and its end.
@@ -233,9 +285,11 @@ TEST(IPCMessageFault, ReadThatDoesNotStart_WorkerDroppedAndNextServed) {
 }
 
 TEST(IPCMessageFault, ReadThatFails_WorkerDroppedAndNextServed) {
-    using ResultHook = KernelHook<"GetOverlappedResult", decltype(GetOverlappedResult)>;
-    ExpectWorkerDropped<ResultHook>([](auto&&... arguments) {
-        ResultHook::Original(arguments...); // the read has ended when it fails
+    ExpectWorkerDropped<ResultHook>([](HANDLE pipe, OVERLAPPED* io, DWORD* transferred, BOOL waits) {
+        const BOOL isDone = ResultHook::Original(pipe, io, transferred, waits); // the read has ended when it fails
+        if (*transferred == 0) {
+            return isDone; // of the listening
+        }
         SetLastError(ERROR_NO_SYSTEM_RESOURCES);
         return FALSE;
     });
@@ -256,28 +310,14 @@ TEST(IPCMessageFault, WriteThatDoesNotStart_SendFailsAndNextWorkerServed) {
 
 // --- what is waited for
 
-using WaitManyHook = KernelHook<"WaitForMultipleObjects", decltype(WaitForMultipleObjects)>;
-
-// The @p failing-th wait, counted from 1, fails. The channel waits for a worker first, then for the worker's bytes.
-WaitManyHook::Callable WaitFails(int failing) {
-    return [failing, made = std::make_shared<std::atomic<int>>(0)](auto&&... arguments) -> DWORD {
-        return ++*made == failing ? WAIT_FAILED : WaitManyHook::Original(arguments...);
-    };
-}
-
-TEST(IPCMessageFault, ListeningThatCannotWait_SendsFailUntilTheNextClient) {
-    {
-        const WaitManyHook hook(WaitFails(1), Channel());
-        Host host;
-        const Child worker("ipcworker.exe", "connect 0");
-        EXPECT_EQ(Ask(host.client, kEchoPayload, "x"), "(failed)");
-    }
-    Host host;
-    ExpectNextWorkerServed(host);
-}
-
 TEST(IPCMessageFault, ReadThatCannotWait_WorkerDroppedAndNextServed) {
-    const WaitManyHook hook(WaitFails(2), Channel());
+    std::atomic<int> waits = 0;
+    const WaitManyHook hook(
+        [&](auto&&... arguments) -> DWORD {
+            constexpr int kOfTheRead = 2; // behind the one for a worker
+            return ++waits == kOfTheRead ? WAIT_FAILED : WaitManyHook::Original(arguments...);
+        },
+        Channel());
     Host host;
     const Child peer("ipcpeer.exe", "open 0 closed");
     EXPECT_EQ(peer.ExitCode(), 0u);
@@ -285,7 +325,6 @@ TEST(IPCMessageFault, ReadThatCannotWait_WorkerDroppedAndNextServed) {
 }
 
 TEST(IPCMessageFault, WorkerThatCannotBeWaitedFor_DroppedAndNextServed) {
-    using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)>;
     ExpectWorkerDropped<WaitHook>([](HANDLE handle, DWORD timeoutMs) {
         return GetProcessId(handle) != 0 ? WAIT_FAILED : WaitHook::Original(handle, timeoutMs);
     });
@@ -477,7 +516,6 @@ TEST(IPCMessageFault, PipeThatDoesNotTellItsServer_ConnectGivesTheCodeUntilItDoe
 }
 
 TEST(IPCMessageFault, ParentThatEndsBeforeItsChannelIsThere_ConnectGivesNotFoundAfterOnePause) {
-    using WaitHook = KernelHook<"WaitForSingleObject", decltype(WaitForSingleObject)>;
     const OwnParent ownParent;
     std::vector<DWORD> pauses;
     const WaitHook hook(
