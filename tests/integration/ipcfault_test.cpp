@@ -332,9 +332,21 @@ TEST(IPCMessageFault, WorkerThatCannotBeWaitedFor_DroppedAndNextServed) {
 
 TEST(IPCMessageFault, ReadThatCannotBeCancelled_IsWaitedForUntilTheWorkerGoes) {
     using CancelHook = KernelHook<"CancelIoEx", decltype(CancelIoEx)>;
+    using ReadHook = KernelHook<"ReadFile", decltype(ReadFile)>;
     auto host = std::make_unique<Host>();
+    // The worker is silent behind its notice. A client that is destroyed before it reads on cancels its listening
+    // first, which no worker would end.
+    const Signal readsOn;
+    const ReadHook read(
+        [&, ready = &host->ready](auto&&... arguments) {
+            if (ready->Wait(0)) {
+                readsOn.Set();
+            }
+            return ReadHook::Original(arguments...);
+        },
+        Channel());
     const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(host->ready.Wait());
+    ASSERT_TRUE(readsOn.Wait());
     {
         const Signal refused;
         std::atomic<int> calls = 0;

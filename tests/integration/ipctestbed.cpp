@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <span>
 
 namespace kxtest {
@@ -79,10 +80,10 @@ std::string Ask(IPCMessageClient& client, std::uint32_t messageId, std::string p
 }
 
 void ExpectNextWorkerServed(Host& host) {
-    Signal ready;
-    host.client.RegisterMessageCallback(kReadyNotice, [&](TagIPCMessageItem&) { ready.Set(); });
+    const auto ready = std::make_shared<Signal>(); // the callback's too: it stays registered when the test has failed
+    host.client.RegisterMessageCallback(kReadyNotice, [ready](TagIPCMessageItem&) { ready->Set(); });
     const Child worker("ipcworker.exe", "serve");
-    ASSERT_TRUE(ready.Wait());
+    ASSERT_TRUE(ready->Wait());
     EXPECT_EQ(Ask(host.client, kEchoPayload, "still here"), "still here");
     host.client.UnRegisterMessageCallbackAll();
 }
