@@ -1,7 +1,6 @@
 // clapper.exe: claps once a second, as a film's clapper does: the screen flashes white, and a click is heard with it.
-// In between the screen is black and a tone is heard.
+// In between the screen is black and nothing is heard.
 //
-//   tone    440 Hz at a tenth of full scale
 //   click   5 ms of 3 kHz near full scale, at each whole second of the sound
 //   flash   100 ms
 //
@@ -48,10 +47,8 @@ std::int64_t PerSecond() {
 
 float SampleAt(std::uint64_t frame) {
     constexpr double kTurn = 2 * std::numbers::pi / kRate;
-    const double tone = 0.1 * std::sin(kTurn * 440 * static_cast<double>(frame % kRate));
     const std::uint64_t since = frame % kRate;
-    const double click = since < kClickFrames ? 0.8 * std::sin(kTurn * 3000 * static_cast<double>(since)) : 0;
-    return static_cast<float>(tone + click);
+    return since < kClickFrames ? static_cast<float>(0.8 * std::sin(kTurn * 3000 * static_cast<double>(since))) : 0.0F;
 }
 
 struct Output {

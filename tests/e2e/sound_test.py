@@ -1,5 +1,6 @@
-"""Sound through the system: a clapper that flashes and clicks once a second plays on a sink that goes nowhere, and the
-recording is made from that sink's monitor. Read back: frequency, level, gaps, and how far flash and click are apart."""
+"""Sound through the system: a tone, and a clapper that flashes and clicks once a second, play on a sink that goes
+nowhere, and the recording is made from that sink's monitor. Read back: frequency, level, gaps, and how far flash and
+click are apart."""
 
 import array
 import json
@@ -17,6 +18,7 @@ from stage import WINE_RUN, wait_until
 RATE = 48_000
 TONE_HZ = 440
 TONE = 0.1  # of full scale
+TONE_VOLUME = 0.2  # the sound server's tone has half of full scale
 SECONDS = 5
 WINDOW = RATE // 50
 FORMATS = (("mp4", "h264", "aac"), ("mkv", "h264", "aac"), ("webm", "vp9", "opus"))
@@ -30,7 +32,8 @@ LIVE_BYTES = 100_000
 
 
 class Sounds:
-    """A sound server of its own with one sink that goes nowhere."""
+    """A sound server of its own with one sink that goes nowhere. The tone that plays on it is the server's own: another
+    program's would have gaps when the machine is busy."""
 
     def __init__(self):
         self._folder = tempfile.TemporaryDirectory(prefix="kxsound")
@@ -39,10 +42,14 @@ class Sounds:
         self._server = subprocess.Popen(
             ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
              f"--load=module-native-protocol-unix auth-anonymous=1 socket={self._socket}",
-             f"--load=module-null-sink sink_name={SINK} rate={RATE} sink_properties=device.description={SINK}"],
+             f"--load=module-null-sink sink_name={SINK} rate={RATE} sink_properties=device.description={SINK}",
+             f"--load=module-sine sink={SINK} frequency={TONE_HZ}"],
             env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.environ["PULSE_SERVER"] = f"unix:{self._socket}"
         wait_until(lambda: os.path.exists(self._socket), START_LIMIT_S, "the sound server's start")
+        environment["PULSE_SERVER"] = os.environ["PULSE_SERVER"]
+        subprocess.run(["pactl", "set-sink-input-volume", "0", str(TONE_VOLUME)], env=environment, check=True,
+                       timeout=START_LIMIT_S)
 
     def close(self):
         del os.environ["PULSE_SERVER"]
