@@ -152,6 +152,18 @@ TEST_F(SoundMixerTest, DeviceThatGivesSound_IsReadyWhenItGaveIt) {
     EXPECT_GT(m_mixer->Ready(Ticks(m_now)), FrameAt(std::chrono::milliseconds(980)));
 }
 
+// A busy system looks at the devices late; they have kept what they heard.
+TEST_F(SoundMixerTest, LookThatComesLate_LeavesNoGap) {
+    Add(L"one", {{0, 100, kStereo, 400}});
+    Start();
+    Run(1);
+    m_now += 0.8;
+    Run(3);
+    for (double from = 0.5; from < 2.5; from += 0.01) {
+        EXPECT_GT(Level(Heard(from, from + 0.01)), 0.15) << "at " << from << " s";
+    }
+}
+
 TEST_F(SoundMixerTest, DeviceThatIsLost_IsSilentAndComesBackAsAnother) {
     Add(L"the microphone", {{0, 2, kStereo, 400}, {4.5, 100, kOtherDevice, 1000}});
     Start();
