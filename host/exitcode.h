@@ -53,7 +53,7 @@ inline constexpr ExitMeaning kExits[] = {
     {Exit::LiveRefused, "the worker refused to serve the live view"},
     {Exit::ReplayRefused, "the worker refused to keep a replay"},
     {Exit::NotARecording, "the file exists and is not a recording"},
-    {Exit::FileCutShort, "the file was closed early: the disk was full"},
+    {Exit::FileCutShort, "the file was closed early: it could not be written any further"},
     {Exit::NotStarted, "the worker could not be started"},
     {Exit::WorkerFailed, "the worker reported a failure at its end"},
     {Exit::NoWindow, "no window, or more than one, goes with --window"},

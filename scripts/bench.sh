@@ -18,7 +18,7 @@ with its quartiles, and the medians of both times. Arguments go to each program:
 
   --write    puts the whole table into docs/performance.md as well, in place of the one that is there
   --growth   measures how the times grow with sizes instead, and draws the plots in docs/performance/
-  --ffmpeg   compares the worker with ffmpeg on the same display instead (benchmarks/compare_ffmpeg.py --help)
+  --ffmpeg   compares the worker with ffmpeg on the same display instead (--ffmpeg --help)
 HELP
 }
 
