@@ -24,14 +24,14 @@ namespace KxScreenRecord {
  * meaning and answers bad values with a negative result (docs/worker-protocol.md).
  */
 struct ScreenRecordParam {
-    std::int32_t left = 0;             ///< left edge of the captured rectangle, in screen pixels
-    std::int32_t top = 0;              ///< top edge of the captured rectangle, in screen pixels
-    std::uint32_t width = 0;           ///< width in pixels; 0 together with height 0 is the whole screen or monitor
-    std::uint32_t height = 0;          ///< height in pixels; 0 together with width 0 is the whole screen or monitor
+    std::int32_t left = 0;             ///< left edge of the rectangle, in physical pixels of the virtual screen
+    std::int32_t top = 0;              ///< top edge of the rectangle, in physical pixels of the virtual screen
+    std::uint32_t width = 0;           ///< in pixels; left, top, width and height 0: the whole screen or monitor
+    std::uint32_t height = 0;          ///< in pixels
     std::uint32_t framesPerSecond = 0; ///< 1 to 60; 0 is the worker's default, 30
     std::uint32_t quality = 0;         ///< 1 to 100; 0 is the worker's default, 80
     std::uint32_t drawCursor = 0;      ///< 1 draws the mouse pointer into the picture, 0 leaves it out
-    std::uint32_t monitor = 0;         ///< 0 is the whole virtual screen, 1 the first monitor, 2 the second...
+    std::uint32_t monitor = 0;         ///< 0 the whole virtual screen, 1 the primary monitor, 2 and up the others
     std::uint32_t bitRate = 0;         ///< the most kilobits a second; 0 is a default that grows with the picture
     std::uint32_t streams = 0;         ///< flags kStream... of sdk/vcr/workerprotocol.h; 0 is pictures without sound
     std::uint32_t window = 0;          ///< low 32 bits of a window's handle; 0 is no window but the screen
@@ -42,7 +42,7 @@ static_assert(sizeof(ScreenRecordParam) == 44);
 struct LiveServerParam {
     std::uint32_t port = 0;       ///< TCP port to listen on, up to 65535; 0 lets the system choose
     std::uint32_t maxClients = 0; ///< viewers served at the same time, up to 64; 0 is the worker's default, 8
-    std::uint32_t listenOnAllInterfaces = 0; ///< 0 binds to loopback only, 1 to every interface
+    std::uint32_t listenOnAllInterfaces = 0; ///< 0 binds to loopback only, 1 to every IPv4 interface
     std::uint8_t key[16] = {};               ///< the server's address has it as 32 hexadecimal digits; all 0: no key
     std::uint32_t reserved[3] = {};          ///< 0
 };
@@ -84,10 +84,9 @@ enum class RunStatus : std::int32_t {
  * during a command is not overwritten by that command's success; the command still returns what the worker answered. A
  * call that comes back when a later run has begun changes nothing of that run.
  *
- * Codes returned by the process-control members are Windows error
- * codes: 0 success, 170 (ERROR_BUSY), 191 (ERROR_INVALID_EXE_SIGNATURE: the worker failed verification),
- * 258 (WAIT_TIMEOUT), or a code of the system or the worker's exit code. Time-outs are in milliseconds;
- * INFINITE (0xFFFFFFFF) waits without limit.
+ * The process-control members return 0 for success, 170 (ERROR_BUSY), 191 (ERROR_INVALID_EXE_SIGNATURE: the worker
+ * failed verification), 258 (WAIT_TIMEOUT), another error code of the system, or the worker's exit code. Time-outs are
+ * in milliseconds; INFINITE (0xFFFFFFFF) waits without limit.
  */
 class KXSCREENRECORD_API ScreenRecordProxy {
 public:
@@ -123,9 +122,10 @@ public:
      * @return 0; 170 when a worker is known already; 191 when the worker fails verification; 258 when it did not
      *         get ready in time (it is then ended with exit code 21); the worker's exit code when it ended first;
      *         or the system's error code. A worker that ends with exit code 0 before it is ready gives 0 too, although
-     *         there is no worker then: the record mode, 0 instead of 1, tells the difference. After a failure
-     * RunProcess may be called again. Nothing runs then, but for one case: when the system refuses the monitor thread
-     * the worker runs on, until KillProcess.
+     *         there is no worker then: the record mode, 0 instead of 1, tells the difference.
+     *
+     * After a failure RunProcess may be called again. Nothing runs then, but for one case: when the system refuses the
+     * monitor thread, the worker runs on until KillProcess.
      */
     unsigned long RunProcess(unsigned long timeoutMs);
 
@@ -168,7 +168,10 @@ public:
      */
     bool StartLiveServer(const LiveServerParam& param, unsigned int timeoutMs, int& result);
 
-    /** Tells the worker to finish and end. Does not wait: call WaitLiveProcessEnd for that. */
+    /**
+     * Tells the worker to finish and end, when one is known and has not been told yet. Does not wait for its end:
+     * WaitLiveProcessEnd does. A worker that does not read its channel holds the call up for two seconds at most.
+     */
     void Stop();
 
     ScreenRecordProxy(const ScreenRecordProxy&) = delete;

@@ -324,7 +324,7 @@ public:
      * - WMI, "ROOT\CIMV2", Win32_BIOS, SerialNumber, of any length, when the registry has none. The answer is written
      *   to that registry value.
      * @return "21111111111111111111" when the source yields nothing or memory runs out, which is not kept: the next
-     * call asks again. An empty string only when memory has run out for a second call as well.
+     *         call asks again. An empty string only when memory has run out for a second call as well.
      */
     static std::string GetDeviceId() noexcept;
 

@@ -195,8 +195,11 @@ public:
      */
     unsigned long Connect(unsigned int timeoutMs);
 
-    /** Sends a notice to the host, as IPCMessageClient::PostIPCMessage does. @return whether it was handed to the
-     * system */
+    /**
+     * Sends a notice to the host. Waits kIPCWriteLimitMs at most; the connection is dropped when the host has not taken
+     * the notice by then.
+     * @return whether the notice was handed to the system
+     */
     bool PostIPCMessage(const TagIPCMessageItem& message);
 
 private:
