@@ -3,6 +3,7 @@
 #include "host/infotable.h"
 
 #include "agreementsign.h"
+#include "common/hex.h"
 #include "common/win/utf8.h"
 #include "host/folders.h"
 #include "systemenvironment.h"
@@ -113,11 +114,9 @@ Answer SettingBytes(const Text& name) {
     while (size > 1 && bytes[size - 1] == 0) {
         --size;
     }
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
     Text digits;
     for (std::size_t i = 0; i < size; ++i) {
-        digits += kDigits[bytes[i] >> 4];
-        digits += kDigits[bytes[i] & 15];
+        kx::AppendHex(digits, bytes[i]);
     }
     return Wide(digits);
 }

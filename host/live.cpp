@@ -1,6 +1,7 @@
 // One live view, from the start of the worker to its end.
 #include "host/live.h"
 
+#include "common/hex.h"
 #include "host/stopsignal.h"
 
 #include <windows.h>
@@ -34,14 +35,12 @@ void MakeKey(LiveServerParam& server) {
 }
 
 std::wstring Url(const std::wstring& host, int port, const LiveServerParam& server) {
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
     std::wstring url = L"http://" + host + L":" + std::to_wstring(port) + L"/";
     if (std::ranges::all_of(server.key, [](std::uint8_t byte) { return byte == 0; })) {
         return url;
     }
     for (const std::uint8_t byte : server.key) {
-        url += kDigits[byte >> 4];
-        url += kDigits[byte & 15];
+        kx::AppendHex(url, byte);
     }
     return url + L"/";
 }

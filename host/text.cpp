@@ -1,13 +1,14 @@
 // Texts as the host prints them.
 #include "host/text.h"
 
+#include "common/hex.h"
+
 #include <cwchar>
 #include <iterator>
 
 namespace kxrecord {
 
 std::wstring Printable(std::wstring_view text) {
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
     std::wstring printable;
     for (const wchar_t character : text) {
         if (character >= 0x20 && (character < 0x7f || character > 0x9f)) {
@@ -15,8 +16,7 @@ std::wstring Printable(std::wstring_view text) {
             continue;
         }
         printable += L"\\x";
-        printable += kDigits[character >> 4];
-        printable += kDigits[character & 15];
+        kx::AppendHex(printable, static_cast<std::uint8_t>(character)); // all of them lie below 0x100
     }
     return printable;
 }

@@ -1,6 +1,7 @@
 // Whether a file exists, and the SHA-256 of its bytes.
 #include "sdk/util/file.h"
 
+#include "common/hex.h"
 #include "filereader.h"
 #include "outofmemory.h"
 
@@ -9,7 +10,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 namespace DE {
@@ -31,12 +31,10 @@ namespace {
 constexpr size_t kBlockBytes = size_t{256} * 1024;
 
 std::string ToHex(const std::vector<std::uint8_t>& digest) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
     std::string text;
     text.reserve(2 * digest.size());
     for (const std::uint8_t byte : digest) {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 15]);
+        kx::AppendHex(text, byte);
     }
     return text;
 }

@@ -2,9 +2,10 @@
 // of a file that was cut short are right.
 #include "worker/file/mp4writer.h"
 
+#include "worker/file/attempt.h"
+
 #include <algorithm>
 #include <array>
-#include <new>
 #include <span>
 #include <utility>
 
@@ -21,16 +22,6 @@ constexpr std::int64_t kSoundTolerance = 2;                  // samples by which
 
 // The free space that becomes the head of an mdat box.
 constexpr std::array<std::byte, mp4::kWideBoxHeadSize - mp4::kBoxHeadSize> kSwitchSpace{};
-
-// Runs @p step; memory that is refused is a failure like a write that is.
-template <class Step>
-bool Attempt(Step step) {
-    try {
-        return step();
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
 
 } // namespace
 

@@ -3,6 +3,8 @@
 // see.
 #include "worker/live/jpegfeed.h"
 
+#include "worker/live/livetick.h"
+
 #include "sdk/util/logtool.h"
 
 #include <log4cplus/loggingmacros.h>
@@ -24,8 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kSilence(900); // a little less than from tick to tick
-constexpr unsigned kMostTicks = 3;    // that somebody waits for a single picture: two seconds at least
+constexpr unsigned kMostTicks = 3; // that somebody waits for a single picture: two seconds at least
 
 void Append(std::vector<std::byte>& bytes, std::string_view text) {
     std::ranges::copy(std::as_bytes(std::span(text)), std::back_inserter(bytes));
@@ -77,7 +78,7 @@ public:
     /** The newest picture was made while the viewer waited, so it is what the viewer gets, even if there is a newer. */
     void Offer() noexcept { m_isOffered = m_isWaiting; }
 
-    void Tick() { m_isSilenceOver = Clock::now() - m_sent >= kSilence; }
+    void Tick() { m_isSilenceOver = Clock::now() - m_sent >= kLiveSilence; }
 
 private:
     SharedBytes Send() {

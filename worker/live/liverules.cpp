@@ -1,6 +1,8 @@
 // Whom the live server answers.
 #include "worker/live/liverules.h"
 
+#include "common/hex.h"
+
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
@@ -15,7 +17,6 @@ namespace kxvcr {
 namespace {
 
 constexpr std::string_view kScheme = "http://";
-constexpr char kDigits[] = "0123456789abcdef";
 
 char Lower(char letter) noexcept {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
@@ -89,8 +90,7 @@ std::string KeyPath(const std::optional<LiveKey>& key) {
     if (key) {
         path.push_back('/');
         for (const std::uint8_t byte : *key) {
-            path += kDigits[byte >> 4];
-            path += kDigits[byte & 15];
+            kx::AppendHex(path, byte);
         }
     }
     return path;

@@ -8,6 +8,7 @@
 #include "worker/live/lastsecond.h"
 #include "worker/live/livepage.h"
 #include "worker/live/liverules.h"
+#include "worker/live/livetick.h"
 #include "worker/live/packetinbox.h"
 #include "worker/live/videofeed.h"
 
@@ -35,8 +36,6 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 using Exchange = std::shared_ptr<HttpExchange>;
-
-constexpr milliseconds kTick(1000);
 
 enum class Status : unsigned {
     Ok = 200,
@@ -181,7 +180,7 @@ private:
     }
 
     void Tick() {
-        m_http.After(kTick, [this] { Tick(); });
+        m_http.After(kLiveTick, [this] { Tick(); });
         m_video.Tick();
         m_jpeg.Tick();
         m_http.WakeBodies();

@@ -2,9 +2,12 @@
 // a key picture, for which the encoder is asked once a second at most, however many viewers come and go.
 #include "worker/live/videofeed.h"
 
+#include "common/hex.h"
 #include "worker/file/mp4fragment.h"
+#include "worker/live/livetick.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -17,23 +20,17 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kKeyInterval(1000);
-constexpr milliseconds kSilence(900); // a little less than from tick to tick
 constexpr std::string_view kEmptyBox("\0\0\0\x08"
                                      "free",
                                      8); // what a viewer skips
-
-void AppendHex(std::string& text, std::byte byte) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
-    text += kDigits[std::to_integer<unsigned>(byte) & 15];
-}
 
 } // namespace
 
 std::string VideoType(const StreamFormat& format) {
     std::string type = "video/mp4; codecs=\"avc1.";
     for (std::size_t i = 1; i < 4 && i < format.picture.decoderConfig.size(); ++i) {
-        AppendHex(type, format.picture.decoderConfig[i]); // profile, its constraints and level
+        // Profile, its constraints and level.
+        kx::AppendHex(type, std::to_integer<std::uint8_t>(format.picture.decoderConfig[i]));
     }
     if (format.sound) {
         type += format.sound->codec == Codec::Opus ? ",opus" : ",mp4a.40.2";
@@ -69,7 +66,7 @@ public:
         return std::exchange(m_isSilenceOver, false) ? Sent(BytesOf(kEmptyBox)) : nullptr;
     }
 
-    void Tick() { m_isSilenceOver = Clock::now() - m_sent >= kSilence; }
+    void Tick() { m_isSilenceOver = Clock::now() - m_sent >= kLiveSilence; }
 
     FragmentQueue& Queue() noexcept { return m_queue; }
 
