@@ -26,7 +26,6 @@ namespace {
 using bench::Scene;
 
 constexpr std::uint32_t kRate = 30;
-constexpr std::size_t kBytesPerPixel = 4;
 
 // A bitmap that scenes are drawn into.
 class Canvas {

@@ -9,8 +9,6 @@ namespace kxvcr::test {
 
 namespace {
 
-constexpr std::size_t kBytesPerPixel = 4;
-
 struct Parts {
     double red;
     double blue;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "worker/capture/gdi.h"
+#include "worker/video/videoencoder.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,9 +13,7 @@
 
 namespace kxvcr {
 
-inline constexpr std::size_t kBytesPerPixel = 4;
-
-/** A bitmap in memory: rows from top to bottom without gaps, four bytes (blue, green, red, unused) a pixel. */
+/** A bitmap in memory: rows from top to bottom without gaps, kBytesPerPixel bytes a pixel. */
 class PictureBuffer {
 public:
     PictureBuffer() = default;

@@ -13,7 +13,6 @@ namespace kxvcr {
 
 namespace {
 
-constexpr std::size_t kBytesPerPixel = 4;
 constexpr std::uint32_t kColumnsAtOnce = 16;
 constexpr std::size_t kRowAlignment = 32;
 

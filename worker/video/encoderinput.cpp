@@ -11,7 +11,6 @@ namespace kxvcr {
 
 namespace {
 
-constexpr std::size_t kBytesPerPixel = 4;
 constexpr std::uint32_t kBlockSide = 16;
 
 struct Size {

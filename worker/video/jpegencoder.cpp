@@ -1,13 +1,9 @@
 // Encodes pictures as JPEG with libjpeg-turbo's own interface, into one block that is large enough for any picture.
 #include "worker/video/jpegencoder.h"
 
+#include "worker/video/videoencoder.h"
+
 namespace kxvcr {
-
-namespace {
-
-constexpr std::size_t kBytesPerPixel = 4;
-
-} // namespace
 
 JpegEncoder::JpegEncoder(std::uint32_t width, std::uint32_t height, std::uint32_t quality)
     : m_width(width),

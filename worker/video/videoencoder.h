@@ -23,9 +23,11 @@ struct PictureRect {
     friend bool operator==(const PictureRect&, const PictureRect&) = default;
 };
 
-/** A captured picture, borrowed: rows from top to bottom, four bytes (blue, green, red, unused) a pixel. */
+inline constexpr std::size_t kBytesPerPixel = 4; ///< of captured pictures: blue, green, red, unused
+
+/** A captured picture, borrowed: rows from top to bottom. */
 struct PictureView {
-    std::span<const std::byte> pixels; ///< at least (height - 1) * stride + width * 4 bytes
+    std::span<const std::byte> pixels; ///< at least (height - 1) * stride + width * kBytesPerPixel bytes
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     std::size_t stride = 0; ///< bytes from one row to the next
