@@ -89,10 +89,9 @@ const kxvcr::ExitCodeMeaning* WorkerMeaning(unsigned long code) {
     return found == std::end(kxvcr::kExitCodes) ? nullptr : found;
 }
 
-// Bit 29 tells the worker's own codes from the system's; below it a number at the start may be either's.
+// Without the bit a number at the start may be the system's or the worker's, and the system's is likelier.
 std::wstring Meaning(Stage stage, unsigned long code) {
-    constexpr unsigned long kWorkersOwn = 0x20000000;
-    if (stage == Stage::Start && (code & kWorkersOwn) == 0) {
+    if (stage == Stage::Start && (code & kxvcr::kEarlyExitBit) == 0) {
         return SystemText(code);
     }
     const kxvcr::ExitCodeMeaning* const row = WorkerMeaning(code);

@@ -20,14 +20,13 @@ using nlohmann::ordered_json;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kProgressInterval{1000};
-constexpr double kMediaTicksPerSecond = 1e7; ///< 100 ns
 
 double Seconds(milliseconds time) {
     return static_cast<double>(time.count()) / 1000;
 }
 
 double MediaSeconds(std::int64_t time) {
-    return static_cast<double>(time) / kMediaTicksPerSecond;
+    return static_cast<double>(time) / kxvcr::kRecordingTicksPerSecond;
 }
 
 ordered_json Event(const char* name) {

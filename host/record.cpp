@@ -48,8 +48,8 @@ bool EndsIn(std::wstring_view file, std::wstring_view ending) {
 }
 
 milliseconds FromMediaTime(std::int64_t time) {
-    return std::chrono::duration_cast<milliseconds>(
-        std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>(time));
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, kxvcr::kRecordingTicksPerSecond>>;
+    return std::chrono::duration_cast<milliseconds>(Ticks(time));
 }
 
 // Whoever interrupts while the worker starts has nothing recorded, and keeps the file that would be replaced.

@@ -2,6 +2,7 @@
 #include "host/windowlist.h"
 
 #include "common/win/handle.h"
+#include "common/win/modulepath.h"
 #include "common/win/toplevelwindow.h"
 #include "host/text.h"
 
@@ -33,13 +34,13 @@ std::wstring ProgramOf(HWND window) {
     DWORD id = 0;
     GetWindowThreadProcessId(window, &id);
     const kx::KernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
-    wchar_t path[32768] = {};
-    auto size = static_cast<DWORD>(std::size(path));
-    if (!process || !QueryFullProcessImageNameW(process.Get(), 0, path, &size)) {
+    std::wstring path(kx::kLongestPath, L'\0');
+    auto size = static_cast<DWORD>(path.size());
+    if (!process || !QueryFullProcessImageNameW(process.Get(), 0, path.data(), &size)) {
         return {};
     }
-    const std::wstring_view name(path, size);
-    return std::wstring(name.substr(name.rfind(L'\\') + 1)); // all of it when there is no separator
+    path.resize(size);
+    return path.substr(path.rfind(L'\\') + 1); // all of it when there is no separator
 }
 
 std::optional<WindowInfo> InfoOf(HWND window, HWND console) {

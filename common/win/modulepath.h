@@ -12,13 +12,14 @@
 
 namespace kx {
 
+inline constexpr std::size_t kLongestPath = 32768; ///< characters that a Windows path can have, with its zero
+
 /**
  * The full path of the file from which @p module was loaded; null stands for the program of the process.
  * @return nothing when the system does not tell; GetLastError has the reason
  * @throws std::bad_alloc
  */
 inline std::optional<std::wstring> ModulePath(HMODULE module) {
-    constexpr std::size_t kLongestPath = 32768; // characters that a Windows path can have, with its zero
     for (std::size_t capacity = MAX_PATH; capacity <= 2 * kLongestPath; capacity *= 2) {
         std::wstring path(capacity, L'\0');
         const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(capacity));

@@ -15,7 +15,9 @@ inline constexpr wchar_t kRecordingStatusNameFormat[] = L"Local\\KXVCR.Recording
 
 inline constexpr std::uint32_t kRecordingStatusVersion = 1; ///< of the layout below
 
-/** The section's content. All moments and lengths are in 100 ns of the file's own time. */
+inline constexpr std::int64_t kRecordingTicksPerSecond = 10'000'000; ///< of its moments and lengths: a tick is 100 ns
+
+/** The section's content. All moments and lengths are ticks of the file's own time. */
 struct RecordingStatus {
     std::uint32_t version = kRecordingStatusVersion; ///< a reader that knows another one reads nothing
     std::uint32_t sequence = 0;   ///< odd while the worker writes: read again until it is even and the same

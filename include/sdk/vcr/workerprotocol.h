@@ -119,9 +119,11 @@ inline constexpr ResultMeaning kResults[] = {
     {Result::NoSound, "NoSound", "the sound cannot be recorded; the log says which device and why"},
 };
 
+inline constexpr std::uint32_t kEarlyExitBit = 1u << 29; ///< in exit codes; no code of the system has it
+
 /**
  * Exit code of the worker process. Those of a worker that ends before it is ready reach the host among the system's
- * codes: they have bit 29, which no code of the system has.
+ * codes, from which kEarlyExitBit tells them.
  */
 enum class ExitCode : std::uint32_t {
     Finished = 0,
@@ -129,9 +131,9 @@ enum class ExitCode : std::uint32_t {
     WindowClosed = 5,
     NeverReady = 21,
     Killed = 157,
-    Usage = 0x20000002,
-    NoChannel = 0x20000003,
-    OutOfResources = 0x20000005,
+    Usage = kEarlyExitBit | 2,
+    NoChannel = kEarlyExitBit | 3,
+    OutOfResources = kEarlyExitBit | 5,
 };
 
 /** One row of the table of exit codes. */
