@@ -1,12 +1,11 @@
 // Folders and full paths, of any length.
 #include "host/folders.h"
 
+#include "common/win/localappdata.h"
 #include "common/win/modulepath.h"
-#include "common/win/owner.h"
 
 #include "sdk/util/logtool.h"
 
-#include <shlobj.h>
 #include <windows.h>
 
 #include <optional>
@@ -35,9 +34,8 @@ std::wstring FullPath(const std::wstring& path) {
 }
 
 std::wstring LocalLogFolder() {
-    kx::Owner<kx::FreedBy<PWSTR, &CoTaskMemFree>> local;
-    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, local.Receive());
-    return SUCCEEDED(found) ? std::wstring(local.Get()) + L"\\" + kLocalLogFolderName : std::wstring();
+    const std::wstring local = kx::LocalAppDataFolder();
+    return local.empty() ? local : local + L"\\" + kLocalLogFolderName;
 }
 
 bool IsFile(const std::wstring& path) {

@@ -3,6 +3,7 @@
 
 #include "sdk/util/logtool.h"
 
+#include "common/win/localappdata.h"
 #include "common/win/modulepath.h"
 #include "logfile.h"
 #include "utf8locale.h"
@@ -12,8 +13,6 @@
 #include <log4cplus/layout.h>
 
 #include <windows.h>
-
-#include <shlobj.h>
 
 #include <cstdarg>
 #include <cstdint>
@@ -58,20 +57,10 @@ void StayLoaded() {
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN, kLoggerName, &self);
 }
 
-struct TaskMemoryFree {
-    void operator()(void* block) const noexcept { CoTaskMemFree(block); }
-};
-
 // The same file in the user's own folder; empty when the system does not tell. @throws std::bad_alloc
 std::wstring LocalLog(const std::filesystem::path& file) {
-    PWSTR text = nullptr;
-    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &text);
-    const std::unique_ptr<wchar_t, TaskMemoryFree> owner(text);
-    if (found == E_OUTOFMEMORY) {
-        throw std::bad_alloc();
-    }
-    return SUCCEEDED(found) ? (std::filesystem::path(text) / kLocalLogFolderName / file.filename()).wstring()
-                            : std::wstring();
+    const std::filesystem::path folder = kx::LocalAppDataFolder();
+    return folder.empty() ? std::wstring() : (folder / kLocalLogFolderName / file.filename()).wstring();
 }
 
 // An appender must not be given up half way (see logfile.h): what is made is kept, and a call that ran out of memory
