@@ -3,6 +3,8 @@
 // than one of the other stream with a higher time.
 #include "worker/file/webmwriter.h"
 
+#include "worker/file/attempt.h"
+
 #include <common/webmids.h>
 #include <mkvmuxer/mkvmuxer.h>
 #include <mkvmuxer/mkvmuxerutil.h>
@@ -12,7 +14,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <new>
 #include <optional>
 #include <span>
 #include <utility>
@@ -159,7 +160,9 @@ private:
     bool BeginCluster(std::int64_t timecode);
     void AddCue();
     bool WriteBlock(const Packet& packet, std::int64_t timecode);
-    bool PatchNumber(std::uint64_t offset, std::uint64_t value, bool isSize);
+    template <class Write>
+    bool PatchAt(std::uint64_t offset, Write write);
+    bool PatchSize(std::uint64_t contentOffset, std::uint64_t size);
     bool PatchDuration(std::int64_t milliseconds);
     bool EndCluster();
     bool WriteIndex();
@@ -184,16 +187,6 @@ private:
     bool m_hasPicture = false;
     bool m_accepting = true;
 };
-
-// Runs @p step; memory that is refused is a failure like a write that is.
-template <class Step>
-bool Attempt(Step step) {
-    try {
-        return step();
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
 
 template <class Track>
 bool WebmWriter::AddTrack(std::unique_ptr<Track> track, std::int32_t number) {
@@ -344,15 +337,19 @@ bool WebmWriter::WriteBlock(const Packet& packet, std::int64_t timecode) {
            m_out.Write(packet.bytes.data(), static_cast<mkvmuxer::uint32>(packet.bytes.size())) == 0;
 }
 
-bool WebmWriter::PatchNumber(std::uint64_t offset, std::uint64_t value, bool isSize) {
+// @p write answers as the library's functions do: 0 is success.
+template <class Write>
+bool WebmWriter::PatchAt(std::uint64_t offset, Write write) {
     const mkvmuxer::int64 position = m_out.Position();
     m_out.Position(static_cast<mkvmuxer::int64>(offset));
-    const bool patched =
-        (isSize ? mkvmuxer::WriteUIntSize(&m_out, value, kSizeBytes)
-                : mkvmuxer::SerializeInt(&m_out, std::bit_cast<std::int64_t>(value), kSizeBytes)) == 0 &&
-        m_out.Flush();
+    const bool patched = write() == 0 && m_out.Flush();
     m_out.Position(position);
     return patched;
+}
+
+// The size of an element lies before its content.
+bool WebmWriter::PatchSize(std::uint64_t contentOffset, std::uint64_t size) {
+    return PatchAt(contentOffset - kSizeBytes, [&] { return mkvmuxer::WriteUIntSize(&m_out, size, kSizeBytes); });
 }
 
 bool WebmWriter::PatchDuration(std::int64_t milliseconds) {
@@ -360,14 +357,15 @@ bool WebmWriter::PatchDuration(std::int64_t milliseconds) {
         return true;
     }
     m_duration = milliseconds;
-    return PatchNumber(m_durationOffset, std::bit_cast<std::uint64_t>(static_cast<double>(milliseconds)), false);
+    const auto number = std::bit_cast<std::int64_t>(static_cast<double>(milliseconds));
+    return PatchAt(m_durationOffset, [&] { return mkvmuxer::SerializeInt(&m_out, number, kSizeBytes); });
 }
 
 bool WebmWriter::EndCluster() {
     if (m_clusterStart == 0) {
         return true;
     }
-    const bool patched = PatchNumber(m_clusterStart - kSizeBytes, m_end - m_clusterStart, true);
+    const bool patched = PatchSize(m_clusterStart, m_end - m_clusterStart);
     m_clusterStart = 0;
     return patched;
 }
@@ -419,7 +417,7 @@ void WebmWriter::EndFile() {
     }
     Attempt([&] { return m_cues.cue_entries_size() == 0 || WriteIndex(); });
     Attempt([&] { return m_seekHead.Finalize(&m_out) && m_out.Flush(); });
-    Attempt([&] { return PatchNumber(m_segmentStart - kSizeBytes, m_end - m_segmentStart, true); });
+    Attempt([&] { return PatchSize(m_segmentStart, m_end - m_segmentStart); });
 }
 
 } // namespace

@@ -78,6 +78,20 @@ SEncParamExt Parameters(ISVCEncoder& encoder, const PictureFormat& format, Effor
     return parameters;
 }
 
+SSourcePicture SourceOf(YuvPicture& yuv, MediaTime time) noexcept {
+    SSourcePicture source = {};
+    source.iColorFormat = videoFormatI420;
+    source.iStride[0] = static_cast<int>(yuv.LumaStride());
+    source.iStride[1] = source.iStride[2] = static_cast<int>(yuv.ChromaStride());
+    source.pData[0] = yuv.Luma();
+    source.pData[1] = yuv.Blue();
+    source.pData[2] = yuv.Red();
+    source.iPicWidth = static_cast<int>(yuv.Width());
+    source.iPicHeight = static_cast<int>(yuv.Height());
+    source.uiTimeStamp = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+    return source;
+}
+
 // Calls @p take with each unit of a picture, without its start code.
 template <class Take>
 void ForEachUnit(const SFrameBSInfo& picture, Take take) {
@@ -92,6 +106,21 @@ void ForEachUnit(const SFrameBSInfo& picture, Take take) {
             bytes += size;
         }
     }
+}
+
+// Without bytes when the library left the picture out.
+std::shared_ptr<Packet> PacketOf(const SFrameBSInfo& coded) {
+    constexpr std::size_t kLengthBytes = 4; // in place of a unit's start code, which may be shorter
+    auto packet = std::make_shared<Packet>();
+    packet->bytes.reserve(static_cast<std::size_t>(coded.iFrameSizeInBytes) + kThreads * kLengthBytes);
+    ForEachUnit(coded, [&packet](ByteView unit) {
+        const H264Unit kind = KindOf(unit);
+        if (kind == H264Unit::Picture || kind == H264Unit::KeyPicture) {
+            packet->isKey = kind == H264Unit::KeyPicture;
+            AppendWithLength(unit, packet->bytes);
+        }
+    });
+    return packet;
 }
 
 } // namespace
@@ -211,37 +240,19 @@ SharedPacket H264Encoder::TryEncode(const PictureView& picture, MediaTime time, 
     if (starts || key || m_keyClock.IsDue(time)) {
         m_encoder->ForceIntraFrame(true);
     }
-    YuvPicture& yuv = m_input.Picture();
-    SSourcePicture source = {};
-    source.iColorFormat = videoFormatI420;
-    source.iStride[0] = static_cast<int>(yuv.LumaStride());
-    source.iStride[1] = source.iStride[2] = static_cast<int>(yuv.ChromaStride());
-    source.pData[0] = yuv.Luma();
-    source.pData[1] = yuv.Blue();
-    source.pData[2] = yuv.Red();
-    source.iPicWidth = static_cast<int>(yuv.Width());
-    source.iPicHeight = static_cast<int>(yuv.Height());
-    source.uiTimeStamp = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+    const SSourcePicture source = SourceOf(m_input.Picture(), time);
     SFrameBSInfo coded = {};
     if (const int error = m_encoder->EncodeFrame(&source, &coded); error != cmResultSuccess) {
         LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder fails with " << error);
         return nullptr;
     }
-    const auto packet = std::make_shared<Packet>();
-    packet->time = time;
-    packet->captured = picture.captured;
-    packet->bytes.reserve(static_cast<std::size_t>(coded.iFrameSizeInBytes) + 64);
-    ForEachUnit(coded, [&](ByteView unit) {
-        const H264Unit kind = KindOf(unit);
-        if (kind == H264Unit::Picture || kind == H264Unit::KeyPicture) {
-            packet->isKey = kind == H264Unit::KeyPicture;
-            AppendWithLength(unit, packet->bytes);
-        }
-    });
+    const std::shared_ptr<Packet> packet = PacketOf(coded);
     if (packet->bytes.empty()) {
         LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder left a picture out");
         return nullptr;
     }
+    packet->time = time;
+    packet->captured = picture.captured;
     m_rateControl.Spend(packet->bytes.size());
     m_lastWasKey = packet->isKey;
     if (packet->isKey) {
