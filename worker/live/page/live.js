@@ -49,8 +49,20 @@ function showState(state, text) {
 
 // --- MP4: what must be known of its boxes ---
 
+const viewOf = (bytes) => new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+
+function joined(blocks) {
+  const all = new Uint8Array(blocks.reduce((size, block) => size + block.length, 0));
+  let at = 0;
+  for (const block of blocks) {
+    all.set(block, at);
+    at += block.length;
+  }
+  return all;
+}
+
 function* boxesOf(bytes) {
-  const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+  const view = viewOf(bytes);
   for (let at = 0; at + 8 <= bytes.length; ) {
     const size = view.getUint32(at);
     if (size < 8 || at + size > bytes.length) return;
@@ -68,8 +80,6 @@ function inside(bytes, ...path) {
   }
   return found.content;
 }
-
-const viewOf = (bytes) => new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
 
 // The tracks that a file's head names.
 function tracksOf(head) {
@@ -132,10 +142,7 @@ class BoxReader {
     while (this.held.length < size) {
       const { done, value } = await withinTime(this.reader.read());
       if (done) throw new Trouble("the recording has ended");
-      const joined = new Uint8Array(this.held.length + value.length);
-      joined.set(this.held);
-      joined.set(value, this.held.length);
-      this.held = joined;
+      this.held = joined([this.held, value]);
     }
   }
 
@@ -155,12 +162,7 @@ class BoxReader {
     for (;;) {
       const { type, box } = await this.next();
       if (type === first) begun = box;
-      if (type === second && begun) {
-        const both = new Uint8Array(begun.length + box.length);
-        both.set(begun);
-        both.set(box, begun.length);
-        return both;
-      }
+      if (type === second && begun) return joined([begun, box]);
     }
   }
 }
@@ -316,16 +318,6 @@ class SoundPlayer extends Player {
   }
 }
 
-function joined(blocks) {
-  const all = new Uint8Array(blocks.reduce((size, block) => size + block.length, 0));
-  let at = 0;
-  for (const block of blocks) {
-    all.set(block, at);
-    at += block.length;
-  }
-  return all;
-}
-
 function stopSound() {
   if (sound) sound.close();
   sound = null;
@@ -353,6 +345,23 @@ function noteDecoderFailure() {
   streamFrom = performance.now() + Math.min(pauseMs, LONGEST_PAUSE_MS);
 }
 
+// Notes pictures when they are on the display, with a pause behind each one that counts.
+function watchDisplay(player) {
+  let lookedFor = 0;
+  const look = () => {
+    lookedFor = performance.now();
+    video.requestVideoFrameCallback(noteDisplayed);
+  };
+  const noteDisplayed = (now, picture) => {
+    if (player.isClosed) return;
+    const isCounted = player.note(picture.mediaTime, picture.expectedDisplayTime, lookedFor);
+    if (isCounted) setTimeout(look, LOOK_MS);
+    else look();
+  };
+  if (video.requestVideoFrameCallback) look();
+  else video.addEventListener("timeupdate", () => showState("live", "Live"), { once: true });
+}
+
 async function playVideo(answer) {
   const codecs = /codecs="(.*)"/.exec(answer.headers.get("Content-Type"))[1].split(",");
   const reader = answer.body.getReader();
@@ -372,20 +381,8 @@ async function playVideo(answer) {
     stopSound();
     offerSound(head, codecs[1]);
     if (wasHeard && startSound) startSound();
-    let lookedFor = 0;
-    const look = () => {
-      lookedFor = performance.now();
-      video.requestVideoFrameCallback(watch);
-    };
-    const watch = (now, picture) => {
-      if (player.picture.isClosed) return;
-      const isCounted = player.picture.note(picture.mediaTime, picture.expectedDisplayTime, lookedFor);
-      if (isCounted) setTimeout(look, LOOK_MS);
-      else look();
-    };
     counts = [];
-    if (video.requestVideoFrameCallback) look();
-    else video.addEventListener("timeupdate", () => showState("live", "Live"), { once: true });
+    watchDisplay(player.picture);
     for (;;) {
       const fragment = new Fragment(await boxes.pair("moof", "mdat"), tracks);
       if (fragment.track.isPicture) player.picture.add(fragment);
