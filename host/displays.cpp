@@ -1,6 +1,8 @@
 // The monitors, as the system tells of them.
 #include "host/displays.h"
 
+#include "host/handlelist.h"
+
 #include <windows.h>
 
 #include <shellscalingapi.h>
@@ -42,13 +44,13 @@ Display DisplayOf(HMONITOR monitor) {
 }
 
 std::vector<HMONITOR> Monitors() {
-    std::vector<HMONITOR> monitors;
-    const auto add = [](HMONITOR monitor, HDC, LPRECT, LPARAM found) -> BOOL {
-        reinterpret_cast<std::vector<HMONITOR>*>(found)->push_back(monitor);
+    HandleList<HMONITOR> monitors;
+    const auto add = [](HMONITOR monitor, HDC, LPRECT, LPARAM found) noexcept -> BOOL {
+        reinterpret_cast<HandleList<HMONITOR>*>(found)->Add(monitor);
         return TRUE;
     };
     EnumDisplayMonitors(nullptr, nullptr, add, reinterpret_cast<LPARAM>(&monitors));
-    return monitors;
+    return monitors.Take();
 }
 
 } // namespace

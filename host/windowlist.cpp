@@ -4,6 +4,7 @@
 #include "common/win/handle.h"
 #include "common/win/modulepath.h"
 #include "common/win/toplevelwindow.h"
+#include "host/handlelist.h"
 #include "host/text.h"
 
 #include <windows.h>
@@ -122,15 +123,15 @@ std::wstring TooManySentence(const Found& found, const std::wstring& wanted) {
 } // namespace
 
 std::vector<WindowInfo> CurrentWindows() {
-    std::vector<HWND> handles;
-    const auto add = [](HWND window, LPARAM found) -> BOOL {
-        reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
+    HandleList<HWND> handles;
+    const auto add = [](HWND window, LPARAM found) noexcept -> BOOL {
+        reinterpret_cast<HandleList<HWND>*>(found)->Add(window);
         return TRUE;
     };
     EnumWindows(add, reinterpret_cast<LPARAM>(&handles));
     const HWND console = OwnConsole();
     std::vector<WindowInfo> windows;
-    for (const HWND window : handles) {
+    for (const HWND window : handles.Take()) {
         if (std::optional<WindowInfo> info = InfoOf(window, console)) {
             windows.push_back(std::move(*info));
         }
