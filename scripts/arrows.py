@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Room: what its files may include besides the room's own files. A room is a folder with all folders below it that are
 # no room of their own; a target may be a room, or one header of a room that offers nothing else.
 EXPORTED = ["include", "common"]
-WORKER_CONTRACTS = EXPORTED + ["worker/packet.h", "worker/settings.h", "worker/ticks.h"]
+WORKER_CONTRACTS = EXPORTED + ["worker/packet.h", "worker/settings.h", "worker/ticks.h", "worker/log.h"]
 TEST_TOOLS = EXPORTED + ["tests/support", "tests/fakes"]
 ARROWS = {
     "include": [],
@@ -27,7 +27,8 @@ ARROWS = {
     "suite/util": EXPORTED,
     "suite/ipcmessage": EXPORTED,
     "suite/logtool": EXPORTED,
-    # The wiring knows all rooms of the worker; of the wiring they know the packet, the settings and the clock.
+    # The wiring knows all rooms of the worker; of the wiring they know the packet, the settings, the clock and
+    # the log.
     "worker": EXPORTED + ["worker/" + room for room in ("capture", "video", "sound", "file", "replay", "live")],
     "worker/capture": WORKER_CONTRACTS + ["worker/video/videoencoder.h"],
     "worker/video": WORKER_CONTRACTS,

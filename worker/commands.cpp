@@ -6,11 +6,8 @@
 //   start live server   Prepared         Serving
 #include "worker/commands.h"
 
+#include "worker/log.h"
 #include "worker/parameters.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <exception>
@@ -74,13 +71,12 @@ std::int32_t CommandHandler::Answer(std::uint32_t messageId, std::span<const std
     const auto* command = std::find_if(std::begin(kCommands), std::end(kCommands),
                                        [messageId](const Command& known) { return known.messageId == messageId; });
     if (command == std::end(kCommands)) {
-        LOG4CPLUS_WARN(GetLogger(), L"Unknown command " << messageId);
+        KXVCR_LOG_WARN(L"Unknown command " << messageId);
         return static_cast<std::int32_t>(Result::UnknownCommand);
     }
     const Answered answered = CarryOut(*command, payload);
     if (answered.result != Result::Accepted) {
-        LOG4CPLUS_WARN(GetLogger(),
-                       L"Refused " << command->name << L" with result " << static_cast<std::int32_t>(answered.result));
+        KXVCR_LOG_WARN(L"Refused " << command->name << L" with result " << static_cast<std::int32_t>(answered.result));
         return static_cast<std::int32_t>(answered.result);
     }
     return answered.value;

@@ -2,11 +2,8 @@
 // not be lost is the screen's newest state, so it is asked for again until it is encoded.
 #include "worker/encodeloop.h"
 
+#include "worker/log.h"
 #include "worker/ticks.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <chrono>
 #include <new>
@@ -40,7 +37,7 @@ void EncodeLoop::Encode(const QueuedPicture& queued) noexcept {
             given = true;
         }
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"A picture is lost: no memory");
+        KXVCR_LOG_ERROR(L"A picture is lost: no memory");
     }
     if (!given) {
         NoteFailure(queued.time);
@@ -89,9 +86,9 @@ void EncodeLoop::NoteEffort(MediaTime took) noexcept {
     m_encoder.SetEffort(rung.effort);
     m_capture.TakeEvery(rung.step);
     if (m_ladder.WentDown()) {
-        LOG4CPLUS_WARN(GetLogger(), rung.whenReached);
+        KXVCR_LOG_WARN(rung.whenReached);
     } else {
-        LOG4CPLUS_INFO(GetLogger(), L"The encoder keeps up with the screen again and is asked for more");
+        KXVCR_LOG_INFO(L"The encoder keeps up with the screen again and is asked for more");
     }
 }
 

@@ -1,9 +1,7 @@
 // What the live server asks of the recorder. A picture is encoded as JPEG once, however many viewers ask for it.
 #include "worker/livefeed.h"
 
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
+#include "worker/log.h"
 
 #include <cstddef>
 #include <exception>
@@ -35,7 +33,7 @@ SharedPacket LiveFeed::NewestJpeg() noexcept {
         const std::lock_guard lock(m_mutex);
         return EncodeNewest(*pipeline);
     } catch (const std::exception& failure) {
-        LOG4CPLUS_ERROR(GetLogger(), L"No picture for a viewer: " << failure.what());
+        KXVCR_LOG_ERROR(L"No picture for a viewer: " << failure.what());
         return nullptr;
     }
 }
@@ -55,7 +53,7 @@ SharedPacket LiveFeed::EncodeNewest(Pipeline& pipeline) {
     }
     const std::span<const std::byte> jpeg = m_encoder->Encode(buffer.Pixels());
     if (jpeg.empty()) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot encode a picture: " << m_encoder->LastError());
+        KXVCR_LOG_ERROR(L"Cannot encode a picture: " << m_encoder->LastError());
         return nullptr;
     }
     auto packet = std::make_shared<Packet>();

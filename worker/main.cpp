@@ -6,14 +6,13 @@
 #include "common/win/handle.h"
 #include "sdk/vcr/workerprotocol.h"
 #include "worker/commands.h"
+#include "worker/log.h"
 #include "worker/recorder.h"
 #include "worker/sessionend.h"
 
 #include "sdk/ipcmessage/ipcmessage.h"
-#include "sdk/util/logtool.h"
 
 #include <log4cplus/initializer.h>
-#include <log4cplus/loggingmacros.h>
 #include <windows.h>
 
 #include <cstddef>
@@ -55,7 +54,7 @@ void Reply(CommandHandler& commands, const TagIPCMessageItem& request, IPCReplyS
     }
     const std::int32_t reply = commands.Answer(request.messageId, payload);
     if (!sender.Reply(&reply, sizeof(reply))) {
-        LOG4CPLUS_WARN(GetLogger(), L"Nobody took the reply to command " << request.messageId);
+        KXVCR_LOG_WARN(L"Nobody took the reply to command " << request.messageId);
     }
 }
 
@@ -81,20 +80,20 @@ bool Serve(ScreenRecorder& recorder, const kx::KernelHandle& end) {
         Reply(commands, request, sender);
     });
     service.RegisterRequestHandler(kMessageStop, [&end](const TagIPCMessageItem&, IPCReplySender&) {
-        LOG4CPLUS_INFO(GetLogger(), L"The host says stop");
+        KXVCR_LOG_INFO(L"The host says stop");
         SetEvent(end.Get());
     });
     service.SetDisconnectCallback([&end, &recorder] {
-        LOG4CPLUS_WARN(GetLogger(), L"The host is gone");
+        KXVCR_LOG_WARN(L"The host is gone");
         recorder.LimitFinish(kFinishWithoutHostMs);
         SetEvent(end.Get());
     });
     if (const unsigned long error = service.Connect(kConnectTimeoutMs); error != ERROR_SUCCESS) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot connect to the host's channel: error " << error);
+        KXVCR_LOG_ERROR(L"Cannot connect to the host's channel: error " << error);
         return false;
     }
     if (!ReportReady(service)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot report ready to the host");
+        KXVCR_LOG_ERROR(L"Cannot report ready to the host");
         return false;
     }
     sessionEnd.WaitFor(end.Get());
@@ -122,7 +121,7 @@ ExitCode Run() {
         return ExitCode::FileCutShort;
     }
     if (recorder.WindowClosed()) {
-        LOG4CPLUS_INFO(GetLogger(), L"The recorded window was closed");
+        KXVCR_LOG_INFO(L"The recorded window was closed");
         return ExitCode::WindowClosed;
     }
     return ExitCode::Finished;

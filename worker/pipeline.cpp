@@ -1,11 +1,8 @@
 // From the screen to packets. The capture ends first, so that the queue is closed behind its last picture.
 #include "worker/pipeline.h"
 
+#include "worker/log.h"
 #include "worker/ticks.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <exception>
 #include <new>
@@ -61,14 +58,14 @@ MediaTime Pipeline::Stop(bool dropWaiting) noexcept {
 void Pipeline::LogSummary() const {
     const CaptureStatistics& capture = m_capture.Statistics();
     const EncodeStatistics& encoding = m_encoding.Statistics();
-    LOG4CPLUS_INFO(GetLogger(), L"Capture finished: "
-                                    << capture.looks << L" looks at the screen (" << capture.unchanged
-                                    << L" unchanged), " << capture.missed << L" slots missed, " << capture.spared
-                                    << L" spared, " << capture.quiet << L" quiet, " << m_capture.Dropped()
-                                    << L" dropped; grab " << MillisecondsEach(capture.grabTicks, capture.looks)
-                                    << L" ms each; " << encoding.encoded << L" pictures encoded into " << encoding.bytes
-                                    << L" bytes, " << MillisecondsEach(encoding.encodeTicks, encoding.encoded)
-                                    << L" ms each, " << encoding.failed << L" failed");
+    KXVCR_LOG_INFO(L"Capture finished: " << capture.looks << L" looks at the screen (" << capture.unchanged
+                                         << L" unchanged), " << capture.missed << L" slots missed, " << capture.spared
+                                         << L" spared, " << capture.quiet << L" quiet, " << m_capture.Dropped()
+                                         << L" dropped; grab " << MillisecondsEach(capture.grabTicks, capture.looks)
+                                         << L" ms each; " << encoding.encoded << L" pictures encoded into "
+                                         << encoding.bytes << L" bytes, "
+                                         << MillisecondsEach(encoding.encodeTicks, encoding.encoded) << L" ms each, "
+                                         << encoding.failed << L" failed");
 }
 
 } // namespace kxvcr

@@ -7,11 +7,8 @@
 
 #include "worker/capture/pixels.h"
 #include "worker/capture/placement.h"
+#include "worker/log.h"
 #include "worker/ticks.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <chrono>
@@ -157,9 +154,8 @@ void DuplicationCapture::Lose(const DuplicationFailure& failure) noexcept {
     m_pointer.shownBy = nullptr;
     if (m_lostTicks == 0) {
         m_lostTicks = NowTicks();
-        LOG4CPLUS_INFO(GetLogger(), L"The duplication of the screen is lost: " << failure.step << L" says 0x"
-                                                                               << std::hex
-                                                                               << static_cast<DWORD>(failure.result));
+        KXVCR_LOG_INFO(L"The duplication of the screen is lost: " << failure.step << L" says 0x" << std::hex
+                                                                  << static_cast<DWORD>(failure.result));
     }
     NoteRefusal(failure);
 }
@@ -313,7 +309,7 @@ Grab DuplicationCapture::Take(Picture& target, const Picture* before) noexcept {
         return LastOne(before);
     }
     if (std::exchange(m_lostTicks, 0) != 0) {
-        LOG4CPLUS_INFO(GetLogger(), L"The screen is duplicated again");
+        KXVCR_LOG_INFO(L"The screen is duplicated again");
     }
     m_refusedSince.reset();
     if (before != nullptr && m_change.IsEmpty()) {

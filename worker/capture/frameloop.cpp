@@ -4,9 +4,7 @@
 // without a look until it does.
 #include "worker/capture/frameloop.h"
 
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
+#include "worker/log.h"
 
 #include <algorithm>
 #include <utility>
@@ -123,9 +121,9 @@ void FrameLoop::NoteReadable(bool readable) {
     }
     m_readable = readable;
     if (readable) {
-        LOG4CPLUS_INFO(GetLogger(), L"The screen can be read again");
+        KXVCR_LOG_INFO(L"The screen can be read again");
     } else {
-        LOG4CPLUS_WARN(GetLogger(), L"The screen cannot be read; the last picture is shown until it can");
+        KXVCR_LOG_WARN(L"The screen cannot be read; the last picture is shown until it can");
     }
 }
 

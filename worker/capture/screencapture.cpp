@@ -3,17 +3,23 @@
 #include "worker/capture/screencapture.h"
 
 #include "common/win/errortext.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
+#include "worker/log.h"
 
 #include <cstdint>
-#include <new>
 #include <string>
 #include <utility>
 
 namespace kxvcr {
+
+namespace {
+
+// ", " and what the system says that the result means; empty when it says nothing.
+std::wstring MeaningOf(HRESULT result) {
+    const std::wstring text = kx::SystemErrorText(static_cast<DWORD>(result));
+    return text.empty() ? text : L", " + text;
+}
+
+} // namespace
 
 ScreenCapture::ScreenCapture(const CaptureArea& area, bool drawCursor, std::unique_ptr<GraphicsSystem> system)
     : m_system(std::move(system)),
@@ -30,13 +36,9 @@ ScreenCapture::ScreenCapture(const CaptureArea& area, bool drawCursor, std::uniq
 // A copy of the failure, because the duplication may be its owner.
 void ScreenCapture::GiveUpDuplication(DuplicationFailure failure) noexcept {
     m_duplication.reset();
-    try {
-        const std::wstring text = kx::SystemErrorText(static_cast<DWORD>(failure.result));
-        LOG4CPLUS_WARN(GetLogger(), L"The screen is captured with GDI, because the system does not duplicate it: "
-                                        << failure.step << L" says 0x" << std::hex << static_cast<DWORD>(failure.result)
-                                        << (text.empty() ? L"" : L", ") << text);
-    } catch (const std::bad_alloc&) { // the recording goes on without the line
-    }
+    KXVCR_LOG_WARN(L"The screen is captured with GDI, because the system does not duplicate it: "
+                   << failure.step << L" says 0x" << std::hex << static_cast<DWORD>(failure.result)
+                   << MeaningOf(failure.result));
 }
 
 Change ScreenCapture::AwaitChange(std::uint32_t milliseconds) noexcept {

@@ -4,11 +4,8 @@
 // file then), or when finishing takes too long.
 #include "worker/file/filesink.h"
 
+#include "worker/log.h"
 #include "worker/ticks.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <chrono>
@@ -151,22 +148,21 @@ bool FileSink::Write(const SharedPacket& packet) noexcept {
 
 bool FileSink::Give(const SharedPacket& packet) noexcept {
     if (NowTicks() > m_finishLimit) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The recording's last pictures are left out: writing them takes too long");
+        KXVCR_LOG_ERROR(L"The recording's last pictures are left out: writing them takes too long");
         return false;
     }
     try {
         const ScopedTicks watch(m_statistics.writeTicks);
         return m_writer->Add(packet) || GiveUp();
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
+        KXVCR_LOG_ERROR(L"Cannot write the recording further: no memory");
         return false;
     }
 }
 
 bool FileSink::GiveUp() noexcept {
     const DWORD error = GetLastError(); // before the log changes it
-    LOG4CPLUS_ERROR(GetLogger(),
-                    L"Cannot write the recording further: error " << error << L"; the file ends here and was closed");
+    KXVCR_LOG_ERROR(L"Cannot write the recording further: error " << error << L"; the file ends here and was closed");
     return false;
 }
 
@@ -177,7 +173,7 @@ bool FileSink::Flush(MediaTime until) noexcept {
             return GiveUp();
         }
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write the recording further: no memory");
+        KXVCR_LOG_ERROR(L"Cannot write the recording further: no memory");
         return false;
     }
     m_flushedUntil = until;

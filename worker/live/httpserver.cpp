@@ -6,7 +6,7 @@
 // the oldest of too many (MakeRoom); the server stops (Close).
 #include "worker/live/httpserver.h"
 
-#include "sdk/util/logtool.h"
+#include "worker/log.h"
 
 // Sockets that do not block, instead of operations that the system carries out by itself: those end with their socket
 // only when the system says so, and the server must be able to end at once, whatever a client leaves unread.
@@ -22,7 +22,6 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/container/static_vector.hpp>
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <array>
@@ -180,7 +179,7 @@ private:
                 m_io.run();
                 return;
             } catch (const std::exception& failure) {
-                LOG4CPLUS_ERROR(GetLogger(), L"The live server dropped a request: " << failure.what());
+                KXVCR_LOG_ERROR(L"The live server dropped a request: " << failure.what());
             }
         }
     }

@@ -4,10 +4,7 @@
 #include "worker/live/jpegfeed.h"
 
 #include "worker/live/livetick.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
+#include "worker/log.h"
 
 #include <algorithm>
 #include <chrono>
@@ -177,7 +174,7 @@ void JpegFeed::MakeWhenAsked() noexcept {
         try {
             Make();
         } catch (const std::exception& failure) {
-            LOG4CPLUS_ERROR(GetLogger(), L"The live server lost a JPEG picture: " << failure.what());
+            KXVCR_LOG_ERROR(L"The live server lost a JPEG picture: " << failure.what());
             m_isMaking = false;
         }
     }

@@ -1,9 +1,8 @@
 // Encodes sound as AAC-LC. The library takes 16 bits a sample and gives one frame for each 1024 of them.
 #include "worker/sound/aacencoder.h"
 
-#include "sdk/util/logtool.h"
+#include "worker/log.h"
 
-#include <log4cplus/loggingmacros.h>
 #include <vo-aacenc/cmnMemory.h>
 
 #include <algorithm>
@@ -60,7 +59,7 @@ AacEncoder::~AacEncoder() {
 std::unique_ptr<AacEncoder> AacEncoder::Create(std::uint32_t bitsPerSecond) {
     std::unique_ptr<AacEncoder> encoder(new AacEncoder);
     if (!encoder->Begin(bitsPerSecond)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The AAC encoder refuses " << bitsPerSecond << L" bits a second");
+        KXVCR_LOG_ERROR(L"The AAC encoder refuses " << bitsPerSecond << L" bits a second");
         return nullptr;
     }
     return encoder;
@@ -91,7 +90,7 @@ SharedPacket AacEncoder::Encode(std::span<const float> samples, std::int64_t fir
     VO_AUDIO_OUTPUTINFO facts = {};
     if (m_library.SetInputData(m_encoder, &input) != VO_ERR_NONE ||
         m_library.GetOutputData(m_encoder, &output, &facts) != VO_ERR_NONE) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The AAC encoder failed");
+        KXVCR_LOG_ERROR(L"The AAC encoder failed");
         return nullptr;
     }
     auto packet = std::make_shared<Packet>();

@@ -1,12 +1,9 @@
 // Chooses the encoder of the sound and its bit rate.
 #include "worker/sound/makesoundencoder.h"
 
+#include "worker/log.h"
 #include "worker/sound/aacencoder.h"
 #include "worker/sound/opusencoder.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <cstdint>
 #include <new>
@@ -28,7 +25,7 @@ std::unique_ptr<SoundEncoder> MakeSoundEncoder(Codec picture) noexcept {
         }
         return AacEncoder::Create(kAacBitRate);
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"No memory for a sound encoder");
+        KXVCR_LOG_ERROR(L"No memory for a sound encoder");
         return nullptr;
     }
 }

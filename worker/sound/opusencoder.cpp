@@ -2,10 +2,8 @@
 #include "worker/sound/opusencoder.h"
 
 #include "common/win/utf8.h"
+#include "worker/log.h"
 
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 #include <opus/opus.h>
 
 #include <array>
@@ -45,7 +43,7 @@ std::vector<std::byte> OpusHead(std::uint32_t delaySamples) {
 }
 
 void LogFailure(int error) {
-    LOG4CPLUS_ERROR(GetLogger(), L"The Opus encoder failed: " << kx::WideFromUtf8(opus_strerror(error)));
+    KXVCR_LOG_ERROR(L"The Opus encoder failed: " << kx::WideFromUtf8(opus_strerror(error)));
 }
 
 } // namespace

@@ -3,12 +3,10 @@
 #include "worker/sound/soundcapture.h"
 
 #include "common/win/com.h"
+#include "worker/log.h"
 #include "worker/ticks.h"
 
-#include "sdk/util/logtool.h"
-
 #include <avrt.h>
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -103,7 +101,7 @@ bool SoundCapture::OpenDevices() noexcept {
     try {
         return m_mixer.Open();
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot record sound: no memory");
+        KXVCR_LOG_ERROR(L"Cannot record sound: no memory");
         return false;
     }
 }
@@ -121,7 +119,7 @@ void SoundCapture::Step() noexcept {
             Make(std::min(m_mixer.Ready(now), m_mixer.Position() + kMostAtOnce));
         }
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"A piece of sound is lost: no memory");
+        KXVCR_LOG_ERROR(L"A piece of sound is lost: no memory");
     }
 }
 
@@ -150,7 +148,7 @@ void SoundCapture::MakeLast() noexcept {
     try {
         Make(end + format.delaySamples + format.samplesPerPacket - 1);
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The last sound is lost: no memory");
+        KXVCR_LOG_ERROR(L"The last sound is lost: no memory");
     }
 }
 

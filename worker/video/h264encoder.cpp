@@ -1,11 +1,9 @@
 // Drives openh264: its parameters, key pictures by the clock, and its byte stream's way into packets.
 #include "worker/video/h264encoder.h"
 
+#include "worker/log.h"
 #include "worker/video/h264stream.h"
 
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 #include <wels/codec_api.h>
 
 #include <chrono>
@@ -38,10 +36,7 @@ void SetColors(SSpatialLayerConfig& layer, ColorMatrix matrix) noexcept {
 }
 
 void LogLibraryText(void*, int, const char* text) noexcept {
-    try {
-        LOG4CPLUS_WARN(GetLogger(), L"openh264: " << LOG4CPLUS_C_STR_TO_TSTRING(text));
-    } catch (const std::bad_alloc&) { // the failure itself is reported by the call that met it
-    }
+    KXVCR_LOG_WARN(L"openh264: " << LOG4CPLUS_C_STR_TO_TSTRING(text));
 }
 
 // The quantiser is set for each picture, so that the library's own rate control is off.
@@ -129,13 +124,12 @@ std::unique_ptr<H264Encoder> H264Encoder::Create(std::shared_ptr<const H264Libra
                                                  const EncoderSettings& settings) {
     H264Library::Encoder encoder = H264Library::CreateEncoder(std::move(library));
     if (encoder == nullptr) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder cannot be made");
+        KXVCR_LOG_ERROR(L"The H.264 encoder cannot be made");
         return nullptr;
     }
     std::unique_ptr<H264Encoder> made(new H264Encoder(std::move(encoder), settings));
     if (!made->Begin() || !made->ReadFormat()) {
-        LOG4CPLUS_ERROR(GetLogger(),
-                        L"The H.264 encoder refuses pictures of " << settings.width << L'x' << settings.height);
+        KXVCR_LOG_ERROR(L"The H.264 encoder refuses pictures of " << settings.width << L'x' << settings.height);
         return nullptr;
     }
     return made;
@@ -212,7 +206,7 @@ SharedPacket H264Encoder::Encode(const PictureView& picture, MediaTime time, boo
     try {
         packet = TryEncode(picture, time, key);
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"No memory for an H.264 picture");
+        KXVCR_LOG_ERROR(L"No memory for an H.264 picture");
     }
     if (packet == nullptr) {
         m_isReady = false;
@@ -225,16 +219,16 @@ SharedPacket H264Encoder::Encode(const PictureView& picture, MediaTime time, boo
 SharedPacket H264Encoder::TryEncode(const PictureView& picture, MediaTime time, bool key) {
     const bool starts = !m_isReady;
     if (!Prepare()) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder does not start again");
+        KXVCR_LOG_ERROR(L"The H.264 encoder does not start again");
         return nullptr;
     }
     if (!m_input.Update(picture)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"A picture of " << picture.width << L'x' << picture.height
-                                                      << L" does not fit the H.264 encoder");
+        KXVCR_LOG_ERROR(L"A picture of " << picture.width << L'x' << picture.height
+                                         << L" does not fit the H.264 encoder");
         return nullptr;
     }
     if (!SetQuantiser(m_rateControl.QuantiserAt(time))) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder refuses the quantiser " << m_quantiser);
+        KXVCR_LOG_ERROR(L"The H.264 encoder refuses the quantiser " << m_quantiser);
         return nullptr;
     }
     if (starts || key || m_keyClock.IsDue(time)) {
@@ -243,12 +237,12 @@ SharedPacket H264Encoder::TryEncode(const PictureView& picture, MediaTime time, 
     const SSourcePicture source = SourceOf(m_input.Picture(), time);
     SFrameBSInfo coded = {};
     if (const int error = m_encoder->EncodeFrame(&source, &coded); error != cmResultSuccess) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder fails with " << error);
+        KXVCR_LOG_ERROR(L"The H.264 encoder fails with " << error);
         return nullptr;
     }
     const std::shared_ptr<Packet> packet = PacketOf(coded);
     if (packet->bytes.empty()) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder left a picture out");
+        KXVCR_LOG_ERROR(L"The H.264 encoder left a picture out");
         return nullptr;
     }
     packet->time = time;

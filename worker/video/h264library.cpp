@@ -2,9 +2,8 @@
 #include "worker/video/h264library.h"
 
 #include "common/win/modulepath.h"
-#include "sdk/util/logtool.h"
+#include "worker/log.h"
 
-#include <log4cplus/loggingmacros.h>
 #include <wels/codec_api.h>
 #include <wels/codec_ver.h>
 
@@ -48,20 +47,20 @@ std::shared_ptr<const H264Library> H264Library::Load(const std::filesystem::path
         LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32));
     if (!library->m_module) {
         const DWORD error = GetLastError();
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot load the H.264 encoder " << path.wstring() << L": error " << error);
+        KXVCR_LOG_ERROR(L"Cannot load the H.264 encoder " << path.wstring() << L": error " << error);
         return nullptr;
     }
     if (!library->Resolve()) {
-        LOG4CPLUS_ERROR(GetLogger(), path.wstring() << L" is not the H.264 encoder: it lacks a function");
+        KXVCR_LOG_ERROR(path.wstring() << L" is not the H.264 encoder: it lacks a function");
         return nullptr;
     }
     OpenH264Version version = {};
     Find<VersionFunction>(library->m_module.Get(), "WelsGetCodecVersionEx")(&version);
     if (!IsKnown(version)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The H.264 encoder " << path.wstring() << L" is version " << version.uMajor
-                                                           << L'.' << version.uMinor << L'.' << version.uRevision
-                                                           << L"; the worker knows " << kMajor << L'.' << kFirstMinor
-                                                           << L" to " << kMajor << L'.' << kLastMinor);
+        KXVCR_LOG_ERROR(L"The H.264 encoder " << path.wstring() << L" is version " << version.uMajor << L'.'
+                                              << version.uMinor << L'.' << version.uRevision << L"; the worker knows "
+                                              << kMajor << L'.' << kFirstMinor << L" to " << kMajor << L'.'
+                                              << kLastMinor);
         return nullptr;
     }
     return library;

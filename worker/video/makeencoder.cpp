@@ -1,13 +1,10 @@
 // Chooses the encoder of a codec, and says in one result why there is none.
 #include "worker/video/makeencoder.h"
 
+#include "worker/log.h"
 #include "worker/video/h264encoder.h"
 #include "worker/video/h264library.h"
 #include "worker/video/vp9encoder.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <new>
 #include <utility>
@@ -39,10 +36,10 @@ MadeEncoder MakeEncoder(Codec codec, const EncoderSettings& settings) noexcept {
         if (codec == Codec::Vp9) {
             return Made(Vp9Encoder::Create(settings));
         }
-        LOG4CPLUS_ERROR(GetLogger(), L"There is no video encoder for codec " << static_cast<int>(codec));
+        KXVCR_LOG_ERROR(L"There is no video encoder for codec " << static_cast<int>(codec));
         return {nullptr, Result::EncoderFailed};
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"No memory for a video encoder");
+        KXVCR_LOG_ERROR(L"No memory for a video encoder");
         return {nullptr, Result::OutOfResources};
     }
 }

@@ -1,9 +1,8 @@
 // Drives libvpx: its settings, a quantiser for each picture, and the record that a file has for the decoder.
 #include "worker/video/vp9encoder.h"
 
-#include "sdk/util/logtool.h"
+#include "worker/log.h"
 
-#include <log4cplus/loggingmacros.h>
 #include <vpx/vp8cx.h>
 
 #include <algorithm>
@@ -149,14 +148,13 @@ bool Vp9Encoder::Begin() {
     m_configuration.kf_mode = VPX_KF_DISABLED; // key pictures are asked for
     auto context = std::make_unique<vpx_codec_ctx_t>();
     if (vpx_codec_enc_init(context.get(), codec, &m_configuration, 0) != VPX_CODEC_OK) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The VP9 encoder refuses pictures of "
-                                         << m_format.width << L'x' << m_format.height << L": "
-                                         << Wide(vpx_codec_error_detail(context.get())));
+        KXVCR_LOG_ERROR(L"The VP9 encoder refuses pictures of " << m_format.width << L'x' << m_format.height << L": "
+                                                                << Wide(vpx_codec_error_detail(context.get())));
         return false;
     }
     m_context = Context(context.release());
     if (!Tune(*m_context, m_format.matrix, hasTwoThreads)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The VP9 encoder refuses a setting: " << Wide(vpx_codec_error(m_context.get())));
+        KXVCR_LOG_ERROR(L"The VP9 encoder refuses a setting: " << Wide(vpx_codec_error(m_context.get())));
         m_context.reset();
         return false;
     }
@@ -177,7 +175,7 @@ SharedPacket Vp9Encoder::Encode(const PictureView& picture, MediaTime time, bool
     try {
         packet = TryEncode(picture, time, key);
     } catch (const std::bad_alloc&) {
-        LOG4CPLUS_ERROR(GetLogger(), L"No memory for a VP9 picture");
+        KXVCR_LOG_ERROR(L"No memory for a VP9 picture");
     }
     if (packet == nullptr) {
         m_context.reset();
@@ -206,19 +204,19 @@ SharedPacket Vp9Encoder::TryEncode(const PictureView& picture, MediaTime time, b
         return nullptr;
     }
     if (!m_input.Update(picture)) {
-        LOG4CPLUS_ERROR(GetLogger(), L"A picture of " << picture.width << L'x' << picture.height
-                                                      << L" does not fit the VP9 encoder");
+        KXVCR_LOG_ERROR(L"A picture of " << picture.width << L'x' << picture.height
+                                         << L" does not fit the VP9 encoder");
         return nullptr;
     }
     if (!SetQuantiser(FromH264(m_rateControl.QuantiserAt(time))) ||
         !Code(time, starts || key || m_keyClock.IsDue(time))) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The VP9 encoder fails: " << Wide(vpx_codec_error_detail(m_context.get())));
+        KXVCR_LOG_ERROR(L"The VP9 encoder fails: " << Wide(vpx_codec_error_detail(m_context.get())));
         return nullptr;
     }
     vpx_codec_iter_t next = nullptr;
     const vpx_codec_cx_pkt_t* const coded = vpx_codec_get_cx_data(m_context.get(), &next);
     if (coded == nullptr || coded->kind != VPX_CODEC_CX_FRAME_PKT) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The VP9 encoder left a picture out");
+        KXVCR_LOG_ERROR(L"The VP9 encoder left a picture out");
         return nullptr;
     }
     const auto packet = std::make_shared<Packet>();
