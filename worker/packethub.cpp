@@ -2,24 +2,42 @@
 // target must have room for them.
 #include "worker/packethub.h"
 
+#include <new>
 #include <utility>
 
 namespace kxvcr {
 
-void PacketHub::KeepReplay(MediaTime length, std::size_t memoryLimit) noexcept {
+bool PacketHub::KeepReplay(MediaTime length, std::size_t memoryLimit) noexcept {
+    try {
+        auto replay = std::make_unique<PacketRing>(length, memoryLimit);
+        const std::lock_guard lock(m_mutex);
+        m_replay = std::move(replay);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+void PacketHub::DropReplay() noexcept {
+    std::unique_ptr<PacketRing> dropped; // freed outside the lock
     const std::lock_guard lock(m_mutex);
-    m_replay = PacketRing(length, memoryLimit);
+    dropped = std::move(m_replay);
 }
 
 MediaTime PacketHub::HoldReplay(MediaTime now) noexcept {
     const std::lock_guard lock(m_mutex);
-    m_replay.Hold(true);
-    return m_replay.StartFor(now);
+    if (m_replay == nullptr) {
+        return now;
+    }
+    m_replay->Hold(true);
+    return m_replay->StartFor(now);
 }
 
 void PacketHub::ReleaseReplay() noexcept {
     const std::lock_guard lock(m_mutex);
-    m_replay.Hold(false);
+    if (m_replay != nullptr) {
+        m_replay->Hold(false);
+    }
 }
 
 bool PacketHub::SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime start) {
@@ -27,22 +45,24 @@ bool PacketHub::SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime st
     if (m_ended) {
         return false;
     }
-    PacketRing kept = m_replay; // which stays when there is no memory for all of it in the target
-    for (const SharedPacket& packet : kept.Take(start)) {
-        target->Add(packet);
+    if (m_replay != nullptr) {
+        PacketRing kept = *m_replay; // which stays when there is no memory for all of it in the target
+        for (const SharedPacket& packet : kept.Take(start)) {
+            target->Add(packet);
+        }
+        m_replay.reset();
     }
-    m_replay = PacketRing();
     m_target = target;
     return true;
 }
 
 bool PacketHub::SwitchToWithoutReplay(const std::shared_ptr<PacketSink>& target) noexcept {
-    PacketRing dropped; // freed outside the lock
+    std::unique_ptr<PacketRing> dropped; // freed outside the lock
     const std::lock_guard lock(m_mutex);
     if (m_ended) {
         return false;
     }
-    std::swap(dropped, m_replay);
+    dropped = std::move(m_replay);
     m_target = target;
     return true;
 }
@@ -56,13 +76,12 @@ bool PacketHub::Add(const SharedPacket& packet) {
     std::shared_ptr<PacketSink> target;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_target == nullptr) {
-            m_replay.Add(packet);
-            return true;
+        if (m_target == nullptr && m_replay != nullptr) {
+            m_replay->Add(packet);
         }
         target = m_target;
     }
-    return target->Add(packet);
+    return target == nullptr || target->Add(packet);
 }
 
 void PacketHub::Finish(MediaTime end) {

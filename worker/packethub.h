@@ -19,8 +19,11 @@ namespace kxvcr {
  */
 class PacketHub final : public PacketSink {
 public:
-    /** Keeps packets for so long until the switch; none unless told. */
-    void KeepReplay(MediaTime length, std::size_t memoryLimit) noexcept;
+    /** Keeps packets for so long until the switch; none unless told. @return false when there is no memory for it */
+    bool KeepReplay(MediaTime length, std::size_t memoryLimit) noexcept;
+
+    /** Keeps nothing any more, and drops what was kept. */
+    void DropReplay() noexcept;
 
     /**
      * Keeps everything that is kept at the moment until the switch, or until ReleaseReplay().
@@ -51,7 +54,7 @@ public:
 
 private:
     std::mutex m_mutex;
-    PacketRing m_replay;
+    std::unique_ptr<PacketRing> m_replay; // null when nothing is to be kept
     std::shared_ptr<PacketSink> m_target;
     bool m_ended = false;
 };

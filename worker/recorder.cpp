@@ -9,14 +9,11 @@
 #include "worker/capture/windowcapture.h"
 #include "worker/file/outputfile.h"
 #include "worker/hostprocess.h"
+#include "worker/log.h"
 #include "worker/sound/makesoundencoder.h"
 #include "worker/sound/wasapisource.h"
 #include "worker/ticks.h"
 #include "worker/video/makeencoder.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <chrono>
@@ -43,12 +40,12 @@ constexpr MediaTime kWarmUpTime = -std::chrono::seconds(1);
 
 void LogSummary(const FileSink& file) {
     const FileStatistics& statistics = file.Statistics();
-    LOG4CPLUS_INFO(GetLogger(), L"File finished: "
-                                    << file.Progress().pictures << L" pictures, " << file.Progress().bytes
-                                    << L" bytes; write " << MillisecondsEach(statistics.writeTicks, statistics.packets)
-                                    << L" ms each, flush to the disk "
-                                    << MillisecondsEach(statistics.diskFlushTicks, statistics.diskFlushes)
-                                    << L" ms each; at most " << statistics.mostBytesWaiting << L" bytes waited");
+    KXVCR_LOG_INFO(L"File finished: " << file.Progress().pictures << L" pictures, " << file.Progress().bytes
+                                      << L" bytes; write "
+                                      << MillisecondsEach(statistics.writeTicks, statistics.packets)
+                                      << L" ms each, flush to the disk "
+                                      << MillisecondsEach(statistics.diskFlushTicks, statistics.diskFlushes)
+                                      << L" ms each; at most " << statistics.mostBytesWaiting << L" bytes waited");
 }
 
 EncoderSettings EncoderSettingsOf(const RecordSettings& settings) noexcept {
@@ -75,26 +72,21 @@ const wchar_t* ReasonOf(kx::WindowState state) noexcept {
 }
 
 // Makes the encoder and warms it up with a picture of the screen.
-MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const Picture& first) {
+MadeEncoder MakeReadyEncoder(Codec codec, const RecordSettings& settings, const PipelineParts& parts) {
+    const SharedPicture first = parts.pictures->TakeFree();
+    if (parts.source->Take(*first, nullptr) == Grab::Failed) {
+        return {nullptr, Result::CaptureFailed};
+    }
     MadeEncoder made = MakeEncoder(codec, EncoderSettingsOf(settings));
     if (made.encoder == nullptr) {
         return made;
     }
-    const PictureBuffer& buffer = first.buffer;
+    const PictureBuffer& buffer = first->buffer;
     const PictureView view{buffer.Pixels(), buffer.Width(), buffer.Height(), buffer.Stride(), kWarmUpTime, {}};
     if (made.encoder->Encode(view, kWarmUpTime, true) == nullptr) {
         return {nullptr, Result::EncoderFailed};
     }
     return made;
-}
-
-// A line that is left out when there is no memory for it: what it tells of has happened all the same.
-template <class Line>
-void LogIfThereIsMemory(const Line& line) noexcept {
-    try {
-        line();
-    } catch (const std::bad_alloc&) { // and nobody to tell
-    }
 }
 
 // Removes the file of a start that fails, however it fails.
@@ -144,8 +136,7 @@ Result ScreenRecorder::MakeSource(RecordSettings& settings, PipelineParts& parts
     auto window = std::make_unique<SystemWindow>(kx::WindowOfNumber(area.window));
     const kx::WindowView view = window->Look();
     if (view.state != kx::WindowState::Shown) {
-        LOG4CPLUS_ERROR(GetLogger(),
-                        L"The field window, " << area.window << L", names nothing to record: " << ReasonOf(view.state));
+        KXVCR_LOG_ERROR(L"The field window, " << area.window << L", names nothing to record: " << ReasonOf(view.state));
         return Result::BadWindow;
     }
     area.rect = AreaOfWindow(view);
@@ -192,11 +183,7 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     if (parts.pictures == nullptr) {
         return Result::OutOfResources;
     }
-    const SharedPicture first = parts.pictures->TakeFree();
-    if (parts.source->Take(*first, nullptr) == Grab::Failed) {
-        return Result::CaptureFailed;
-    }
-    MadeEncoder made = MakeReadyEncoder(settings.vp9Replay ? Codec::Vp9 : Codec::H264, settings, *first);
+    MadeEncoder made = MakeReadyEncoder(settings.vp9Replay ? Codec::Vp9 : Codec::H264, settings, parts);
     // Without a replay the file's name may ask for another encoder yet.
     if (made.encoder == nullptr && (settings.replaySeconds != 0 || made.result != Result::EncoderMissing)) {
         return made.result;
@@ -212,21 +199,21 @@ Result ScreenRecorder::Prepare(const RecordSettings& asked) {
     }
     const Result result = StartReplay();
     if (result == Result::Accepted) {
-        LogIfThereIsMemory([&] {
-            LOG4CPLUS_INFO(GetLogger(), L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
-        });
+        KXVCR_LOG_INFO(L"Keeping the last " << settings.replaySeconds << L" seconds of the screen");
     }
     return result;
 }
 
 Result ScreenRecorder::StartReplay() {
-    m_hub.KeepReplay(std::chrono::seconds(m_settings.replaySeconds), kReplayMemoryLimit);
-    Result result = EnsureSoundEncoder(m_parts.encoder->Format().codec);
+    Result result = Result::OutOfResources;
+    if (m_hub.KeepReplay(std::chrono::seconds(m_settings.replaySeconds), kReplayMemoryLimit)) {
+        result = EnsureSoundEncoder(m_parts.encoder->Format().codec);
+    }
     if (result == Result::Accepted) {
         result = StartCapturing();
     }
     if (result != Result::Accepted) {
-        m_hub.KeepReplay({}, 0); // of a capture that did not last
+        m_hub.DropReplay();
         m_parts = {};
     }
     return result;
@@ -251,8 +238,8 @@ StreamFormat ScreenRecorder::Format() const {
 // A replay has its encoder; otherwise the one that was made in advance is kept when it is the right one.
 Result ScreenRecorder::EnsureEncoder(Codec codec) {
     if (m_pipeline != nullptr && m_pipeline->Format().codec != codec) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The replay was kept for another format than the file's name asks for: "
-                                     L"for a .webm file it must be kept as VP9, and for no other");
+        KXVCR_LOG_ERROR(L"The replay was kept for another format than the file's name asks for: "
+                        L"for a .webm file it must be kept as VP9, and for no other");
         return Result::UnknownFormat;
     }
     if (m_parts.encoder != nullptr && m_parts.encoder->Format().codec == codec) {
@@ -285,7 +272,7 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
     }
     const std::optional<FileFormat> format = FormatOfPath(path);
     if (!format) {
-        LOG4CPLUS_ERROR(GetLogger(), L"The file's name must end in .mp4, .webm or .mkv: " << path);
+        KXVCR_LOG_ERROR(L"The file's name must end in .mp4, .webm or .mkv: " << path);
         return Result::UnknownFormat;
     }
     const Codec codec = RowOf(*format).picture;
@@ -299,7 +286,7 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
     try {
         result = StartFile(path, *format);
     } catch (const std::bad_alloc&) {
-        LogIfThereIsMemory([] { LOG4CPLUS_ERROR(GetLogger(), L"Cannot start the recording: no memory"); });
+        KXVCR_LOG_ERROR(L"Cannot start the recording: no memory");
         result = Result::OutOfResources;
     }
     if (result != Result::Accepted) {
@@ -307,11 +294,8 @@ Result ScreenRecorder::StartFile(const std::wstring& path) {
         return result;
     }
     NoteStarted();
-    LogIfThereIsMemory([&] {
-        LOG4CPLUS_INFO(GetLogger(), L"Recording to " << path << L", which begins with "
-                                                     << std::chrono::duration<double>(m_liveStart).count()
-                                                     << L" seconds of replay");
-    });
+    KXVCR_LOG_INFO(L"Recording to " << path << L", which begins with "
+                                    << std::chrono::duration<double>(m_liveStart).count() << L" seconds of replay");
     return Result::Accepted;
 }
 
@@ -330,7 +314,7 @@ Result ScreenRecorder::StartFile(const std::wstring& path, FileFormat format) {
     RemovedUnlessKept started(*file);
     if (!m_board.Open(HostProcessId())) {
         const DWORD error = GetLastError();
-        LOG4CPLUS_WARN(GetLogger(), L"The host cannot be told how the recording goes: error " << error);
+        KXVCR_LOG_WARN(L"The host cannot be told how the recording goes: error " << error);
     }
     // The host may read where the live part begins as soon as its command is answered, before the file's thread
     // reports.
@@ -358,17 +342,18 @@ Result ScreenRecorder::Record(const std::shared_ptr<FileSink>& file, MediaTime s
 }
 
 std::shared_ptr<FileSink> ScreenRecorder::OpenFile(const std::wstring& path, FileFormat format, MediaTime start) {
-    std::unique_ptr<DiskFile> file = DiskFile::Create(path);
+    // Of the type that the sink takes: one that is converted on the way is gone with a sink that cannot be made.
+    std::unique_ptr<OutputFile> file = DiskFile::Create(path);
     if (file == nullptr) {
         const DWORD error = GetLastError(); // before the log changes it
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot create the file " << path << L": error " << error);
+        KXVCR_LOG_ERROR(L"Cannot create the file " << path << L": error " << error);
         return nullptr;
     }
     RemovedUnlessKept created(*file);
     std::unique_ptr<MediaWriter> writer = CreateWriter(format, *file, Format(), start);
     if (writer == nullptr) {
         const DWORD error = GetLastError();
-        LOG4CPLUS_ERROR(GetLogger(), L"Cannot write to the file " << path << L": error " << error);
+        KXVCR_LOG_ERROR(L"Cannot write to the file " << path << L": error " << error);
         return nullptr;
     }
     auto sink = std::make_shared<FileSink>(std::move(file), std::move(writer), start, kReplayMemoryLimit + kQueueMemory,

@@ -27,7 +27,7 @@ TEST_P(ScarceMemory, AnyAllocationRefused_IsOutOfResources) {
         MadeEncoder made;
         bool refused = false;
         {
-            const RefuseOneAllocation scarce(granted);
+            const RefuseAllocations scarce(granted);
             made = MakeEncoder(GetParam(), kSettings);
             refused = scarce.HasRefused();
         }
@@ -54,7 +54,7 @@ TEST_P(ScarceMemory, AllocationRefusedForAPicture_LosesThatPictureAlone) {
         SharedPacket packet;
         bool refused = false;
         {
-            const RefuseOneAllocation scarce(granted);
+            const RefuseAllocations scarce(granted);
             packet = encode();
             refused = scarce.HasRefused();
         }

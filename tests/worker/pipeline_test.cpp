@@ -70,7 +70,7 @@ TEST(Pipeline, StartThatWasRefusedMemory_LeavesItsPartsForTheNext) {
     std::optional<Pipeline> pipeline;
     int refusals = 0;
     while (!pipeline) {
-        const RefuseOneAllocation scarce(refusals);
+        const RefuseAllocations scarce(refusals);
         try {
             pipeline.emplace(parts, sink);
         } catch (const std::bad_alloc&) {

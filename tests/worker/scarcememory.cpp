@@ -8,21 +8,27 @@
 
 namespace {
 
-constexpr int kNever = -1;
-constexpr int kDone = -2;
+constexpr int kUnlimited = -1;
 constexpr int kGone = 0xDD; // byte of a block that was given back
 
-thread_local int g_granted = kNever;
+thread_local int g_granted = kUnlimited;
+thread_local bool g_refusesAll = false;
+thread_local bool g_hasRefused = false;
 
-void* Allocate(std::size_t size) {
+void* AllocateOrNull(std::size_t size) noexcept {
     if (g_granted == 0) {
-        g_granted = kDone;
-        throw std::bad_alloc();
+        g_hasRefused = true;
+        g_granted = g_refusesAll ? 0 : kUnlimited;
+        return nullptr;
     }
     if (g_granted > 0) {
         --g_granted;
     }
-    void* block = std::malloc(size != 0 ? size : 1);
+    return std::malloc(size != 0 ? size : 1);
+}
+
+void* Allocate(std::size_t size) {
+    void* const block = AllocateOrNull(size);
     if (block == nullptr) {
         throw std::bad_alloc();
     }
@@ -46,6 +52,14 @@ void* operator new[](std::size_t size) {
     return Allocate(size);
 }
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return AllocateOrNull(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return AllocateOrNull(size);
+}
+
 void operator delete(void* block) noexcept {
     std::free(block);
 }
@@ -64,16 +78,18 @@ void operator delete[](void* block, std::size_t size) noexcept {
 
 namespace kxvcr::test {
 
-RefuseOneAllocation::RefuseOneAllocation(int granted) noexcept {
+RefuseAllocations::RefuseAllocations(int granted, Refused refused) noexcept {
     g_granted = granted;
+    g_refusesAll = refused == Refused::All;
+    g_hasRefused = false;
 }
 
-RefuseOneAllocation::~RefuseOneAllocation() {
-    g_granted = kNever;
+RefuseAllocations::~RefuseAllocations() {
+    g_granted = kUnlimited;
 }
 
-bool RefuseOneAllocation::HasRefused() const noexcept {
-    return g_granted == kDone;
+bool RefuseAllocations::HasRefused() const noexcept {
+    return g_hasRefused;
 }
 
 } // namespace kxvcr::test

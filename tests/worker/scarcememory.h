@@ -6,15 +6,18 @@
 
 namespace kxvcr::test {
 
-/** As long as it lives, one allocation of this thread with operator new fails: the one after @p granted others. */
-class RefuseOneAllocation {
-public:
-    explicit RefuseOneAllocation(int granted) noexcept;
-    ~RefuseOneAllocation();
-    RefuseOneAllocation(const RefuseOneAllocation&) = delete;
-    RefuseOneAllocation& operator=(const RefuseOneAllocation&) = delete;
+/** What is refused of the allocations behind those that are granted. */
+enum class Refused { One, All };
 
-    /** Whether it was asked for. */
+/** As long as it lives, allocations of this thread with operator new fail: the one after @p granted others, or all. */
+class RefuseAllocations {
+public:
+    explicit RefuseAllocations(int granted, Refused refused = Refused::One) noexcept;
+    ~RefuseAllocations();
+    RefuseAllocations(const RefuseAllocations&) = delete;
+    RefuseAllocations& operator=(const RefuseAllocations&) = delete;
+
+    /** Whether one was asked for. */
     bool HasRefused() const noexcept;
 };
 

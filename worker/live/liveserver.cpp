@@ -11,10 +11,8 @@
 #include "worker/live/livetick.h"
 #include "worker/live/packetinbox.h"
 #include "worker/live/videofeed.h"
+#include "worker/log.h"
 
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -118,14 +116,13 @@ public:
         m_jpeg.Start();
         const HttpServer::Listening listening = m_http.Start(settings.allInterfaces, settings.port);
         if (listening.port == 0) {
-            LOG4CPLUS_ERROR(GetLogger(), L"Cannot listen on port " << settings.port << L": error " << listening.error);
+            KXVCR_LOG_ERROR(L"Cannot listen on port " << settings.port << L": error " << listening.error);
             return {Result::CannotListen};
         }
-        LOG4CPLUS_INFO(GetLogger(), L"Live server on port "
-                                        << listening.port << L", "
-                                        << (settings.allInterfaces ? L"all interfaces" : L"loopback")
-                                        << (settings.key ? L", with a key" : L", without a key") << L", up to "
-                                        << settings.maxClients << L" viewers");
+        KXVCR_LOG_INFO(L"Live server on port "
+                       << listening.port << L", " << (settings.allInterfaces ? L"all interfaces" : L"loopback")
+                       << (settings.key ? L", with a key" : L", without a key") << L", up to " << settings.maxClients
+                       << L" viewers");
         return {Result::Accepted, listening.port};
     }
 
@@ -183,7 +180,7 @@ private:
         m_http.After(kLiveTick, [this] { Tick(); });
         m_video.Tick();
         m_jpeg.Tick();
-        m_http.WakeBodies();
+        TakePackets(); // also those whose coming could not be told for want of memory
     }
 
     void Answer(const HttpRequest& request, const Exchange& exchange) {
@@ -332,7 +329,7 @@ bool LiveServer::Add(const SharedPacket& packet) {
 
 void LiveServer::Finish(MediaTime) {
     Stop();
-    LOG4CPLUS_INFO(GetLogger(), L"Live server finished: " << PicturesServed() << L" pictures sent to viewers");
+    KXVCR_LOG_INFO(L"Live server finished: " << PicturesServed() << L" pictures sent to viewers");
 }
 
 void LiveServer::Stop() noexcept {

@@ -24,11 +24,14 @@ public:
     /** What a packet takes beside its bytes, as Bytes() counts it. */
     static constexpr std::size_t kBytesPerPacket = 160;
 
-    /** Keeps nothing. */
-    PacketRing() noexcept = default;
+    /** Keeps nothing. @throws std::bad_alloc */
+    PacketRing() = default;
 
-    /** @param memoryLimit in bytes; the newest group of pictures is kept even when it is larger */
-    PacketRing(MediaTime length, std::size_t memoryLimit) noexcept : m_length(length), m_memoryLimit(memoryLimit) {}
+    /**
+     * @param memoryLimit in bytes; the newest group of pictures is kept even when it is larger
+     * @throws std::bad_alloc
+     */
+    PacketRing(MediaTime length, std::size_t memoryLimit) : m_length(length), m_memoryLimit(memoryLimit) {}
 
     /** Keeps a packet and drops what is too old or too much. Each stream's times grow. @throws std::bad_alloc */
     void Add(const SharedPacket& packet);

@@ -1,12 +1,9 @@
 // Several devices become one sound.
 #include "worker/sound/soundmixer.h"
 
+#include "worker/log.h"
 #include "worker/sound/soundencoder.h"
 #include "worker/ticks.h"
-
-#include "sdk/util/logtool.h"
-
-#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <chrono>
@@ -42,12 +39,11 @@ SoundMixer::SoundMixer(std::vector<std::unique_ptr<SoundSource>> sources) {
 bool SoundMixer::Open() {
     for (Device& device : m_devices) {
         if (!device.source->Open()) {
-            LOG4CPLUS_ERROR(GetLogger(),
-                            L"Cannot record " << device.source->Name() << L": " << device.source->Problem());
+            KXVCR_LOG_ERROR(L"Cannot record " << device.source->Name() << L": " << device.source->Problem());
             return false;
         }
-        device.isOpen = true;
         device.line.Begin(device.source->Format());
+        device.isOpen = true;
     }
     return true;
 }
@@ -73,7 +69,7 @@ void SoundMixer::Listen(Device& device, std::int64_t now) {
         Take(device, piece, now);
     }
     if (read == SoundSource::Read::Lost) {
-        LOG4CPLUS_WARN(GetLogger(), L"Lost " << device.source->Name() << L": it is silent until it comes back");
+        KXVCR_LOG_WARN(L"Lost " << device.source->Name() << L": it is silent until it comes back");
         ++device.losses;
         device.isOpen = false;
         device.triedAt = now - TicksPerSecond(); // at once: it may only have changed its format
@@ -99,9 +95,9 @@ void SoundMixer::TryAgain(Device& device, std::int64_t now) {
     }
     device.triedAt = now;
     if (device.source->Open()) {
-        device.isOpen = true;
         device.line.Begin(device.source->Format());
-        LOG4CPLUS_INFO(GetLogger(), L"Recording " << device.source->Name() << L" again");
+        device.isOpen = true;
+        KXVCR_LOG_INFO(L"Recording " << device.source->Name() << L" again");
     }
 }
 
@@ -126,9 +122,9 @@ void SoundMixer::Mix(std::span<float> target) {
 
 void SoundMixer::LogSummary() const {
     for (const Device& device : m_devices) {
-        LOG4CPLUS_INFO(GetLogger(), L"Sound finished: " << device.source->Name() << L" was lost " << device.losses
-                                                        << L" times and at the end ran " << device.line.Stretch()
-                                                        << L" millionths slower than the recording");
+        KXVCR_LOG_INFO(L"Sound finished: " << device.source->Name() << L" was lost " << device.losses
+                                           << L" times and at the end ran " << device.line.Stretch()
+                                           << L" millionths slower than the recording");
     }
 }
 
