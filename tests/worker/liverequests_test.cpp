@@ -3,6 +3,7 @@
 
 #include "support/importpatch.h"
 #include "support/logcapture.h"
+#include "tests/worker/scarcememory.h"
 
 #include <winsock2.h>
 
@@ -287,6 +288,22 @@ TEST_F(LiveRequests, AcceptThatFails_IsTriedAgain) {
 
     EXPECT_LT(failures, 0);
     m_server->Stop();
+}
+
+TEST_F(LiveRequests, MemoryRefusedToTheServersThreads_CostsAnswersAlone) {
+    constexpr unsigned kEnoughRefusals = 50;
+    Start();
+    {
+        const kxvcr::test::RefuseElsewhere scarce(7);
+        const Clock::time_point limit = Clock::now() + kLimit;
+        for (int i = 1; scarce.Refusals() < kEnoughRefusals && Clock::now() < limit; ++i) {
+            Publish(i);
+            Ask(Get("/status"));
+        }
+        EXPECT_GE(scarce.Refusals(), kEnoughRefusals);
+    }
+
+    ExpectStillServes();
 }
 
 TEST_F(LiveRequests, PortInUse_IsRefusedWithTheSystemsError) {

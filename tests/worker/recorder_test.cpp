@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -31,7 +32,9 @@ using Window = kx::Owner<kx::FreedBy<HWND, &DestroyWindow>>;
 constexpr ScreenRect kPart = {0, 0, 64, 48};
 constexpr std::uint32_t kReplaySeconds = 10;
 constexpr std::uint16_t kPort = 47'213; // a start that leaves its server holds it
-constexpr int kMostAllocations = 1000;  // of a command
+constexpr std::chrono::seconds kLimit(10);
+constexpr unsigned kEnoughRefusals = 10;
+constexpr int kMostAllocations = 1000; // of a command
 
 Window ShownWindow() {
     return Window(CreateWindowExW(0, L"Static", L"a window", WS_POPUP | WS_VISIBLE, 0, 0, 64, 48, nullptr, nullptr,
@@ -84,9 +87,17 @@ std::unique_ptr<ScreenRecorder> NewRecorder() {
     return std::make_unique<ScreenRecorder>();
 }
 
+// An encoder that failed, and the library that writes WebM, do not say that it was for want of memory.
+bool IsRefusal(Result result) {
+    return result == Result::OutOfResources || result == Result::EncoderFailed || result == Result::CannotCreateFile;
+}
+
 // Each allocation of a command is refused in turn, alone or with all behind it.
 class RecorderWithoutMemory : public testing::TestWithParam<Refused> {
 protected:
+    static void SetUpTestSuite() { window = ShownWindow(); }
+    static void TearDownTestSuite() { window.Reset(); }
+
     using Maker = std::function<std::unique_ptr<ScreenRecorder>()>;
     using Command = std::function<Result(ScreenRecorder&)>;
     using Check = std::function<void(ScreenRecorder&)>;
@@ -126,8 +137,7 @@ protected:
                 recorder.reset();
             } else {
                 EXPECT_TRUE(isRefused);
-                EXPECT_TRUE(result == Result::OutOfResources || result == Result::EncoderFailed)
-                    << static_cast<int>(result);
+                EXPECT_TRUE(IsRefusal(result)) << static_cast<int>(result);
                 onRefused(*recorder);
             }
             if (!isRefused || HasFailure()) {
@@ -172,8 +182,8 @@ protected:
             [](ScreenRecorder&) {});
     }
 
-    const Window window = ShownWindow(); // is read by GDI alone; the screen's duplication would be tried each time
-    kxtest::LogCapture log;              // takes every line, so that lines are refused memory, too
+    static inline Window window; // is read by GDI alone; the screen's duplication would be tried each time
+    kxtest::LogCapture log;      // takes every line, so that lines are refused memory, too
 };
 
 TEST_P(RecorderWithoutMemory, Prepare_LeavesNothingPrepared) {
@@ -229,6 +239,37 @@ TEST_P(RecorderWithoutMemory, Finish_LeavesAFileThatPlays) {
 
 INSTANTIATE_TEST_SUITE_P(Allocations, RecorderWithoutMemory, testing::Values(Refused::One, Refused::All),
                          [](const auto& refused) { return refused.param == Refused::One ? "One" : "AllBehind"; });
+
+// What is refused to a recording's own threads.
+class RecordingWithoutMemory : public testing::TestWithParam<unsigned> {};
+
+// Costs pictures, or ends the file early; a window whose text counts up is something new to each picture.
+TEST_P(RecordingWithoutMemory, LeavesAFileThatPlays) {
+    const kxtest::LogCapture log;
+    const Window window = ShownWindow();
+    const std::filesystem::path path = PathWith(L".mp4");
+    ScreenRecorder recorder;
+    ASSERT_EQ(recorder.Prepare(SettingsOf(window)), Result::Accepted);
+    ASSERT_EQ(recorder.StartFile(path.wstring()), Result::Accepted);
+    {
+        const RefuseElsewhere scarce(GetParam());
+        const auto limit = std::chrono::steady_clock::now() + kLimit;
+        for (int i = 0; scarce.Refusals() < kEnoughRefusals && std::chrono::steady_clock::now() < limit; ++i) {
+            SetWindowTextW(window.Get(), std::to_wstring(i).c_str());
+            UpdateWindow(window.Get());
+        }
+        EXPECT_GE(scarce.Refusals(), kEnoughRefusals);
+    }
+    recorder.Finish();
+
+    const kxtest::Mp4File file = kxtest::ReadMp4(BytesOf(path));
+    EXPECT_FALSE(file.hasTornEnd);
+    EXPECT_EQ(file.tracks.size(), 1u);
+    std::filesystem::remove(path);
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, RecordingWithoutMemory, testing::Values(3u, 7u),
+                         [](const auto& every) { return std::to_string(every.param); });
 
 } // namespace
 

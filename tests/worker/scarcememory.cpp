@@ -2,6 +2,7 @@
 // overwritten, so that a look at an object that is gone does not find it.
 #include "tests/worker/scarcememory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -15,6 +16,15 @@ thread_local int g_granted = kUnlimited;
 thread_local bool g_refusesAll = false;
 thread_local bool g_hasRefused = false;
 
+std::atomic<unsigned> g_everyElsewhere = 0; // 0: nothing is refused elsewhere
+std::atomic<unsigned> g_askedElsewhere = 0;
+thread_local bool g_isElsewhere = true;
+
+bool IsRefusedElsewhere() noexcept {
+    const unsigned every = g_everyElsewhere;
+    return every != 0 && g_isElsewhere && ++g_askedElsewhere % every == 0;
+}
+
 void* AllocateOrNull(std::size_t size) noexcept {
     if (g_granted == 0) {
         g_hasRefused = true;
@@ -23,6 +33,9 @@ void* AllocateOrNull(std::size_t size) noexcept {
     }
     if (g_granted > 0) {
         --g_granted;
+    }
+    if (IsRefusedElsewhere()) {
+        return nullptr;
     }
     return std::malloc(size != 0 ? size : 1);
 }
@@ -90,6 +103,21 @@ RefuseAllocations::~RefuseAllocations() {
 
 bool RefuseAllocations::HasRefused() const noexcept {
     return g_hasRefused;
+}
+
+RefuseElsewhere::RefuseElsewhere(unsigned every) noexcept {
+    g_isElsewhere = false;
+    g_askedElsewhere = 0;
+    g_everyElsewhere = every;
+}
+
+RefuseElsewhere::~RefuseElsewhere() {
+    g_everyElsewhere = 0;
+    g_isElsewhere = true;
+}
+
+unsigned RefuseElsewhere::Refusals() const noexcept {
+    return g_askedElsewhere / g_everyElsewhere;
 }
 
 } // namespace kxvcr::test

@@ -21,4 +21,16 @@ public:
     bool HasRefused() const noexcept;
 };
 
+/** As long as it lives, each @p every th allocation of the other threads with operator new fails. One at a time. */
+class RefuseElsewhere {
+public:
+    explicit RefuseElsewhere(unsigned every) noexcept;
+    ~RefuseElsewhere();
+    RefuseElsewhere(const RefuseElsewhere&) = delete;
+    RefuseElsewhere& operator=(const RefuseElsewhere&) = delete;
+
+    /** Allocations that failed so far. */
+    unsigned Refusals() const noexcept;
+};
+
 } // namespace kxvcr::test
