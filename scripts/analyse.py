@@ -52,9 +52,9 @@ def compiled_sources():
         kept = []
         skip = False
         for argument in arguments:
-            if skip or argument in ("-c", "-MD", entry["file"]):
+            if skip or argument in ("-c", "-MD", "-Winvalid-pch", entry["file"]):
                 skip = False
-            elif argument in ("-o", "-MT", "-MF"):
+            elif argument in ("-o", "-MT", "-MF", "-include"):  # what is included is the build's precompiled header
                 skip = True
             else:
                 kept.append(argument)
