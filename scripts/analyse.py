@@ -4,14 +4,16 @@
 clang    every source of the rooms compiles with clang for the target, warnings are errors
 headers  every header of the rooms compiles alone, with clang for the target. A header that its own source includes
          before anything else is left out, because the build has shown it
-tidy     clang-tidy finds nothing in the sources of the rooms, nor in the headers that belong to no source. Most of an
-         analysis is spent on the headers of Windows and of C++: sources with the same flags are analysed as one text,
-         which reads them once
+tidy     clang-tidy finds nothing in the sources of the rooms, nor in the headers that belong to no source
+
+Most of the time goes into the headers of Windows and of C++: clang and tidy take sources with the same flags as one
+text, which reads them once.
 """
 import argparse
 import bisect
 import collections
 import concurrent.futures
+import functools
 import json
 import os
 import pathlib
@@ -89,13 +91,6 @@ def affected_since(base):
     return affected
 
 
-def clang_commands(options):
-    extra = ["-fsyntax-only", *clang_arguments()]
-    for source, arguments in sorted(compiled_sources().items()):
-        if is_in(source, options.room):
-            yield source, ["clang++-16", *arguments, *extra, str(ROOT / source)]
-
-
 def is_first_in_its_source(header):
     source = (ROOT / header).with_suffix(".cpp")
     if not source.is_file():
@@ -127,15 +122,15 @@ def run(job):
     return name, done.returncode, done.stdout + (done.stderr if done.returncode else "")
 
 
-def tidy_jobs(options):
-    """Files that are analysed as one text, with their compiler arguments; the longest text first."""
+def joined_jobs(options):
+    """Files that are read as one text, with their compiler arguments; the longest text first."""
     sources = compiled_sources()
     chosen = affected_since(options.changed) if options.changed else None
     groups = collections.defaultdict(list)
     for source, arguments in sorted(sources.items()):
         if is_in(source, options.room) and (chosen is None or source in chosen):
             groups[tuple(arguments)].append(source)
-    if chosen is None:
+    if options.check == "tidy" and chosen is None:
         for header in headers_without_source(options.room):
             groups[tuple(sources[nearest_source(sources, header)])].append(header)
     jobs = []
@@ -159,23 +154,33 @@ def join_files(files, text):
     return begins
 
 
-def tidy(job):
-    """What clang-tidy says of files that are read as one text, and whether it found nothing."""
+# How the files of one text are read, and what a line of the answer says of something that does not compile.
+READERS = {
+    "clang": (lambda text, arguments: ["clang++-16", *arguments, "-fsyntax-only", text],
+              r"^(.+?):\d+:\d+: error: "),
+    "tidy": (lambda text, arguments: ["clang-tidy-16", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", text, "--",
+                                      *arguments],
+             r"^(.+?):\d+:\d+: error: .*\[clang-diagnostic-error"),
+}
+
+
+def read_as_one(check, job):
+    """What an analyser says of files that are read as one text, and whether it found nothing."""
+    command, refusal = READERS[check]
     files, arguments = job
     folders = sorted({f"-iquote{(ROOT / file).parent}" for file in files})
     with tempfile.TemporaryDirectory() as folder:
         text = pathlib.Path(folder) / "joined.cpp"
         begins = join_files(files, text)
-        done = subprocess.run(["clang-tidy-16", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", str(text), "--",
-                               *arguments, *folders, *clang_arguments(), "-ferror-limit=0"],
+        done = subprocess.run(command(str(text), [*arguments, *folders, *clang_arguments(), "-ferror-limit=0"]),
                               cwd=BUILD, capture_output=True, text=True)
 
     def place(match):
         file = bisect.bisect_left(begins, int(match[1])) - 1
         return f"{ROOT / files[file]}:{int(match[1]) - begins[file]}:"
 
-    said = re.sub(re.escape(str(text)) + r":(\d+):", place, done.stdout)
-    refused = set(re.findall(r"^(.+?):\d+:\d+: error: .*\[clang-diagnostic-error", said, re.MULTILINE))
+    said = re.sub(re.escape(str(text)) + r":(\d+):", place, done.stdout if check == "tidy" else done.stderr)
+    refused = set(re.findall(refusal, said, re.MULTILINE))
     apart = [file for file in files if str(ROOT / file) in refused]
     if not apart or len(files) == 1:
         return done.returncode == 0, said + (done.stderr if done.returncode and not said else "")
@@ -184,7 +189,7 @@ def tidy(job):
     if not others:
         others = apart[:1]
         del apart[0]
-    parts = [tidy((part, arguments)) for part in (others, apart)]
+    parts = [read_as_one(check, (part, arguments)) for part in (others, apart)]
     return all(is_clean for is_clean, _ in parts), "".join(part for _, part in parts)
 
 
@@ -196,15 +201,15 @@ def main():
     options = parser.parse_args()
     failures = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        if options.check == "tidy":
-            jobs = tidy_jobs(options)
-            for is_clean, text in pool.map(tidy, jobs):
+        if options.check in READERS:
+            jobs = joined_jobs(options)
+            for is_clean, text in pool.map(functools.partial(read_as_one, options.check), jobs):
                 if not is_clean:
                     failures += 1
                     print(text, file=sys.stderr)
             print(f"{sum(len(files) for files, _ in jobs)} files in {len(jobs)} texts, {failures} with findings")
         else:
-            jobs = list(globals()[options.check + "_commands"](options))
+            jobs = list(headers_commands(options))
             for name, code, text in pool.map(run, jobs):
                 if code != 0:
                     failures += 1
