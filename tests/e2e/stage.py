@@ -10,6 +10,7 @@ import subprocess
 import time
 
 START_LIMIT_S = 60
+START_TRIES = 3
 RUN_LIMIT_S = 60
 END_LIMIT_S = 20
 POLL_S = 0.05
@@ -107,9 +108,13 @@ class Stage:
     def _start(self):
         display, self._xvfb = self._start_display(*self._size)
         self.environment["DISPLAY"] = f":{display}"
-        self._pattern = subprocess.Popen([WINE_RUN, self.folder / "pattern.exe"], env=self.environment, text=True,
-                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        if self._pattern.stdout.readline().strip() != "ready":
+        for _ in range(START_TRIES):  # on a busy machine Wine gives up waiting for its first window's desktop
+            self._pattern = subprocess.Popen([WINE_RUN, self.folder / "pattern.exe"], env=self.environment, text=True,
+                                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            if self._pattern.stdout.readline().strip() == "ready":
+                break
+            self._pattern.communicate()
+        else:
             raise AssertionError("the pattern did not appear")
         self.trust(WORKER)
 
