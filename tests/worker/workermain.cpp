@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds kLimit(90);
+constexpr std::chrono::seconds kLimit(170);
 constexpr UINT kOverdueExitCode = 99;
 
 class Watchdog {
