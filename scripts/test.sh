@@ -19,6 +19,7 @@ esac
 
 scripts/build.sh "$preset"
 echo "== testing $preset"
+# Three at once on two processors: one of them compiles in what time the others leave.
 # Wine now and then loses a process while it starts it; a program that fails is run once more, and fails if it fails
 # again. ctest shows which ones.
-ctest --preset "$preset" --parallel 2 --repeat until-pass:2 "$@"
+ctest --preset "$preset" --parallel 3 --repeat until-pass:2 "$@"
