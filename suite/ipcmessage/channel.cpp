@@ -1,6 +1,7 @@
 // The channel's pipe: name, access and the check of the other process.
 #include "channel.h"
 
+#include "common/win/modulepath.h"
 #include "common/win/usersid.h"
 
 #include <sddl.h>
@@ -16,7 +17,6 @@ namespace ipcmessage {
 namespace {
 
 constexpr DWORD kPipeBufferSize = 64 * 1024; // bytes in each direction
-constexpr DWORD kLongestPath = 32768;        // characters that a Windows path can have, with its zero
 constexpr DWORD kPeerAccess = PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE;
 
 // winternl.h names the member with the parent's process id Reserved3 or InheritedFromUniqueProcessId, by compiler.
@@ -61,8 +61,8 @@ bool IsChildOf(HANDLE child, HANDLE parent, DWORD parentId) noexcept {
 
 // The folder of the process's program, without a separator at its end. Nothing when the system does not tell.
 std::optional<std::wstring> ProgramFolder(HANDLE process) {
-    std::wstring path(kLongestPath, L'\0');
-    DWORD length = kLongestPath;
+    std::wstring path(kx::kLongestPath, L'\0');
+    auto length = static_cast<DWORD>(path.size());
     if (!QueryFullProcessImageNameW(process, 0, path.data(), &length)) {
         return std::nullopt;
     }
