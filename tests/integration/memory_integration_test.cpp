@@ -73,16 +73,16 @@ protected:
     /** A function that only reads. @param alsoArrange what the machine has besides */
     template <class Answer, class Call>
     void Reads(std::string name, Answer right, Answer failure, Call call, std::function<void()> alsoArrange = nullptr) {
-        Add(std::move(name), Judged(std::move(right), std::move(failure), std::move(call)), std::move(alsoArrange),
-            false);
+        Add(std::move(name), Judged(std::move(right), std::move(failure), std::move(call)),
+            WholeMachine(std::move(alsoArrange)), false);
     }
 
     /** A function that writes to the registry. */
     template <class Answer, class Call>
     void Writes(std::string name, Answer right, Answer failure, Call call,
                 std::function<void()> alsoArrange = nullptr) {
-        Add(std::move(name), Judged(std::move(right), std::move(failure), std::move(call)), std::move(alsoArrange),
-            true);
+        Add(std::move(name), Judged(std::move(right), std::move(failure), std::move(call)),
+            WholeMachine(std::move(alsoArrange)), true);
     }
 
     /** A function without an answer that writes to the registry. */
@@ -92,7 +92,17 @@ protected:
             call();
             return Outcome::Worked;
         };
-        Add(std::move(name), judged, std::move(alsoArrange), true);
+        Add(std::move(name), judged, WholeMachine(std::move(alsoArrange)), true);
+    }
+
+    /** A function that may rescale the display; its many attempts ask for nothing but the scaling. */
+    template <class Call>
+    void Restores(std::string name, Call call, std::function<void()> alsoArrange) {
+        const auto arrange = [this, alsoArrange = std::move(alsoArrange)] {
+            m_host.ArrangeScaling();
+            alsoArrange();
+        };
+        Add(std::move(name), Judged(1, 0, std::move(call)), arrange, true);
     }
 
     void RunAll() {
@@ -112,18 +122,21 @@ protected:
     const std::vector<Function>& Functions() const { return m_functions; }
 
 private:
-    void Add(std::string name, std::function<Outcome()> call, std::function<void()> alsoArrange, bool writes) {
-        const auto arrange = [this, alsoArrange = std::move(alsoArrange)] {
+    std::function<void()> WholeMachine(std::function<void()> alsoArrange) {
+        return [this, alsoArrange = std::move(alsoArrange)] {
             m_host.Arrange();
             if (alsoArrange) {
                 alsoArrange();
             }
         };
+    }
+
+    void Add(std::string name, std::function<Outcome()> call, std::function<void()> arrange, bool writes) {
         std::vector<std::wstring> lines;
         if (name.ends_with("ApplyDpiSetting") || name.find("RestoreSystemDpi") != std::string::npos) {
             lines = {kNoModesLine, kNotAppliedLine};
         }
-        m_functions.push_back({std::move(name), arrange, writes, std::move(call), std::move(lines)});
+        m_functions.push_back({std::move(name), std::move(arrange), writes, std::move(call), std::move(lines)});
     }
 
     Machine m_host;
@@ -389,11 +402,11 @@ void AllFunctionsTest::AddRestoring() {
             return display.requests == requests && display.step == step && answer ? 1 : -1;
         };
     };
-    Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(0, 0));
-    Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(0, 0), recorded(kSameRelease, 144));
-    Writes("SystemEnvironment::RestoreSystemDpi", 1, 0, restore(1, 0), recorded(kOtherRelease, 144));
-    Writes(
-        "SystemEnvironment::RestoreSystemDpi4Common", 1, 0,
+    Restores("SystemEnvironment::RestoreSystemDpi", restore(0, 0), [] {});
+    Restores("SystemEnvironment::RestoreSystemDpi", restore(0, 0), recorded(kSameRelease, 144));
+    Restores("SystemEnvironment::RestoreSystemDpi", restore(1, 0), recorded(kOtherRelease, 144));
+    Restores(
+        "SystemEnvironment::RestoreSystemDpi4Common",
         [this] {
             const bool answer = SystemEnvironment::RestoreSystemDpi4Common(-1);
             const int requests = Host().display.requests;

@@ -87,12 +87,7 @@ void Machine::StoreUserText(const std::wstring& path, const std::wstring& name, 
 }
 
 void Machine::Arrange() {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"HARDWARE");
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE");
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM");
-    RegDeleteTreeW(HKEY_USERS, m_sid.c_str());
-    display.requests = 0;
-    display.step = 0;
+    ArrangeScaling();
     StoreUserText(kService, L"WndAgreeCache", L"0");
     StoreUserText(kService, L"UserLoginFlag", L"1");
     StoreUserText(kService, L"ServerUpdatedFlag", L"1");
@@ -110,20 +105,29 @@ void Machine::Arrange() {
     StoreRegistryNumber(HKEY_USERS, OfUser(kSetting), L"AutoRepair", 1);
     StoreRegistryNumber(HKEY_USERS, OfUser(kUserSettings), L"A value with a long name", 42);
     StoreUserText(kInternational, L"LocaleName", L"sr-Cyrl-RS-and-more");
-    StoreRegistryNumber(HKEY_USERS, OfUser(kMonitors) + L"\\A monitor with a long name", L"DpiValue", 3);
     StoreRegistryText(HKEY_LOCAL_MACHINE, kPowerManager, L"PowerManagerIntellMode", L"a mode with a long name");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"LogSwitch", L"a switch with a long name");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kGuide, L"Fireware", L"a firmware with a long name");
     StoreRegistryNumber(HKEY_LOCAL_MACHINE, kCrashControl, L"CrashDumpEnabled", 2);
     StoreRegistryNumber(HKEY_LOCAL_MACHINE, kSessionPower, L"A value with a long name", 42);
     StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ProductName", L"Windows 10 Professional");
-    StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ReleaseId", L"a release with a long name");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"BuildBranch", L"a branch with a long name");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"BuildLabEx", L"19041000000000000000.1.amd64fre");
     StoreRegistryNumber(HKEY_LOCAL_MACHINE, kWindows, L"UBR", 1237);
     StoreRegistryText(HKEY_LOCAL_MACHINE, kProduct, L"Version", L" DDX-version C-01234567890_2021 ");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSVersion", L"1.23456789012345678.45");
     StoreRegistryText(HKEY_LOCAL_MACHINE, kBios, L"BIOSSerialNumber", L"SN-0123456789-ABCDEF");
+}
+
+void Machine::ArrangeScaling() {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"HARDWARE");
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE");
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM");
+    RegDeleteTreeW(HKEY_USERS, m_sid.c_str());
+    display.requests = 0;
+    display.step = 0;
+    StoreRegistryText(HKEY_LOCAL_MACHINE, kWindows, L"ReleaseId", L"a release with a long name");
+    StoreRegistryNumber(HKEY_USERS, OfUser(kMonitors) + L"\\A monitor with a long name", L"DpiValue", 3);
 }
 
 void Machine::ExpireClause() const {

@@ -33,6 +33,9 @@ public:
     /** The whole registry; what calls have written is gone. */
     void Arrange();
 
+    /** Of the registry only what the display's scaling depends on: a small one is made again in little time. */
+    void ArrangeScaling();
+
     /** The expiry mark of the user's clause. */
     void ExpireClause() const;
 
