@@ -41,8 +41,8 @@ public:
     /** Gives what is heard in the next @p seconds; each piece's time is told @p late seconds too late. */
     void Hear(
         double seconds, const std::function<double()>& late = [] { return 0.0; }) {
-        const double end = m_time + seconds;
-        while (m_time < end - kPieceSeconds / 2) {
+        m_end += seconds;
+        while (m_time < m_end - kPieceSeconds / 2) {
             const auto frames = static_cast<std::uint32_t>(std::lround(m_rate * kPieceSeconds));
             const bool isSilent = hearsClicksOnly && std::abs(m_time - std::round(m_time)) > 2 * kPieceSeconds;
             const auto bytes =
@@ -53,7 +53,10 @@ public:
     }
 
     /** The device hears nothing of the next @p seconds. */
-    void Miss(double seconds) { m_time += seconds; }
+    void Miss(double seconds) {
+        m_time += seconds;
+        m_end += seconds;
+    }
 
     /** Mixes what is known, or up to @p until. */
     std::vector<float> Mix(std::int64_t until = -1) {
@@ -72,6 +75,7 @@ private:
     double m_trueRate;
     Signal m_signal;
     double m_time = 0;
+    double m_end = 0; // up to which it has been asked to hear; its last piece may reach further
     std::int64_t m_mixed = 0;
 };
 
@@ -141,6 +145,29 @@ TEST(SoundLine, TimesThatAreToldLate_MoveNothing) {
     device.Hear(1);
     EXPECT_EQ(device.line.End() / 480, 209) << "2.1 s but for what the resampler holds";
     EXPECT_NEAR(Amplitude(Part(Side(device.Mix(), 0), 0.5, 2.0), 500), 0.5, 0.005) << "without a break";
+}
+
+TEST(SoundLine, FirstTimeThatIsToldLate_MovesNothingAsSoonAsABetterOneIsTold) {
+    LineOfDevice device(48'000, 0, Clicks());
+    double late = 0.038;
+    device.Hear(0.5, [&] { return std::exchange(late, 0.0); });
+    device.Hear(1);
+    const auto left = Side(device.Mix(), 0);
+    EXPECT_NEAR(static_cast<double>(Peak(Part(left, 0.5, 1.4)) + Frame(0.5)), kSoundRate, 8);
+    EXPECT_EQ(device.line.Stretch(), 0) << "nothing is left to be made up for";
+}
+
+TEST(SoundLine, TimesThatAreToldLateByChance_KeepSoundWhereTheEarliestSay) {
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> late(0, 0.030);
+    LineOfDevice device(48'000, 0, Clicks());
+    device.Hear(20.5, [&] { return late(random); });
+    const auto left = Side(device.Mix(), 0);
+    for (int second = 1; second <= 20; ++second) {
+        const double heard =
+            second - 0.5 + static_cast<double>(Peak(Part(left, second - 0.5, second + 0.4))) / kSoundRate;
+        EXPECT_NEAR(heard, second, 0.006);
+    }
 }
 
 TEST(SoundLine, BreakThatIsTold_BecomesSilenceOfItsLength) {

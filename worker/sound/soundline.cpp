@@ -18,7 +18,9 @@ constexpr double kLateAtOnce = Frames(0.2);   // no system is so slow without a 
 constexpr double kEarlyAtOnce = Frames(0.04); // a time can be told too late, hardly too early
 constexpr double kLateInAWindow = Frames(0.025);
 constexpr double kWindow = Frames(0.25);
-constexpr double kSmoothing = Frames(1);
+constexpr double kSettling = Frames(1);
+constexpr double kEarlyWhileSettling = Frames(0.005);
+constexpr double kSmoothing = 0.25;      // the share of the newest window
 constexpr double kSecondsToCatchUp = 10; // a clock that is off by 100 millionths leaves the sound off by 1 ms
 constexpr std::int32_t kMostStretch = 2000;
 
@@ -43,16 +45,20 @@ void SoundLine::Add(const SoundPiece& piece, MediaTime time) {
     const double error = FrameOf(time) - next;
     m_framesInWindow += frames;
     m_leastError = std::min(m_leastError, error);
-    const bool stays = m_framesInWindow >= kWindow;
-    if (m_mustBePlaced || piece.followsABreak || error > kLateAtOnce || error < -kEarlyAtOnce) {
+    m_framesToSettle -= frames;
+    const bool isLate = error > kLateAtOnce;
+    const bool isEarly = error < (m_framesToSettle > 0 ? -kEarlyWhileSettling : -kEarlyAtOnce);
+    if (m_mustBePlaced || piece.followsABreak || isLate) {
         Place(FrameOf(time));
-    } else if (stays && m_leastError > kLateInAWindow) {
-        Place(next + m_leastError);
-    } else {
-        NoteError(error, frames);
-    }
-    if (stays || m_mustBePlaced) {
-        BeginWindow();
+        m_framesToSettle = kSettling;
+    } else if (isEarly) {
+        Place(FrameOf(time));
+    } else if (m_framesInWindow >= kWindow) {
+        if (m_leastError > kLateInAWindow) {
+            Place(next + m_leastError);
+        } else {
+            Follow(m_leastError);
+        }
     }
     m_mustBePlaced = false;
 
@@ -80,20 +86,16 @@ void SoundLine::Place(double frame) {
         m_end = first;
     }
     m_error = 0;
-    m_framesToAdjust = kSmoothing;
     BeginWindow();
 }
 
-void SoundLine::NoteError(double error, double frames) noexcept {
-    m_error += (error - m_error) * std::min(frames / kSmoothing, 1.0);
-    m_framesToAdjust -= frames;
-    if (m_framesToAdjust > 0) {
-        return;
-    }
-    m_framesToAdjust = kSmoothing;
+// The least error of a window is the one that the system's slowness has part in least.
+void SoundLine::Follow(double error) noexcept {
+    m_error += (error - m_error) * kSmoothing;
     const double wanted = m_error / Frames(kSecondsToCatchUp) * 1e6;
     m_stretch = std::clamp(static_cast<std::int32_t>(std::lround(wanted)), -kMostStretch, kMostStretch);
     m_resampler->Stretch(m_stretch);
+    BeginWindow();
 }
 
 void SoundLine::TakeResampled() {

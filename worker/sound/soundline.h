@@ -25,6 +25,8 @@ namespace kxvcr {
  * - What is missing becomes silence of its length; what comes for a time that was mixed already is dropped. A moment
  *   that is a little late says only that the system was slow: sound is moved at once when the device tells of a break
  *   or the difference is large, and otherwise when it stays.
+ * - The first moments that are told behind a break may be such late ones, too: within a second, the sound is moved to
+ *   the earliest.
  */
 class SoundLine {
 public:
@@ -49,7 +51,7 @@ public:
 private:
     void Place(double frame);
     void BeginWindow() noexcept;
-    void NoteError(double error, double frames) noexcept;
+    void Follow(double error) noexcept;
     void TakeResampled();
 
     std::optional<Mixdown> m_mixdown;
@@ -63,7 +65,7 @@ private:
     double m_error = 0;          // frames by which the sound comes too early, smoothed
     double m_leastError = 0;     // in the present window
     double m_framesInWindow = 0; // at kSoundRate
-    double m_framesToAdjust = 0; // until the next correction
+    double m_framesToSettle = 0; // for which the place of the first piece is open
     std::int32_t m_stretch = 0;  // in millionths
     std::vector<float> m_stereo; // a piece in two channels
     std::vector<float> m_resampled;
