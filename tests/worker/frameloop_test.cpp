@@ -142,7 +142,7 @@ TEST_F(FrameLoopTest, ScreenThatCannotBeRead_KeepsThePictureBefore) {
     EXPECT_EQ(seen[1].number, 2u);
 }
 
-TEST_F(FrameLoopTest, SlowLook_IsForALaterSlotThatTheClockSays) {
+TEST_F(FrameLoopTest, SlowLook_IsForTheSlotInItsMiddle) {
     NumberSource source([this](int look) {
         if (look == 2) {
             Wait(200); // ten slots
@@ -154,7 +154,9 @@ TEST_F(FrameLoopTest, SlowLook_IsForALaterSlotThatTheClockSays) {
     Run(source);
 
     ASSERT_EQ(seen.size(), 3u);
-    EXPECT_GE(seen[2].time - seen[1].time, SlotTime(9, kFramesPerSecond));
+    EXPECT_GE(seen[1].time - seen[0].time, SlotTime(5, kFramesPerSecond));
+    EXPECT_GE(seen[2].time - seen[1].time, SlotTime(4, kFramesPerSecond));
+    EXPECT_EQ(seen[1].time.count() % SlotTime(1, kFramesPerSecond).count(), 0);
     EXPECT_GE(loop->Statistics().missed, 8u);
 }
 

@@ -76,11 +76,10 @@ void FrameLoop::Look(std::uint64_t slot) {
         return;
     }
     ++m_statistics.looks;
-    Grab grab = Grab::Failed;
-    {
-        const ScopedTicks watch(m_statistics.grabTicks);
-        grab = m_source.Take(*target, m_newest.Get());
-    }
+    const std::int64_t begun = NowTicks();
+    const Grab grab = m_source.Take(*target, m_newest.Get());
+    const std::int64_t taken = NowTicks() - begun;
+    m_statistics.grabTicks += taken;
     NoteReadable(grab != Grab::Failed);
     const MediaTime now = Now();
     if (grab == Grab::Changed) {
@@ -91,14 +90,23 @@ void FrameLoop::Look(std::uint64_t slot) {
         }
         const bool isTold = target->presentedTicks.has_value();
         const MediaTime captured = isTold ? std::min(m_clock.TimeAt(*target->presentedTicks), now) : now;
-        const bool isFirst = target->number == 1; // a file begins with a picture
-        HandOn(target, isTold && !isFirst ? captured : SlotTime(slot, m_framesPerSecond), captured);
+        if (target->number == 1) { // a file begins with a picture
+            HandOn(target, SlotTime(slot, m_framesPerSecond), captured);
+        } else {
+            HandOn(target, isTold ? captured : ReadTime(slot, begun + taken / 2), captured);
+        }
         return;
     }
     ++m_statistics.unchanged;
     if (m_keyWanted && m_newest) {
         HandOn(m_newest, SlotTime(slot, m_framesPerSecond), now);
     }
+}
+
+// A busy system may take many slots for a look. At which moment of it the screen was read nobody tells: the middle is
+// off by the least.
+MediaTime FrameLoop::ReadTime(std::uint64_t slot, std::int64_t middleTicks) const noexcept {
+    return SlotTime(std::max(slot, m_clock.SlotAt(middleTicks)), m_framesPerSecond);
 }
 
 // Two pictures may have been presented closer to each other than slots are; half a slot lies between them at least, so

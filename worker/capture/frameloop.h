@@ -28,7 +28,7 @@ struct CaptureStatistics {
 
 /**
  * Takes pictures for slots. A slot without a picture shows the one before it. A picture's time is that of its
- * presentation where its source tells it, else its slot's.
+ * presentation where its source tells it, else that of the slot in the middle of the look.
  */
 class FrameLoop {
 public:
@@ -82,6 +82,7 @@ private:
     std::uint64_t Waited(std::uint64_t slot);
     void Look(std::uint64_t slot);
     void NoteLooked(std::uint64_t end, std::int64_t lookedTicks);
+    MediaTime ReadTime(std::uint64_t slot, std::int64_t middleTicks) const noexcept;
     void HandOn(const SharedPicture& picture, MediaTime time, MediaTime captured);
     void NoteReadable(bool readable);
 
