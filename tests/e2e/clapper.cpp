@@ -4,8 +4,8 @@
 //   click   5 ms of 3 kHz near full scale, at each whole second of the sound
 //   flash   100 ms
 //
-// It plays on the system's default device. The first line on standard output says that it plays. Runs until the pipe on
-// its standard input is closed.
+// It plays on the system's default device. The first line on standard output says that it plays, each further one, of
+// seconds on the performance counter, when a flash was painted. Runs until the pipe on its standard input is closed.
 #include "common/win/com.h"
 #include "common/win/handle.h"
 #include "tests/e2e/topwindow.h"
@@ -130,6 +130,8 @@ void Flash(HWND window) {
         if (due != done && Now() >= due) {
             done = due;
             Paint(window, RGB(255, 255, 255));
+            std::printf("%.4f\n", static_cast<double>(Now()) / static_cast<double>(PerSecond()));
+            std::fflush(stdout);
             Sleep(kFlashMs);
             Paint(window, RGB(0, 0, 0));
         }
