@@ -170,6 +170,15 @@ TEST(SoundLine, TimesThatAreToldLateByChance_KeepSoundWhereTheEarliestSay) {
     }
 }
 
+TEST(SoundLine, TimesThatAreToldLateForASecond_LeaveSoundInItsPlaceAfterwards) {
+    LineOfDevice device(48'000, 0, Clicks());
+    device.Hear(1.2);
+    device.Hear(1, [] { return 0.03; });
+    device.Hear(1.3);
+    const auto left = Side(device.Mix(), 0);
+    EXPECT_NEAR(static_cast<double>(Peak(Part(left, 2.5, 3.4)) + Frame(2.5)), 3.0 * kSoundRate, 8);
+}
+
 TEST(SoundLine, BreakThatIsTold_BecomesSilenceOfItsLength) {
     LineOfDevice device(48'000, 0, Tone(500, 0.5));
     device.Hear(1);

@@ -48,10 +48,7 @@ void SoundLine::Add(const SoundPiece& piece, MediaTime time) {
     m_framesToSettle -= frames;
     const bool isLate = error > kLateAtOnce;
     const bool isEarly = error < (m_framesToSettle > 0 ? -kEarlyWhileSettling : -kEarlyAtOnce);
-    if (m_mustBePlaced || piece.followsABreak || isLate) {
-        Place(FrameOf(time));
-        m_framesToSettle = kSettling;
-    } else if (isEarly) {
+    if (m_mustBePlaced || piece.followsABreak || isLate || isEarly) {
         Place(FrameOf(time));
     } else if (m_framesInWindow >= kWindow) {
         if (m_leastError > kLateInAWindow) {
@@ -86,6 +83,7 @@ void SoundLine::Place(double frame) {
         m_end = first;
     }
     m_error = 0;
+    m_framesToSettle = kSettling;
     BeginWindow();
 }
 

@@ -25,8 +25,7 @@ namespace kxvcr {
  * - What is missing becomes silence of its length; what comes for a time that was mixed already is dropped. A moment
  *   that is a little late says only that the system was slow: sound is moved at once when the device tells of a break
  *   or the difference is large, and otherwise when it stays.
- * - The first moments that are told behind a break may be such late ones, too: within a second, the sound is moved to
- *   the earliest.
+ * - The moment that sound was moved to may be such a late one, too: within a second it is moved to the earliest.
  */
 class SoundLine {
 public:
@@ -65,7 +64,7 @@ private:
     double m_error = 0;          // frames by which the sound comes too early, smoothed
     double m_leastError = 0;     // in the present window
     double m_framesInWindow = 0; // at kSoundRate
-    double m_framesToSettle = 0; // for which the place of the first piece is open
+    double m_framesToSettle = 0; // for which an earlier moment is taken at once
     std::int32_t m_stretch = 0;  // in millionths
     std::vector<float> m_stereo; // a piece in two channels
     std::vector<float> m_resampled;
