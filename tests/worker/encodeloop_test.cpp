@@ -71,7 +71,8 @@ TEST_F(PipelineTest, EveryChange_BecomesOnePacketInOrder) {
     }
     EXPECT_TRUE(sink.Packets().front()->isKey);
     EXPECT_GT(end, sink.Packets().back()->time);
-    EXPECT_GE(pipeline->Settled(), end - SlotTime(2, kFramesPerSecond));
+    EXPECT_GE(pipeline->Settled(), sink.Packets().back()->time + SlotTime(1, kFramesPerSecond));
+    EXPECT_LE(pipeline->Settled(), end);
 }
 
 TEST_F(PipelineTest, PicturesThatDoNotChange_MakeNoPacket) {
@@ -132,7 +133,7 @@ TEST_F(PipelineTest, PacketThatNobodyCouldTake_IsFollowedByAKey) {
 TEST_F(PipelineTest, PictureBehindOneThatTheEncoderWasSpared_IsTakenAsChangedInAllOfIt) {
     failsIn = {3, 4}; // then it rests for a second
     Begin([](int look) { return look; });
-    WaitUntil([this] { return sink.Packets().size() == 5; });
+    WaitUntil([this] { return sink.Packets().size() >= 5; });
 
     pipeline->Stop(false);
 
@@ -142,15 +143,22 @@ TEST_F(PipelineTest, PictureBehindOneThatTheEncoderWasSpared_IsTakenAsChangedInA
 }
 
 TEST_F(PipelineTest, EncoderThatAlwaysFails_IsTriedOnceASecond) {
+    constexpr MediaTime kSecond = std::chrono::seconds(1);
+    std::atomic<int> tries = 0;
     alwaysFails = true;
+    onEncode = [&tries](MediaTime) { ++tries; };
     Begin([](int look) { return look; });
-    WaitUntil([this] { return pipeline->NextSlotTime() > std::chrono::milliseconds(1500); });
+    WaitUntil([&tries] { return tries >= 4; });
 
-    pipeline->Stop(false);
+    pipeline->Stop(true);
 
     EXPECT_TRUE(sink.Packets().empty());
-    EXPECT_GE(encoder->times.size(), 3u); // the first picture, the next one, and one a second later
-    EXPECT_LE(encoder->times.size(), 4u);
+    // The first picture, the next one, and one a second later each time.
+    EXPECT_LT(encoder->times[1] - encoder->times[0], kSecond);
+    for (std::size_t i = 2; i < encoder->times.size(); ++i) {
+        EXPECT_GE(encoder->times[i] - encoder->times[i - 1], kSecond);
+        EXPECT_LT(encoder->times[i] - encoder->times[i - 1], 2 * kSecond);
+    }
 }
 
 TEST_F(PipelineTest, StopThatDrops_EncodesNothingThatWaits) {
@@ -163,13 +171,18 @@ TEST_F(PipelineTest, StopThatDrops_EncodesNothingThatWaits) {
     Begin([](int look) { return look; });
     WaitUntil([&] { return isIn && pipeline->Dropped() > 0; });
 
+    // One picture is in the encoder and two wait; these go back to the pool, but for the newest, when they are dropped.
     std::jthread opener([&] {
-        Wait(50);
+        WaitUntil([this] {
+            const SharedPicture free = parts.pictures->TakeFree();
+            const SharedPicture dropped = parts.pictures->TakeFree();
+            return free && dropped;
+        });
         SetEvent(gate.Get());
     });
     pipeline->Stop(true);
 
-    EXPECT_LE(sink.Packets().size(), 3u);
+    EXPECT_EQ(sink.Packets().size(), 1u);
 }
 
 // Every picture takes two slots until the effort goes down, and half a slot from then on.

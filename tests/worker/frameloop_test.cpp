@@ -28,12 +28,33 @@ struct Seen {
     bool isKey;
 };
 
+// Another source that waits, before it says whether something changed, until there is room for it in the queue: however
+// late the thread is that takes the pictures, no slot passes for want of room.
+class UnhurriedSource final : public PictureSource {
+public:
+    UnhurriedSource(PictureSource& source, const PictureQueue& queue) : m_source(source), m_queue(queue) {}
+
+    Change AwaitChange(std::uint32_t milliseconds) noexcept override {
+        while (!m_queue.HasRoom()) {
+            std::this_thread::yield();
+        }
+        return m_source.AwaitChange(milliseconds);
+    }
+    bool TellsPresentation() const noexcept override { return m_source.TellsPresentation(); }
+    Grab Take(Picture& target, const Picture* before) noexcept override { return m_source.Take(target, before); }
+
+private:
+    PictureSource& m_source;
+    const PictureQueue& m_queue;
+};
+
 class FrameLoopTest : public testing::Test {
 protected:
     FrameLoopTest() : pool(PicturePool::Create(PictureQueue::kMost + 2, kxtest::kNumberWidth, kxtest::kNumberHeight)) {}
 
     // Runs until the look at which the source stops it, with a thread that takes what is handed on.
-    void Run(PictureSource& source, MediaTime longestStill = FrameLoop::kLongestStill) {
+    void Run(PictureSource& hurried, MediaTime longestStill = FrameLoop::kLongestStill) {
+        UnhurriedSource source(hurried, queue);
         loop = std::make_unique<FrameLoop>(source, *pool, queue, kFramesPerSecond, longestStill);
         std::jthread taker([this] {
             while (const auto picture = queue.Take()) {

@@ -18,7 +18,21 @@ using namespace std::chrono_literals;
 constexpr auto kStopLimit = 1s; // what the worker promises
 constexpr auto kKeyInterval = 1s;
 
-class LiveStreams : public LiveCase {};
+class LiveStreams : public LiveCase {
+protected:
+    // Starts a server and does something with it, and once more with another one until both took less than the second
+    // that a server's figures are of.
+    template <class Round>
+    void WithinASecond(const LiveSettings& settings, Round round) {
+        Clock::time_point before;
+        do {
+            UsePatience({});
+            before = Clock::now();
+            Start(settings);
+            round();
+        } while (Clock::now() - before >= 1s && !HasFailure());
+    }
+};
 
 std::vector<int> From1To(int last) {
     std::vector<int> numbers(static_cast<std::size_t>(last));
@@ -85,7 +99,7 @@ TEST_F(LiveStreams, VideoViewerInTheMiddle_BeginsWithAKeyPictureThatWasAskedFor)
     ASSERT_EQ(m_source.KeyRequests(), 0);
 
     VideoViewer viewer(m_port);
-    ASSERT_TRUE(WaitFor([this] { return m_source.KeyRequests() == 1; }));
+    ASSERT_TRUE(WaitFor([this] { return m_source.KeyRequests() >= 1; }));
     Publish(2, false);
     Publish(3, true);
     Publish(4, false);
@@ -98,14 +112,13 @@ TEST_F(LiveStreams, ManyNewViewers_AskForAKeyPictureOnceASecond) {
     Start();
     const Clock::time_point before = Clock::now();
     int viewers = 0;
-    while (Clock::now() - before < 3 * kKeyInterval / 2) {
+    while (viewers <= 2 || Clock::now() - before < 3 * kKeyInterval / 2) {
         const VideoViewer viewer(m_port);
         ASSERT_TRUE(WaitClients(1));
         ++viewers;
     }
     const auto seconds = static_cast<int>(std::chrono::ceil<std::chrono::seconds>(Clock::now() - before).count());
 
-    EXPECT_GT(viewers, 2);
     EXPECT_GE(m_source.KeyRequests(), 1);
     EXPECT_LE(m_source.KeyRequests(), seconds + 1);
 }
@@ -182,11 +195,14 @@ TEST_F(LiveStreams, Pictures_AreWellFormedPartsInOrder) {
 }
 
 TEST_F(LiveStreams, Pictures_AreMadeOnlyWhileSomebodyReads) {
-    Start();
-    for (int number = 1; number <= 10; ++number) {
-        Publish(number);
-    }
-    EXPECT_EQ(Status()["framesPerSecond"], 10);
+    nlohmann::json status;
+    WithinASecond({}, [&] {
+        for (int number = 1; number <= 10; ++number) {
+            Publish(number);
+        }
+        status = Status();
+    });
+    EXPECT_EQ(status["framesPerSecond"], 10);
     EXPECT_EQ(m_source.JpegsMade(), 0);
 
     {
@@ -270,19 +286,22 @@ TEST_F(LiveStreams, StopFromSeveralThreads_EndsTheServerOnce) {
 TEST_F(LiveStreams, Status_TellsEverything) {
     LiveSettings settings;
     settings.maxClients = 3;
-    Start(settings);
-    EXPECT_EQ(Fetch("/status").body,
+    Response before;
+    Response answer;
+    WithinASecond(settings, [&] {
+        before = Fetch("/status");
+        VideoViewer viewer(m_port);
+        ASSERT_TRUE(WaitClients(1));
+        Publish(1, true, 1000);
+        Publish(2, false, 500);
+        ASSERT_TRUE(viewer.WaitShown(2));
+        answer = Fetch("/status");
+    });
+
+    EXPECT_EQ(before.body,
               "{\"clients\":0,\"maxClients\":3,\"framesServed\":0,\"framesPerSecond\":0,\"width\":1280,\"height\":720,"
               "\"uptimeSeconds\":0,\"bitsPerSecond\":0,\"lostGroups\":0,\"codec\":\"h264\",\"sound\":null,"
               "\"delayMilliseconds\":null}\n");
-    VideoViewer viewer(m_port);
-    ASSERT_TRUE(WaitClients(1));
-    Publish(1, true, 1000);
-    Publish(2, false, 500);
-    ASSERT_TRUE(viewer.WaitShown(2));
-
-    const Response answer = Fetch("/status");
-
     EXPECT_EQ(answer.Field("content-type"), "application/json");
     const nlohmann::json status = nlohmann::json::parse(answer.body);
     EXPECT_EQ(status["framesServed"], 2);

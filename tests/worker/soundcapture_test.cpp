@@ -8,8 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
+#include <limits>
 #include <mutex>
 
 namespace kxvcr {
@@ -23,10 +26,12 @@ using kxtest::Tone;
 
 constexpr auto kLimit = std::chrono::seconds(10);
 
-// Gives a tone in real time, or is not there.
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
+
+// Gives a tone in real time until its time is over, or is not there.
 class SteadySource final : public SoundSource {
 public:
-    explicit SteadySource(bool isThere) : m_isThere(isThere) {}
+    SteadySource(bool isThere, const std::atomic<std::int64_t>* until) : m_isThere(isThere), m_until(until) {}
 
     std::wstring Name() const override { return L"the microphone"; }
     std::wstring Problem() const override { return L"it is not plugged in"; }
@@ -37,7 +42,7 @@ public:
     }
     Read Next(SoundPiece& piece) override {
         const std::int64_t length = TicksPerSecond() / 100;
-        if (m_next + length > NowTicks()) {
+        if (m_next + length > std::min(NowTicks(), m_until == nullptr ? kNever : m_until->load())) {
             return Read::Nothing;
         }
         m_bytes = FloatSamples(Tone(440, 0.5), 0, 48'000, 480, 2);
@@ -48,6 +53,7 @@ public:
 
 private:
     bool m_isThere;
+    const std::atomic<std::int64_t>* m_until; // in ticks; null: it is never over
     std::int64_t m_next = 0;
     std::vector<std::byte> m_bytes;
 };
@@ -77,25 +83,28 @@ private:
     std::vector<SharedPacket> m_packets;
 };
 
-std::vector<std::unique_ptr<SoundSource>> One(bool isThere) {
+std::vector<std::unique_ptr<SoundSource>> One(bool isThere, const std::atomic<std::int64_t>* until = nullptr) {
     std::vector<std::unique_ptr<SoundSource>> sources;
-    sources.push_back(std::make_unique<SteadySource>(isThere));
+    sources.push_back(std::make_unique<SteadySource>(isThere, until));
     return sources;
 }
 
-// A capture of the steady device that has begun, and the packets that it makes.
+// A capture of the steady device that has begun, and the packets that it makes. Clock and device can be stopped at a
+// moment, so that it does not matter how late a thread comes.
 class BegunCapture : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(capture.IsOpen());
-        capture.Start([this](std::int64_t ticks) { return TimeOf(ticks - start); }, *encoder, packets);
+        capture.Start([this](std::int64_t ticks) { return TimeOf(std::min(ticks, until.load()) - start); }, *encoder,
+                      packets);
     }
     MediaTime Now() const { return TimeOf(NowTicks() - start); }
 
     const std::unique_ptr<SoundEncoder> encoder = MakeSoundEncoder(Codec::H264);
     const std::int64_t start = NowTicks();
+    std::atomic<std::int64_t> until = kNever; // in ticks
     KeptPackets packets;
-    SoundCapture capture{One(true)};
+    SoundCapture capture{One(true, &until)};
 };
 
 TEST(SoundCapture, DeviceThatIsThere_IsOpen) {
@@ -109,8 +118,10 @@ TEST(SoundCapture, DeviceThatIsNotThere_IsNotOpen) {
 }
 
 TEST_F(BegunCapture, Finish_MakesPacketsUpToTheEnd) {
+    const std::int64_t endTicks = NowTicks() + TicksPerSecond();
+    const MediaTime end = TimeOf(endTicks - start);
+    until = endTicks + 3 * TicksPerSecond() / 100; // three pieces more, which the decoder gives a packet later
     ASSERT_TRUE(packets.WaitFor(10));
-    const MediaTime end = Now();
     capture.Finish(end, false);
 
     const auto made = packets.Packets();
