@@ -2,6 +2,7 @@
 
 import http.client
 import json
+import random
 import re
 import socket
 import urllib.error
@@ -16,7 +17,17 @@ LIVE_REFUSED = 18
 ANSWER_LIMIT_S = 20
 OPEN_LIMIT_S = 20
 
+PORTS = range(20000, 30000)  # which the system gives to nobody who does not ask for them
+
 BROWSER_KEY = r"HKEY_CLASSES_ROOT\http\shell\open\command"
+
+
+def free_port():
+    while True:
+        with socket.socket() as free:
+            port = random.choice(PORTS)
+            if free.connect_ex(("127.0.0.1", port)) != 0:
+                return port
 
 
 def ask(url):
@@ -57,9 +68,7 @@ class LiveView(RecordCase):
         self.expect_nobody_listens(port)
 
     def test_Options_ReachTheWorker(self):
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = free.getsockname()[1]
+        port = free_port()
         run, started = self.start("--seconds", 3, "--port", port, "--clients", 3, "--region", "10,20,320,200")
         self.assertEqual(started["port"], port)
         status = json.loads(ask(started["url"] + "status")[1])
@@ -137,7 +146,8 @@ class LiveView(RecordCase):
         self.stage.wine("reg", "add", BROWSER_KEY, "/ve", "/d", command, "/f")
         self.addCleanup(self.stage.wine, "reg", "delete", BROWSER_KEY, "/f")
         run, started = self.start("--seconds", 5, "--open")
-        wait_until(lambda: opened.exists() and opened.stat().st_size > 0, OPEN_LIMIT_S, "the browser's command")
+        wait_until(lambda: opened.exists() and opened.read_bytes().endswith(b"\n"), OPEN_LIMIT_S,
+                   "the browser's command")
         self.assertEqual(opened.read_text(encoding="utf-8").strip().strip('"'), started["url"])
         self.expect_code(run.finish(), 0)
 

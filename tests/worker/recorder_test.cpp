@@ -31,7 +31,8 @@ using Window = kx::Owner<kx::FreedBy<HWND, &DestroyWindow>>;
 
 constexpr ScreenRect kPart = {0, 0, 64, 48};
 constexpr std::uint32_t kReplaySeconds = 10;
-constexpr std::uint16_t kPort = 47'213; // a start that leaves its server holds it
+// A start that leaves its server holds it; systems give away by themselves only ports above it.
+constexpr std::uint16_t kPort = 27'213;
 constexpr std::chrono::seconds kLimit(10);
 constexpr unsigned kEnoughRefusals = 10;
 constexpr int kMostAllocations = 1000; // of a command
