@@ -106,17 +106,21 @@ class Stage:
             raise
 
     def _start(self):
-        display, self._xvfb = self._start_display(*self._size)
-        self.environment["DISPLAY"] = f":{display}"
         for _ in range(START_TRIES):  # on a busy machine Wine gives up waiting for its first window's desktop
-            self._pattern = subprocess.Popen([WINE_RUN, self.folder / "pattern.exe"], env=self.environment, text=True,
-                                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-            if self._pattern.stdout.readline().strip() == "ready":
+            if self._shows_pattern():
                 break
-            self._pattern.communicate()
+            self._end_programs()  # the display has gone with the last of them
         else:
             raise AssertionError("the pattern did not appear")
         self.trust(WORKER)
+
+    def _shows_pattern(self):
+        """Whether the pattern appears on a new display."""
+        display, self._xvfb = self._start_display(*self._size)
+        self.environment["DISPLAY"] = f":{display}"
+        self._pattern = subprocess.Popen([WINE_RUN, self.folder / "pattern.exe"], env=self.environment, text=True,
+                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        return self._pattern.stdout.readline().strip() == "ready"
 
     def _start_display(self, width, height):
         reader, writer = os.pipe()
@@ -136,6 +140,11 @@ class Stage:
         return self._xvfb.pid
 
     def close(self):
+        self._end_programs()
+        shutil.rmtree(self._prefix, ignore_errors=True)
+
+    def _end_programs(self):
+        """Ends everything that runs in the prefix, and the display."""
         if self._prefix.exists():
             server = subprocess.check_output([WINE_RUN, "--wineserver"], text=True).strip()
             for option in ("-k", "-w"):
@@ -145,7 +154,6 @@ class Stage:
             if process is not None:
                 process.kill()
                 process.communicate()
-        shutil.rmtree(self._prefix, ignore_errors=True)
 
     def new_path(self, name):
         """A path for a new file, not used before in this stage."""
