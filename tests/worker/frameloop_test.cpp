@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <thread>
@@ -179,6 +180,25 @@ TEST_F(FrameLoopTest, SlowLook_IsForTheSlotInItsMiddle) {
     EXPECT_GE(seen[2].time - seen[1].time, SlotTime(4, kFramesPerSecond));
     EXPECT_EQ(seen[1].time.count() % SlotTime(1, kFramesPerSecond).count(), 0);
     EXPECT_GE(loop->Statistics().missed, 8u);
+}
+
+// One and a half slots, so that the next look begins in the middle of a slot; then one that reaches from there into the
+// slot behind, where its middle is; and one that is over at once, in the same slot.
+TEST_F(FrameLoopTest, LooksThatTakeLongerThanASlot_GiveEachPictureASlotOfItsOwn) {
+    constexpr std::array<DWORD, 3> kLooks = {30, 25, 0};
+    NumberSource source([&](int look) {
+        Wait(kLooks[static_cast<std::size_t>(look) % kLooks.size()]);
+        StopAt(look, 12);
+        return look;
+    });
+
+    Run(source);
+
+    ASSERT_EQ(seen.size(), 12u);
+    for (std::size_t i = 1; i < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].time.count() % SlotTime(1, kFramesPerSecond).count(), 0) << i;
+        EXPECT_GT(seen[i].time, seen[i - 1].time) << i;
+    }
 }
 
 TEST_F(FrameLoopTest, EverySecondSlot_IsLookedAtWhenAsked) {

@@ -35,7 +35,9 @@ MediaTime FrameLoop::Run(HANDLE stop) {
         if (change == Change::NotYet) {
             ++m_statistics.quiet;
         } else {
-            Look(slot);
+            const std::uint64_t read = Look(slot);
+            m_statistics.missed += read - slot;
+            slot = read;
         }
         end = slot + 1;
         NoteLooked(end, looked);
@@ -69,11 +71,13 @@ void FrameLoop::NoteLooked(std::uint64_t end, std::int64_t lookedTicks) {
     m_queue.LookedUntil(m_free);
 }
 
-void FrameLoop::Look(std::uint64_t slot) {
+// A busy system may take many slots for a look. At which moment of it the screen was read nobody tells: the middle is
+// off by the least. The slots behind that one are the next look's.
+std::uint64_t FrameLoop::Look(std::uint64_t slot) {
     SharedPicture target = m_queue.HasRoom() ? m_pictures.TakeFree() : SharedPicture();
     if (!target) {
         ++m_dropped;
-        return;
+        return slot;
     }
     ++m_statistics.looks;
     const std::int64_t begun = NowTicks();
@@ -90,23 +94,16 @@ void FrameLoop::Look(std::uint64_t slot) {
         }
         const bool isTold = target->presentedTicks.has_value();
         const MediaTime captured = isTold ? std::min(m_clock.TimeAt(*target->presentedTicks), now) : now;
-        if (target->number == 1) { // a file begins with a picture
-            HandOn(target, SlotTime(slot, m_framesPerSecond), captured);
-        } else {
-            HandOn(target, isTold ? captured : ReadTime(slot, begun + taken / 2), captured);
-        }
-        return;
+        const bool isFirst = target->number == 1; // a file begins with a picture
+        const std::uint64_t read = isFirst || isTold ? slot : std::max(slot, m_clock.SlotAt(begun + taken / 2));
+        HandOn(target, isTold && !isFirst ? captured : SlotTime(read, m_framesPerSecond), captured);
+        return read;
     }
     ++m_statistics.unchanged;
     if (m_keyWanted && m_newest) {
         HandOn(m_newest, SlotTime(slot, m_framesPerSecond), now);
     }
-}
-
-// A busy system may take many slots for a look. At which moment of it the screen was read nobody tells: the middle is
-// off by the least.
-MediaTime FrameLoop::ReadTime(std::uint64_t slot, std::int64_t middleTicks) const noexcept {
-    return SlotTime(std::max(slot, m_clock.SlotAt(middleTicks)), m_framesPerSecond);
+    return slot;
 }
 
 // Two pictures may have been presented closer to each other than slots are; half a slot lies between them at least, so

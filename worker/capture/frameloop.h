@@ -80,9 +80,8 @@ public:
 private:
     Change AwaitChange();
     std::uint64_t Waited(std::uint64_t slot);
-    void Look(std::uint64_t slot);
+    std::uint64_t Look(std::uint64_t slot);
     void NoteLooked(std::uint64_t end, std::int64_t lookedTicks);
-    MediaTime ReadTime(std::uint64_t slot, std::int64_t middleTicks) const noexcept;
     void HandOn(const SharedPicture& picture, MediaTime time, MediaTime captured);
     void NoteReadable(bool readable);
 
