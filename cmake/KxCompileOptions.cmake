@@ -20,6 +20,7 @@ else()
     foreach(prefix IN LISTS CMAKE_PREFIX_PATH)
         file(REAL_PATH "${prefix}" folder)
         list(APPEND kx_mapped_folders "${folder}/=deps/" "${prefix}/=deps/")
+        list(APPEND kx_kept_folders "${folder}/=${folder}/" "${prefix}/=${prefix}/")
     endforeach()
     list(TRANSFORM kx_mapped_folders PREPEND "-ffile-prefix-map=")
     target_compile_options(kx_options INTERFACE
@@ -37,6 +38,8 @@ endif()
 # Counters for gcov, put on the product and the suite libraries by the coverage preset.
 add_library(kx_coverage INTERFACE)
 if(KX_COVERAGE)
-    target_compile_options(kx_coverage INTERFACE --coverage -fprofile-update=atomic)
+    # gcovr leaves out a source of whose headers it cannot open one: those of the dependencies keep their folders here.
+    list(TRANSFORM kx_kept_folders PREPEND "-fprofile-prefix-map=")
+    target_compile_options(kx_coverage INTERFACE --coverage -fprofile-update=atomic ${kx_kept_folders})
     target_link_options(kx_coverage INTERFACE --coverage)
 endif()

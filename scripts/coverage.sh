@@ -12,7 +12,8 @@ coverage of libraries/, systemenvironment/, agreement/ and suite/. Installs gcov
 report goes to build/mingw-coverage/coverage/index.html.
 
 Fails when a test does, when a line of libraries/, systemenvironment/ or agreement/ was not run that
-tests/uncovered.txt does not list with a reason, and when a listed line was run or is gone.
+tests/uncovered.txt does not list with a reason, when a listed line was run or is gone, and when the
+report leaves out a source.
 HELP
 }
 case "${1:-}" in
