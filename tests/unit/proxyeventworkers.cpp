@@ -10,8 +10,7 @@ EventWorkers::EventWorkers(std::function<void(HANDLE)> onLaunch)
       m_create([this](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID, LPCWSTR,
                       LPSTARTUPINFOW, LPPROCESS_INFORMATION information) {
           OwnedHandle worker = NewEvent();
-          HANDLE const own = worker.get();
-          information->hProcess = Duplicate(own).release();
+          information->hProcess = Duplicate(worker.get()).release();
           information->hThread = NewEvent().release(); // closed at once
           {
               const std::lock_guard guard(m_mutex);
@@ -20,7 +19,7 @@ EventWorkers::EventWorkers(std::function<void(HANDLE)> onLaunch)
               });
               m_workers.push_back(std::move(worker));
           }
-          m_onLaunch(own);
+          m_onLaunch(information->hProcess); // open until the proxy has it; the other one is whoever's to end
           return TRUE;
       }) {}
 

@@ -15,7 +15,7 @@ namespace proxytest {
  */
 class EventWorkers {
 public:
-    /** @p onLaunch is called with a handle of each new worker, before the proxy has its own. */
+    /** @p onLaunch is called with the handle of each new worker that the proxy gets thereafter. */
     explicit EventWorkers(std::function<void(HANDLE worker)> onLaunch = DeliverReadyNotice);
     ~EventWorkers() { EndAll(); }
     EventWorkers(const EventWorkers&) = delete;
