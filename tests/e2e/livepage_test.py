@@ -2,7 +2,7 @@
 
 import json
 
-from live_test import SHOWN_LIMIT_S, LiveCase
+from live_test import SHOWN_LIMIT_S, LiveCase, VideoReader
 from recordcase import main
 from sound_test import MONITOR, TONE, TONE_HZ, Clapper, Sounds
 from stage import HOST, RUN_LIMIT_S, wait_until
@@ -85,13 +85,15 @@ class LivePage(PageCase):
 
     def test_AllPlacesTaken_IsSaidUntilOneIsFree(self):
         host = self.start(clients=1)
-        stuck = host.stuck_viewer()
+        viewer = VideoReader(host)
+        self.addCleanup(viewer.close)
+        self.assertTrue(viewer.wait_for(1))
         browser = self.new_browser()
         browser.open(host.url)
         wait_until(lambda: state_of(browser) == "lost", SHOWN_LIMIT_S, "the refusal")
         self.assertEqual(words_of(browser), "Trying again: all viewers' places are taken")
         self.assertEqual(browser.ask(NOTICE), "Trying again: all viewers' places are taken")
-        stuck.close()
+        viewer.close()
         wait_until(lambda: state_of(browser) == "live", SHOWN_LIMIT_S, "the picture")
         self.assertEqual(browser.ask(NOTICE), "")
 
