@@ -5,12 +5,14 @@
  */
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <ratio>
+#include <span>
 #include <vector>
 
 namespace kxvcr {
@@ -115,6 +117,14 @@ public:
 
     /** @return false when the packet could not be taken; no more are wanted then */
     virtual bool Add(const SharedPacket& packet) = 0;
+
+    /**
+     * Takes the packets of a replay together, so that nobody takes their beginning for all of it. There must be room
+     * for them. @return as Add() does
+     */
+    virtual bool AddAll(std::span<const SharedPacket> packets) {
+        return std::ranges::all_of(packets, [this](const SharedPacket& packet) { return Add(packet); });
+    }
 
     /** Says that no more packets come and that the last picture is shown until @p end. */
     virtual void Finish(MediaTime end) = 0;

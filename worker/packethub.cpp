@@ -47,9 +47,7 @@ bool PacketHub::SwitchTo(const std::shared_ptr<PacketSink>& target, MediaTime st
     }
     if (m_replay != nullptr) {
         PacketRing kept = *m_replay; // which stays when there is no memory for all of it in the target
-        for (const SharedPacket& packet : kept.Take(start)) {
-            target->Add(packet);
-        }
+        target->AddAll(kept.Take(start));
         m_replay.reset();
     }
     m_target = target;

@@ -157,6 +157,35 @@ TEST_F(FileSinkTest, WhatCameAtOnce_IsFlushedWhenItIsWritten) {
     EXPECT_EQ(told.numbersAtFlush.back(), 90u);
 }
 
+// As the switch from a replay to a file gives them: all were captured long ago, and everything is settled.
+TEST_F(FileSinkTest, PacketsOfAReplay_AreNotFlushedBeyondThoseThatStillWait) {
+    const auto sink = Open(kPlenty, TimeOf(70));
+    settled = TimeOf(90).count();
+    std::vector<SharedPacket> kept;
+    for (std::uint32_t slot = 60; slot < 90; ++slot) {
+        kept.push_back(PictureOf(slot));
+    }
+
+    EXPECT_TRUE(sink->AddAll(kept));
+    sink->Finish(TimeOf(90));
+
+    ExpectSlots(60, 90);
+    for (std::size_t i = 0; i < told.flushes.size(); ++i) {
+        if (told.numbersAtFlush[i] != 0) {
+            EXPECT_LE(told.flushes[i], TimeOf(60 + static_cast<std::uint32_t>(told.numbersAtFlush[i]))) << i;
+        }
+    }
+}
+
+TEST_F(FileSinkTest, ReplayForAFullDisk_IsRefused) {
+    told.room = 20;
+    const auto sink = Open();
+    Give(*sink, 0, 21);
+    WaitForCutShort();
+
+    EXPECT_FALSE(sink->AddAll(std::vector{PictureOf(21)}));
+}
+
 TEST_F(FileSinkTest, Flush_ClaimsNoMomentWhosePictureStillWaits) {
     const auto sink = Open();
     ResetEvent(told.gate.Get());

@@ -7,7 +7,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <span>
 #include <thread>
+#include <vector>
 
 namespace kxvcr {
 
@@ -50,6 +52,31 @@ TEST(PacketHub, SwitchToAFile_GivesWhatWasKeptAndThenEveryPacket) {
     EXPECT_EQ(start, MediaTime(75));
     ExpectEachOnce(file->Numbers(), 70, 150);
     EXPECT_EQ(file->ends, std::vector<MediaTime>{MediaTime(150)});
+}
+
+// A file whose thread meets the replay's first packet alone takes it for the whole beginning.
+TEST(PacketHub, SwitchToAFile_GivesWhatWasKeptTogether) {
+    class CountingSink final : public PacketSink {
+    public:
+        bool Add(const SharedPacket&) override { return false; }
+        bool AddAll(std::span<const SharedPacket> packets) override {
+            together.push_back(packets.size());
+            return true;
+        }
+        void Finish(MediaTime) override {}
+
+        std::vector<std::size_t> together;
+    };
+    PacketHub hub;
+    const auto file = std::make_shared<CountingSink>();
+    hub.KeepReplay(MediaTime(25), kPlenty);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        hub.Add(PacketOf(i));
+    }
+
+    EXPECT_TRUE(hub.SwitchTo(file, hub.HoldReplay(MediaTime(100))));
+
+    EXPECT_EQ(file->together, std::vector<std::size_t>{30});
 }
 
 TEST(PacketHub, SwitchWhilePacketsCome_LosesNoneAndRepeatsNone) {

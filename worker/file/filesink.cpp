@@ -60,13 +60,27 @@ bool FileSink::Add(const SharedPacket& packet) {
     if (m_cutShort) {
         return false;
     }
+    Append(packet);
+    return true;
+}
+
+// A thread that met the first of a replay's pictures alone would show it as all that there is of the file's beginning.
+bool FileSink::AddAll(std::span<const SharedPacket> packets) {
+    const std::lock_guard lock(m_mutex);
+    if (m_cutShort) {
+        return false;
+    }
+    std::ranges::for_each(packets, [this](const SharedPacket& packet) { Append(packet); });
+    return true;
+}
+
+void FileSink::Append(const SharedPacket& packet) {
     m_queue.push_back(packet);
     m_bytesWaiting += MemoryOf(*packet);
     m_statistics.mostBytesWaiting = std::max(m_statistics.mostBytesWaiting, m_bytesWaiting.load());
     if (m_queue.size() == 1) { // else the thread has not waited since the one before
         m_packetCame.notify_one();
     }
-    return true;
 }
 
 void FileSink::WriteAll() noexcept {

@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 
 namespace kxvcr {
@@ -72,6 +73,7 @@ public:
 
     /** Takes a packet, which is written soon afterwards. May be called from any thread. @throws std::bad_alloc */
     bool Add(const SharedPacket& packet) override;
+    bool AddAll(std::span<const SharedPacket> packets) override; ///< @throws std::bad_alloc
 
     /** Returns when everything is written, or the limit of LimitFinish() was passed, and the file is finished. */
     void Finish(MediaTime end) override;
@@ -92,6 +94,7 @@ public:
     const FileProgress& Progress() const noexcept { return m_progress; }
 
 private:
+    void Append(const SharedPacket& packet);
     void WriteAll() noexcept;
     std::optional<SharedPacket> WaitForPacket(); // null: it is time for a flush; none: the end
     MediaTime CompleteUntil() const noexcept;
