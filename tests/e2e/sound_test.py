@@ -15,6 +15,7 @@ import threading
 import time
 import urllib.request
 
+from packets import Probe
 from recordcase import RecordCase, main
 from stage import WINE_RUN, wait_until
 
@@ -146,14 +147,6 @@ def decoded(path, *options):
                           timeout=MEDIA_LIMIT_S).stdout
 
 
-def facts_of(path):
-    """The codecs of a file and the length that it says, in seconds."""
-    facts = json.loads(subprocess.run(
-        ["ffprobe", "-v", "error", "-show_streams", "-show_format", "-of", "json", str(path)], check=True,
-        capture_output=True, timeout=MEDIA_LIMIT_S).stdout)
-    return [stream["codec_name"] for stream in facts["streams"]], float(facts["format"]["duration"])
-
-
 def samples_of(path):
     samples = array.array("h", decoded(path, "-map", "0:a", "-af", "pan=mono|c0=c0", "-ar", str(RATE), "-f", "s16le"))
     return [sample / 32768 for sample in samples]
@@ -253,11 +246,11 @@ class SoundTest(RecordCase):
         for extension, picture, sound in FORMATS:
             with self.subTest(extension):
                 path = self.record(f"a.{extension}")
-                codecs, length_s = facts_of(path)
-                self.assertEqual(codecs, [picture, sound])
-                self.assertGreater(length_s, SECONDS - 0.1)
+                facts = Probe(path)
+                self.assertEqual(facts.codecs, [picture, sound])
+                self.assertGreater(facts.duration_s, SECONDS - 0.1)
                 samples = left_of(path)
-                self.assertAlmostEqual(len(samples) / RATE, length_s, delta=0.1)
+                self.assertAlmostEqual(len(samples) / RATE, facts.duration_s, delta=0.1)
                 self.expect_tone(samples)
                 self.expect_no_gap(samples)
                 self.expect_together(path, samples)
@@ -275,9 +268,9 @@ class SoundTest(RecordCase):
     def test_replay_begins_with_its_sound(self):
         path = self.record("replay.mp4", "--replay", 2, seconds=4)
         samples = left_of(path)
-        length_s = facts_of(path)[1]
-        self.assertGreater(length_s, 6 - 0.25)
-        self.assertAlmostEqual(len(samples) / RATE, length_s, delta=0.1)
+        facts = Probe(path)
+        self.assertGreater(facts.duration_s, 6 - 0.25)
+        self.assertAlmostEqual(len(samples) / RATE, facts.duration_s, delta=0.1)
         self.expect_tone(samples)
         self.expect_together(path, samples)
 
